@@ -1,0 +1,25 @@
+// Threads, with the contracts of CreateThread and its companions. A thread made
+// here is managed by the clock from its creation on; one made suspended counts
+// as blocked until ResumeThread lets it run.
+#pragma once
+
+#include "platform/win32_types.h"
+
+namespace langmon {
+
+HANDLE CreateThread(void* security, SIZE_T stackSize, LPTHREAD_START_ROUTINE routine,
+                    LPVOID argument, DWORD creationFlags, LPDWORD threadId);
+// Returns the suspend count before the call, or 0xFFFFFFFF for a bad handle.
+DWORD ResumeThread(HANDLE thread);
+BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode);
+
+// A new handle to the calling thread, to be closed with CloseHandle. (Win32 gives
+// a pseudo handle here; a real one lets the logic keep it past the call.)
+HANDLE GetCurrentThread();
+DWORD GetCurrentThreadId();
+
+// Priorities are recorded, not applied: Linux gives ordinary threads no levels.
+int GetThreadPriority(HANDLE thread);
+BOOL SetThreadPriority(HANDLE thread, int priority);
+
+}  // namespace langmon
