@@ -6,12 +6,17 @@
 
 #include "platform/win32_types.h"
 
+// A level that the call does not have.
+#ifndef ERROR_INVALID_LEVEL
+#define ERROR_INVALID_LEVEL 124u
+#endif
+
 namespace langmon {
 
 constexpr DWORD PORT_TYPE_WRITE = 0x1u;
 constexpr DWORD PORT_TYPE_READ = 0x2u;
 
-// Levels 1 and 2. With a buffer too small (or none) the result is FALSE, the
+// Levels 1 and 2; any other fails with ERROR_INVALID_LEVEL. With a buffer too small (or none) the result is FALSE, the
 // last error ERROR_INSUFFICIENT_BUFFER, *needed the size that would do and
 // *returned 0.
 BOOL EnumPortsA(LPSTR serverName, DWORD level, LPBYTE ports, DWORD bufferSize, LPDWORD needed,

@@ -1,0 +1,209 @@
+// The print spooler, modelled on the registry where the spooler keeps its
+// state: ports under each monitor's "Ports" key, printers under "Printers".
+// Answers are packed like the spooler packs them, the fixed records at the start
+// of the caller's buffer and the texts they point at behind them, so that code
+// which walks the records or frees the one buffer meets what it would meet on
+// Windows.
+
+#include "platform/spooler.h"
+
+#include "platform/registry.h"
+
+#include <array>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace langmon {
+
+namespace {
+
+constexpr const char* kMonitorsKey = "System\\CurrentControlSet\\control\\Print\\Monitors";
+
+// ---------------------------------------------------------------------------
+// Fault injection: each call asks its gate first.
+
+struct Gate {
+    DWORD error = 0;
+    int remaining = 0;  // < 0: until told to stop
+    std::size_t calls = 0;
+};
+
+// One gate per SpoolerCall: keep this on the last one as calls are added.
+constexpr std::size_t kCallCount = static_cast<std::size_t>(platform::SpoolerCall::EnumPorts) + 1;
+
+struct Gates {
+    std::mutex mutex;
+    std::array<Gate, kCallCount> gates;
+};
+
+Gates& TheGates() {
+    static Gates gates;
+    return gates;
+}
+
+// Counts the call; true with the error to fail with when one is due.
+bool InjectedFailure(platform::SpoolerCall call, DWORD* error) {
+    Gates& g = TheGates();
+    std::lock_guard lock(g.mutex);
+    Gate& gate = g.gates[static_cast<std::size_t>(call)];
+    ++gate.calls;
+    if (gate.remaining == 0) return false;
+    if (gate.remaining > 0) --gate.remaining;
+    *error = gate.error;
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Packing into the caller's buffer.
+
+// Texts go behind the records in the order they are put. The size is worked
+// out beforehand, so a writer never runs past the buffer.
+class PackedWriter {
+public:
+    PackedWriter(LPBYTE buffer, std::size_t recordBytes) : buffer_(buffer), textAt_(recordBytes) {}
+
+    char* PutText(const std::string& text) {
+        char* at = reinterpret_cast<char*>(buffer_ + textAt_);
+        std::memcpy(at, text.c_str(), text.size() + 1);
+        textAt_ += text.size() + 1;
+        return at;
+    }
+
+    // memcpy, since nothing promises that the caller's buffer is aligned.
+    template <typename Record>
+    void PutRecord(std::size_t index, const Record& record) {
+        std::memcpy(buffer_ + index * sizeof(Record), &record, sizeof(Record));
+    }
+
+private:
+    LPBYTE buffer_;
+    std::size_t textAt_;
+};
+
+// The common end of every Enum call: the buffer too small (or none) fails with
+// the size needed, else the records go in.
+template <typename Fill>
+BOOL AnswerPacked(LPBYTE buffer, DWORD bufferSize, std::size_t needed, std::size_t count,
+                  LPDWORD neededOut, LPDWORD returned, Fill fill) {
+    *neededOut = static_cast<DWORD>(needed);
+    if (bufferSize < needed || (needed > 0 && !buffer)) {
+        *returned = 0;
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return FALSE;
+    }
+    if (needed > 0) fill();
+    *returned = static_cast<DWORD>(count);
+    return TRUE;
+}
+
+// ---------------------------------------------------------------------------
+// Ports.
+
+struct Port {
+    std::string name;
+    std::string monitor;
+    std::string description;
+    DWORD type;
+};
+
+// Every subkey P of "<monitor>\Ports" of every monitor is a port P.
+std::vector<Port> ListPorts() {
+    std::vector<Port> ports;
+    for (const std::string& monitor : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kMonitorsKey)) {
+        const std::string portsKey = std::string(kMonitorsKey) + "\\" + monitor + "\\Ports";
+        for (const std::string& name : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, portsKey)) {
+            const std::string portKey = portsKey + "\\" + name;
+            Port port{name, monitor, monitor, PORT_TYPE_WRITE | PORT_TYPE_READ};
+            // Ports of monitors that don't describe them get the monitor's name,
+            // which is what the network monitors show.
+            if (auto text = platform::RegistryGetString(HKEY_LOCAL_MACHINE, portKey, "Description")) {
+                port.description = *text;
+            }
+            if (auto type = platform::RegistryGetDword(HKEY_LOCAL_MACHINE, portKey, "PortType")) {
+                port.type = *type;
+            }
+            ports.push_back(std::move(port));
+        }
+    }
+    return ports;
+}
+
+}  // namespace
+
+// The server name is not looked at: there is one machine, this one.
+BOOL EnumPortsA(LPSTR /*serverName*/, DWORD level, LPBYTE ports, DWORD bufferSize, LPDWORD needed,
+                LPDWORD returned) {
+    DWORD error;
+    if (InjectedFailure(platform::SpoolerCall::EnumPorts, &error)) {
+        if (needed) *needed = 0;
+        if (returned) *returned = 0;
+        SetLastError(error);
+        return FALSE;
+    }
+    if (!needed || !returned) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (level != 1 && level != 2) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    const std::vector<Port> list = ListPorts();
+
+    if (level == 1) {
+        std::size_t size = list.size() * sizeof(PORT_INFO_1);
+        for (const Port& port : list) size += port.name.size() + 1;
+        return AnswerPacked(ports, bufferSize, size, list.size(), needed, returned, [&] {
+            PackedWriter out(ports, list.size() * sizeof(PORT_INFO_1));
+            for (std::size_t i = 0; i < list.size(); ++i) {
+                PORT_INFO_1 info{};
+                info.pName = out.PutText(list[i].name);
+                out.PutRecord(i, info);
+            }
+        });
+    }
+
+    std::size_t size = list.size() * sizeof(PORT_INFO_2);
+    for (const Port& port : list) {
+        size += port.name.size() + 1 + port.monitor.size() + 1 + port.description.size() + 1;
+    }
+    return AnswerPacked(ports, bufferSize, size, list.size(), needed, returned, [&] {
+        PackedWriter out(ports, list.size() * sizeof(PORT_INFO_2));
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            PORT_INFO_2 info{};
+            info.pPortName = out.PutText(list[i].name);
+            info.pMonitorName = out.PutText(list[i].monitor);
+            info.pDescription = out.PutText(list[i].description);
+            info.fPortType = list[i].type;
+            info.Reserved = 0;
+            out.PutRecord(i, info);
+        }
+    });
+}
+
+namespace platform {
+
+void FailSpoolerCall(SpoolerCall call, DWORD error, int times) {
+    Gates& g = TheGates();
+    std::lock_guard lock(g.mutex);
+    Gate& gate = g.gates[static_cast<std::size_t>(call)];
+    gate.error = error;
+    gate.remaining = times;
+}
+
+void StopFailingSpoolerCalls() {
+    Gates& g = TheGates();
+    std::lock_guard lock(g.mutex);
+    for (Gate& gate : g.gates) gate = Gate{};
+}
+
+std::size_t SpoolerCallCount(SpoolerCall call) {
+    Gates& g = TheGates();
+    std::lock_guard lock(g.mutex);
+    return g.gates[static_cast<std::size_t>(call)].calls;
+}
+
+}  // namespace platform
+}  // namespace langmon
