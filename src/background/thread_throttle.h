@@ -16,9 +16,7 @@ HANDLE ThrottledCreateThread(void* security, SIZE_T stackSize, LPTHREAD_START_RO
                              LPVOID argument, DWORD creationFlags, LPDWORD threadId);
 DWORD ReadThrottleSetting(LPCSTR valueName, DWORD defaultValue);
 
-namespace platform {
-// Forget the settings read, as in a fresh process.
-void ResetThrottleSettings();
-}
+// Forgets the settings read, as a fresh process would not know them.
+void ForgetThrottleSettings();
 
 }  // namespace langmon

@@ -38,7 +38,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* objects, BOOL waitAll, D
 // zero-filled one from GlobalAlloc: InitializeCriticalSection makes it usable,
 // DeleteCriticalSection undoes that before the block is freed.
 struct CRITICAL_SECTION {
-    alignas(std::max_align_t) unsigned char opaque[64];
+    void* lockObject;  // the kernel's re-entrant lock behind the section
 };
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 void EnterCriticalSection(CRITICAL_SECTION* section);

@@ -1,0 +1,278 @@
+#include "platform/kernel.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+namespace langmon::platform {
+
+namespace {
+
+thread_local ThreadRecord* currentRecord = nullptr;
+
+// A thread that the platform did not make becomes managed at its first call and
+// stops being managed when it ends, through this holder's destructor.
+struct ForeignThreadHolder {
+    ThreadRecord* record = nullptr;
+    ~ForeignThreadHolder() {
+        if (record != nullptr) {
+            Kernel& kernel = Kernel::Get();
+            std::lock_guard lock(kernel.mutex);
+            kernel.ThreadEnded(record, 0);
+            currentRecord = nullptr;
+        }
+    }
+};
+thread_local ForeignThreadHolder foreignHolder;
+
+uint64_t SteadyMilliseconds() {
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                     std::chrono::steady_clock::now().time_since_epoch())
+                                     .count());
+}
+
+const char* KindName(ObjectKind kind) {
+    switch (kind) {
+        case ObjectKind::Semaphore: return "semaphore";
+        case ObjectKind::Event: return "event";
+        case ObjectKind::Mutex: return "mutex";
+        case ObjectKind::Thread: return "thread";
+    }
+    return "object";
+}
+
+DWORD IndexOf(const Waiter& waiter, const KernelObject* object) {
+    for (DWORD i = 0; i < waiter.count; ++i) {
+        if (waiter.objects[i] == object) {
+            return i;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+Kernel::Kernel() = default;
+
+Kernel& Kernel::Get() {
+    // Never destroyed: threads may still end while the process exits.
+    static Kernel* kernel = new Kernel();
+    return *kernel;
+}
+
+ThreadRecord* Kernel::CurrentThread() {
+    if (currentRecord == nullptr) {
+        currentRecord = AddThread();
+        ThreadStarted();
+        foreignHolder.record = currentRecord;
+    }
+    return currentRecord;
+}
+
+void Kernel::AdoptThread(ThreadRecord* record) { currentRecord = record; }
+
+ThreadRecord* Kernel::AddThread() {
+    auto* record = new ThreadRecord();
+    record->id = NextThreadId();
+    threads_.push_back(record);
+    return record;
+}
+
+void Kernel::ThreadEnded(ThreadRecord* thread, DWORD exitCode) {
+    if (KernelObject* object = thread->object; object != nullptr) {
+        object->exitCode = exitCode;
+        object->signalled = true;
+        object->thread = nullptr;
+        WakeWaiters(object);
+        CloseObject(object);  // the thread's own reference
+    }
+    threads_.erase(std::find(threads_.begin(), threads_.end(), thread));
+    --running_;
+    delete thread;
+    AdvanceIfIdle();
+}
+
+void Kernel::ResumeLocked(ThreadRecord* thread) {
+    thread->suspended = false;
+    ++running_;
+    thread->resumed.notify_one();
+}
+
+uint64_t Kernel::Now() const {
+    return virtual_.load() ? virtualNow_.load() : SteadyMilliseconds();
+}
+
+uint64_t Kernel::DeadlineAfter(DWORD milliseconds) const {
+    return milliseconds == INFINITE ? NoDeadline : Now() + milliseconds;
+}
+
+void Kernel::Block(std::unique_lock<std::mutex>& lock, Waiter& waiter) {
+    ThreadRecord* self = waiter.thread;
+    self->waiting = &waiter;
+    --running_;
+    AdvanceIfIdle();
+    while (!waiter.done) {
+        if (virtual_.load() || waiter.deadline == NoDeadline) {
+            waiter.wake.wait(lock);
+            continue;
+        }
+        const auto until = std::chrono::steady_clock::time_point(
+            std::chrono::milliseconds(static_cast<int64_t>(waiter.deadline)));
+        if (waiter.wake.wait_until(lock, until) == std::cv_status::timeout && !waiter.done &&
+            Now() >= waiter.deadline) {
+            Complete(waiter, WAIT_TIMEOUT);
+        }
+    }
+    self->waiting = nullptr;
+}
+
+void Kernel::Complete(Waiter& waiter, DWORD result) {
+    waiter.done = true;
+    waiter.result = result;
+    for (DWORD i = 0; i < waiter.count; ++i) {
+        auto& list = waiter.objects[i]->waiters;
+        list.erase(std::remove(list.begin(), list.end(), &waiter), list.end());
+    }
+    // A woken thread counts as running from this moment, before it runs: the
+    // clock must not move on while it has work to do.
+    ++running_;
+    waiter.wake.notify_one();
+}
+
+void Kernel::AdvanceIfIdle() {
+    if (!virtual_.load() || running_ > 0 || threads_.empty()) {
+        return;
+    }
+    uint64_t earliest = NoDeadline;
+    for (const ThreadRecord* thread : threads_) {
+        if (thread->waiting != nullptr && !thread->waiting->done) {
+            earliest = std::min(earliest, thread->waiting->deadline);
+        }
+    }
+    if (earliest == NoDeadline) {
+        ReportDeadlock();
+    }
+    if (earliest > virtualNow_.load()) {
+        virtualNow_ = earliest;
+    }
+    const uint64_t now = virtualNow_.load();
+    for (ThreadRecord* thread : threads_) {
+        Waiter* waiter = thread->waiting;
+        if (waiter != nullptr && !waiter->done && waiter->deadline <= now) {
+            Complete(*waiter, WAIT_TIMEOUT);
+        }
+    }
+}
+
+void Kernel::ReportDeadlock() {
+    std::fprintf(stderr,
+                 "langmon platform: deadlock on the virtual clock at tick %llu: every managed "
+                 "thread waits with no deadline\n",
+                 static_cast<unsigned long long>(virtualNow_.load()));
+    for (const ThreadRecord* thread : threads_) {
+        std::fprintf(stderr, "  thread %u: ", thread->id);
+        if (thread->suspended) {
+            std::fprintf(stderr, "suspended, never resumed\n");
+            continue;
+        }
+        const Waiter* waiter = thread->waiting;
+        if (waiter == nullptr || waiter->count == 0) {
+            std::fprintf(stderr, "sleeps for ever\n");
+            continue;
+        }
+        std::fprintf(stderr, "waits on");
+        for (DWORD i = 0; i < waiter->count; ++i) {
+            const KernelObject* object = waiter->objects[i];
+            std::fprintf(stderr, " %s%s%s%s", KindName(object->kind), object->name.empty() ? "" : " \"",
+                         object->name.c_str(), object->name.empty() ? "" : "\"");
+        }
+        std::fprintf(stderr, "\n");
+    }
+    std::fflush(stderr);
+    std::abort();
+}
+
+bool Kernel::IsSignalled(const KernelObject* object, const ThreadRecord* thread) {
+    switch (object->kind) {
+        case ObjectKind::Semaphore: return object->count > 0;
+        case ObjectKind::Event: return object->signalled;
+        case ObjectKind::Mutex: return object->owner == nullptr || object->owner == thread;
+        case ObjectKind::Thread: return object->signalled;
+    }
+    return false;
+}
+
+void Kernel::Acquire(KernelObject* object, ThreadRecord* thread) {
+    switch (object->kind) {
+        case ObjectKind::Semaphore: --object->count; break;
+        case ObjectKind::Event:
+            if (!object->manualReset) {
+                object->signalled = false;
+            }
+            break;
+        case ObjectKind::Mutex:
+            object->owner = thread;
+            ++object->recursion;
+            break;
+        case ObjectKind::Thread: break;
+    }
+}
+
+void Kernel::WakeWaiters(KernelObject* object) {
+    if (object->waiters.empty()) {
+        return;
+    }
+    // Complete() takes each woken call off the list, so walk a copy.
+    const std::vector<Waiter*> queue = object->waiters;
+    for (Waiter* waiter : queue) {
+        if (waiter->done) {
+            continue;
+        }
+        if (!IsSignalled(object, waiter->thread)) {
+            break;
+        }
+        Acquire(object, waiter->thread);
+        Complete(*waiter, WAIT_OBJECT_0 + IndexOf(*waiter, object));
+    }
+}
+
+bool Kernel::IsLive(const KernelObject* object) {
+    return object != nullptr && object->magic == KernelObject::LiveMagic;
+}
+
+void Kernel::Unpin(KernelObject* object) {
+    --object->pins;
+    if (object->handles == 0 && object->pins == 0) {
+        object->magic = 0;
+        --liveObjects;
+        delete object;
+    }
+}
+
+void Kernel::CloseObject(KernelObject* object) {
+    --object->handles;
+    if (object->handles > 0) {
+        return;
+    }
+    if (!object->name.empty()) {
+        auto named = names.find(object->name);
+        if (named != names.end() && named->second == object) {
+            names.erase(named);
+        }
+    }
+    if (object->pins == 0) {
+        object->magic = 0;
+        --liveObjects;
+        delete object;
+    }
+}
+
+void Kernel::UseVirtualClock(uint64_t start) {
+    virtualNow_ = start;
+    virtual_ = true;
+}
+
+void Kernel::UseRealClock() { virtual_ = false; }
+
+}  // namespace langmon::platform

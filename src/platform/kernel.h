@@ -1,0 +1,133 @@
+// The inside of the platform's kernel: threads, kernel objects, blocked calls
+// and the clock that both waits and ticks read. One mutex guards all of it, so
+// that the virtual clock sees every thread's state in one consistent picture,
+// and the primitives are std::mutex and std::condition_variable underneath,
+// which the thread sanitizer understands as they are.
+#pragma once
+
+#include "platform/win32_types.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace langmon::platform {
+
+constexpr uint64_t NoDeadline = UINT64_MAX;
+
+struct KernelObject;
+struct ThreadRecord;
+
+// One blocked call of one thread: a wait on objects, a sleep (no objects) or
+// the entry into a critical section (one mutex object).
+struct Waiter {
+    ThreadRecord* thread = nullptr;
+    KernelObject* const* objects = nullptr;
+    DWORD count = 0;
+    uint64_t deadline = NoDeadline;  // on the clock's millisecond scale
+    DWORD result = 0;
+    bool done = false;
+    std::condition_variable wake;
+};
+
+// A thread the clock manages: made by CreateThread, or any other thread from its
+// first platform call on.
+struct ThreadRecord {
+    DWORD id = 0;
+    KernelObject* object = nullptr;  // its thread object, once one exists
+    Waiter* waiting = nullptr;       // the call it is blocked in, if any
+    bool suspended = false;          // made suspended and not yet resumed
+    std::condition_variable resumed;
+};
+
+enum class ObjectKind : uint8_t { Semaphore, Event, Mutex, Thread };
+
+struct KernelObject {
+    static constexpr uint32_t LiveMagic = 0x4B4F424Au;  // "KOBJ"
+    uint32_t magic = LiveMagic;
+    ObjectKind kind;
+    int handles = 1;  // open handles; the running thread counts as one of its own
+    int pins = 0;     // blocked calls that still look at the object
+    std::string name;
+    std::vector<Waiter*> waiters;  // first come, first served
+    // Semaphore.
+    LONG count = 0;
+    LONG maximum = 0;
+    // Event; for a thread, "has ended".
+    bool manualReset = false;
+    bool signalled = false;
+    // Mutex.
+    ThreadRecord* owner = nullptr;
+    uint32_t recursion = 0;
+    // Thread.
+    ThreadRecord* thread = nullptr;
+    DWORD threadId = 0;
+    DWORD exitCode = 0x103;  // STILL_ACTIVE
+    DWORD suspendCount = 0;
+    int priority = 0;
+
+    explicit KernelObject(ObjectKind k) : kind(k) {}
+};
+
+class Kernel {
+public:
+    static Kernel& Get();
+
+    std::mutex mutex;
+
+    // The calling thread's record, made on its first call. Lock held.
+    ThreadRecord* CurrentThread();
+    // Milliseconds on the clock in use; ticks are its low 32 bits.
+    uint64_t Now() const;
+    // The one place a time-out becomes a deadline: INFINITE has none.
+    uint64_t DeadlineAfter(DWORD milliseconds) const;
+
+    // Blocks the calling thread in `waiter` until it is done. Lock held.
+    void Block(std::unique_lock<std::mutex>& lock, Waiter& waiter);
+    // Ends a blocked call with `result` and lets its thread run. Lock held.
+    void Complete(Waiter& waiter, DWORD result);
+
+    // Objects: signal state, taking, waking the waiters a change lets through.
+    static bool IsSignalled(const KernelObject* object, const ThreadRecord* thread);
+    static void Acquire(KernelObject* object, ThreadRecord* thread);
+    void WakeWaiters(KernelObject* object);
+    void Unpin(KernelObject* object);
+    void CloseObject(KernelObject* object);
+    static bool IsLive(const KernelObject* object);
+
+    // Named objects, one table for the process.
+    std::unordered_map<std::string, KernelObject*> names;
+    std::size_t liveObjects = 0;
+
+    // Threads.
+    ThreadRecord* AddThread();
+    // Makes `record` the calling thread's own: the start of a made thread.
+    static void AdoptThread(ThreadRecord* record);
+    void ThreadStarted() { ++running_; }
+    void ThreadEnded(ThreadRecord* thread, DWORD exitCode);
+    DWORD NextThreadId() { return nextThreadId_++; }
+    void ResumeLocked(ThreadRecord* thread);
+
+    void UseVirtualClock(uint64_t start);
+    void UseRealClock();
+    bool virtualClock() const { return virtual_.load(); }
+
+private:
+    Kernel();
+    // With every managed thread blocked, moves virtual time to the earliest
+    // deadline and ends the calls that were waiting for it.
+    void AdvanceIfIdle();
+    [[noreturn]] void ReportDeadlock();
+
+    std::atomic<bool> virtual_{false};
+    std::atomic<uint64_t> virtualNow_{0};
+    std::vector<ThreadRecord*> threads_;
+    int running_ = 0;  // managed threads that can run, woken ones included
+    DWORD nextThreadId_ = 1000;
+};
+
+}  // namespace langmon::platform

@@ -1,0 +1,171 @@
+#include "platform/thread.h"
+
+#include "platform/kernel.h"
+
+#include <system_error>
+#include <thread>
+
+namespace langmon {
+
+using platform::Kernel;
+using platform::KernelObject;
+using platform::ObjectKind;
+using platform::ThreadRecord;
+
+namespace {
+
+KernelObject* AsThread(HANDLE handle) {
+    auto* object = static_cast<KernelObject*>(handle);
+    return Kernel::IsLive(object) && object->kind == ObjectKind::Thread ? object : nullptr;
+}
+
+bool IsValidPriority(int priority) {
+    return (priority >= THREAD_PRIORITY_LOWEST && priority <= THREAD_PRIORITY_HIGHEST) ||
+           priority == 15 || priority == -15;
+}
+
+}  // namespace
+
+namespace platform {
+// Body of every thread that CreateThread makes.
+void RunManagedThread(ThreadRecord* record, LPTHREAD_START_ROUTINE routine, LPVOID argument);
+}  // namespace platform
+
+HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argument,
+                    DWORD creationFlags, LPDWORD threadId) {
+    if (routine == nullptr) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    Kernel& kernel = Kernel::Get();
+    KernelObject* object = nullptr;
+    ThreadRecord* record = nullptr;
+    {
+        std::lock_guard lock(kernel.mutex);
+        kernel.CurrentThread();
+        object = new KernelObject(ObjectKind::Thread);
+        ++kernel.liveObjects;
+        object->handles = 2;  // the caller's handle and the thread's own
+        record = kernel.AddThread();
+        record->object = object;
+        object->thread = record;
+        object->threadId = record->id;
+        if (creationFlags & CREATE_SUSPENDED) {
+            record->suspended = true;
+            object->suspendCount = 1;
+        } else {
+            kernel.ThreadStarted();
+        }
+    }
+    try {
+        std::thread(platform::RunManagedThread, record, routine, argument).detach();
+    } catch (const std::system_error&) {
+        std::lock_guard lock(kernel.mutex);
+        if (record->suspended) {
+            kernel.ThreadStarted();  // ThreadEnded counts it out again
+        }
+        object->handles = 1;
+        kernel.ThreadEnded(record, 0);
+        kernel.CloseObject(object);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    if (threadId != nullptr) {
+        *threadId = object->threadId;
+    }
+    return object;
+}
+
+namespace platform {
+
+void RunManagedThread(ThreadRecord* record, LPTHREAD_START_ROUTINE routine, LPVOID argument) {
+    Kernel& kernel = Kernel::Get();
+    {
+        std::unique_lock lock(kernel.mutex);
+        kernel.AdoptThread(record);
+        record->resumed.wait(lock, [record] { return !record->suspended; });
+    }
+    const DWORD exitCode = routine(argument);
+    std::lock_guard lock(kernel.mutex);
+    kernel.AdoptThread(nullptr);
+    kernel.ThreadEnded(record, exitCode);
+}
+
+}  // namespace platform
+
+DWORD ResumeThread(HANDLE thread) {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    KernelObject* object = AsThread(thread);
+    if (object == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return 0xFFFFFFFFu;
+    }
+    const DWORD previous = object->suspendCount;
+    if (previous > 0 && --object->suspendCount == 0 && object->thread != nullptr) {
+        kernel.ResumeLocked(object->thread);
+    }
+    return previous;
+}
+
+BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode) {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    KernelObject* object = AsThread(thread);
+    if (object == nullptr || exitCode == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    *exitCode = object->exitCode;
+    return TRUE;
+}
+
+HANDLE GetCurrentThread() {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    ThreadRecord* self = kernel.CurrentThread();
+    if (self->object == nullptr) {
+        auto* object = new KernelObject(ObjectKind::Thread);
+        ++kernel.liveObjects;
+        object->thread = self;
+        object->threadId = self->id;
+        self->object = object;  // its one handle is the thread's own reference
+    }
+    ++self->object->handles;
+    return self->object;
+}
+
+DWORD GetCurrentThreadId() {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    return kernel.CurrentThread()->id;
+}
+
+int GetThreadPriority(HANDLE thread) {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    KernelObject* object = AsThread(thread);
+    if (object == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return THREAD_PRIORITY_ERROR_RETURN;
+    }
+    return object->priority;
+}
+
+BOOL SetThreadPriority(HANDLE thread, int priority) {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    KernelObject* object = AsThread(thread);
+    if (object == nullptr) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (!IsValidPriority(priority)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    object->priority = priority;
+    return TRUE;
+}
+
+}  // namespace langmon

@@ -1,0 +1,245 @@
+// Kernel objects as the logic relies on them: semaphores with a maximum, the two
+// kinds of event, named objects, re-entrant locks, threads, the last error.
+
+#include "platform/clock.h"
+#include "platform/sync.h"
+#include "platform/thread.h"
+#include "support/platform_fixture.h"
+
+#include <atomic>
+
+namespace langmon {
+namespace {
+
+using testing::PlatformTest;
+using testing::TestStartTick;
+
+class SyncTest : public PlatformTest {};
+
+TEST_F(SyncTest, SemaphoreReleasePastItsMaximumFailsQuietly) {
+    HANDLE semaphore = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+    ASSERT_NE(semaphore, nullptr);
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(ReleaseSemaphore(semaphore, 1, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_POSTS);
+    // The count is still 1: one wait gets it, the next times out.
+    EXPECT_EQ(WaitForSingleObject(semaphore, 30000), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 30000), WAIT_TIMEOUT);
+    EXPECT_EQ(Elapsed(), 30000u);
+    LONG previous = -1;
+    EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(previous, 0);
+    CloseHandle(semaphore);
+}
+
+TEST_F(SyncTest, BadArgumentsGiveWin32Errors) {
+    SetLastError(0xdeadbeef);
+    EXPECT_EQ(CreateSemaphoreA(nullptr, 2, 1, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    SetLastError(0xdeadbeef);
+    EXPECT_EQ(WaitForSingleObject(nullptr, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(SetEvent(nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    SetLastError(0xdeadbeef);
+    EXPECT_EQ(WaitForMultipleObjects(0, nullptr, FALSE, 0), WAIT_FAILED);
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+struct EventWaiter {
+    HANDLE event;
+    std::atomic<int>* woken;
+};
+
+DWORD WaitForEventOnce(LPVOID argument) {
+    auto* waiter = static_cast<EventWaiter*>(argument);
+    if (WaitForSingleObject(waiter->event, 10000) == WAIT_OBJECT_0) {
+        ++*waiter->woken;
+    }
+    return 0;
+}
+
+// Starts `count` threads that wait up to 10 s for `event`, sets it once after
+// 1 s, and returns how many got through.
+int WokenBySetEvent(HANDLE event, int count) {
+    std::atomic<int> woken{0};
+    EventWaiter waiter{event, &woken};
+    HANDLE threads[3];
+    for (int i = 0; i < count; ++i) {
+        threads[i] = CreateThread(nullptr, 0, WaitForEventOnce, &waiter, 0, nullptr);
+    }
+    Sleep(1000);
+    SetEvent(event);
+    for (int i = 0; i < count; ++i) {
+        WaitForSingleObject(threads[i], INFINITE);
+        CloseHandle(threads[i]);
+    }
+    return woken.load();
+}
+
+TEST_F(SyncTest, AutoResetEventLetsOneWaiterThroughManualResetAll) {
+    HANDLE autoEvent = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_EQ(WokenBySetEvent(autoEvent, 3), 1);
+    EXPECT_EQ(WaitForSingleObject(autoEvent, 0), WAIT_TIMEOUT) << "the set was used up";
+
+    HANDLE manualEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    EXPECT_EQ(WokenBySetEvent(manualEvent, 3), 3);
+    EXPECT_EQ(WaitForSingleObject(manualEvent, 0), WAIT_OBJECT_0) << "stays set";
+    EXPECT_TRUE(ResetEvent(manualEvent));
+    EXPECT_EQ(WaitForSingleObject(manualEvent, 0), WAIT_TIMEOUT);
+    CloseHandle(autoEvent);
+    CloseHandle(manualEvent);
+}
+
+TEST_F(SyncTest, WaitForMultipleObjectsGivesTheLowestSignalledIndex) {
+    HANDLE events[3] = {CreateEventA(nullptr, TRUE, FALSE, nullptr),
+                        CreateEventA(nullptr, TRUE, TRUE, nullptr),
+                        CreateEventA(nullptr, TRUE, TRUE, nullptr)};
+    EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, 0), WAIT_OBJECT_0 + 1);
+    ResetEvent(events[1]);
+    EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, 0), WAIT_OBJECT_0 + 2);
+    ResetEvent(events[2]);
+    EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, 4000), WAIT_TIMEOUT);
+    EXPECT_EQ(Elapsed(), 4000u);
+    EXPECT_EQ(WaitForMultipleObjects(3, events, TRUE, 0), WAIT_FAILED) << "wait-all is refused";
+    for (HANDLE event : events) {
+        CloseHandle(event);
+    }
+}
+
+struct Signaller {
+    HANDLE event;
+    DWORD after;
+};
+
+DWORD SetEventLater(LPVOID argument) {
+    auto* signaller = static_cast<Signaller*>(argument);
+    Sleep(signaller->after);
+    SetEvent(signaller->event);
+    return 0;
+}
+
+TEST_F(SyncTest, AWaitOnSeveralObjectsEndsWithTheOneSignalledWhileWaiting) {
+    HANDLE events[2] = {CreateEventA(nullptr, FALSE, FALSE, nullptr),
+                        CreateEventA(nullptr, FALSE, FALSE, nullptr)};
+    Signaller signaller{events[1], 2500};
+    HANDLE thread = CreateThread(nullptr, 0, SetEventLater, &signaller, 0, nullptr);
+    EXPECT_EQ(WaitForMultipleObjects(2, events, FALSE, 30000), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(Elapsed(), 2500u);
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
+    CloseHandle(events[0]);
+    CloseHandle(events[1]);
+}
+
+TEST_F(SyncTest, NamedObjectsShareOneObjectPerName) {
+    SetLastError(0xdeadbeef);
+    HANDLE first = CreateEventA(nullptr, TRUE, FALSE, "KVWAT:DEL_PRN:Laser");
+    EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
+    HANDLE second = CreateEventA(nullptr, TRUE, FALSE, "KVWAT:DEL_PRN:Laser");
+    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+    HANDLE opened = OpenEventA(0, FALSE, "KVWAT:DEL_PRN:Laser");
+    ASSERT_NE(opened, nullptr);
+    SetEvent(second);
+    EXPECT_EQ(WaitForSingleObject(first, 0), WAIT_OBJECT_0) << "one object behind all names";
+    EXPECT_EQ(CreateMutexA(nullptr, FALSE, "KVWAT:DEL_PRN:Laser"), nullptr) << "name of an event";
+    CloseHandle(first);
+    CloseHandle(second);
+    CloseHandle(opened);
+    SetLastError(0xdeadbeef);
+    EXPECT_EQ(OpenEventA(0, FALSE, "KVWAT:DEL_PRN:Laser"), nullptr) << "gone with its last handle";
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(SyncTest, MutexIsReentrantAndOnlyItsOwnerReleasesIt) {
+    HANDLE mutex = CreateMutexA(nullptr, TRUE, "CTIMutex");
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    EXPECT_TRUE(ReleaseMutex(mutex));
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(ReleaseMutex(mutex));
+    EXPECT_EQ(GetLastError(), ERROR_NOT_OWNER);
+    CloseHandle(mutex);
+}
+
+struct SectionUser {
+    CRITICAL_SECTION* section;
+    DWORD enteredAt;
+};
+
+DWORD EnterAndNote(LPVOID argument) {
+    auto* user = static_cast<SectionUser*>(argument);
+    EnterCriticalSection(user->section);
+    user->enteredAt = GetTickCount();
+    LeaveCriticalSection(user->section);
+    return 0;
+}
+
+TEST_F(SyncTest, CriticalSectionIsReentrantAndHoldsOthersOff) {
+    CRITICAL_SECTION section{};
+    InitializeCriticalSection(&section);
+    EnterCriticalSection(&section);
+    EnterCriticalSection(&section);
+    SectionUser other{&section, 0};
+    HANDLE thread = CreateThread(nullptr, 0, EnterAndNote, &other, 0, nullptr);
+    Sleep(5000);
+    LeaveCriticalSection(&section);
+    Sleep(1000);
+    EXPECT_EQ(other.enteredAt, 0u) << "still held once";
+    LeaveCriticalSection(&section);
+    WaitForSingleObject(thread, INFINITE);
+    EXPECT_EQ(other.enteredAt, TestStartTick + 6000);
+    CloseHandle(thread);
+    DeleteCriticalSection(&section);
+}
+
+struct ThreadFacts {
+    DWORD lastErrorSeen;
+    DWORD startedAt;
+};
+
+DWORD NoteFacts(LPVOID argument) {
+    auto* facts = static_cast<ThreadFacts*>(argument);
+    facts->lastErrorSeen = GetLastError();
+    facts->startedAt = GetTickCount();
+    SetLastError(1234);
+    return 42;
+}
+
+TEST_F(SyncTest, SuspendedThreadRunsOnlyOnceResumed) {
+    ThreadFacts facts{0xFFFF, 0};
+    SetLastError(777);
+    DWORD id = 0;
+    HANDLE thread = CreateThread(nullptr, 0, NoteFacts, &facts, CREATE_SUSPENDED, &id);
+    ASSERT_NE(thread, nullptr);
+    EXPECT_NE(id, 0u);
+    Sleep(3000);
+    EXPECT_EQ(facts.startedAt, 0u);
+    EXPECT_EQ(WaitForSingleObject(thread, 0), WAIT_TIMEOUT);
+    EXPECT_EQ(ResumeThread(thread), 1u);
+    EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(facts.startedAt, TestStartTick + 3000);
+    EXPECT_EQ(facts.lastErrorSeen, 0u) << "the last error is the thread's own";
+    EXPECT_EQ(GetLastError(), 777u);
+    DWORD exitCode = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &exitCode));
+    EXPECT_EQ(exitCode, 42u);
+    EXPECT_EQ(ResumeThread(thread), 0u);
+    CloseHandle(thread);
+}
+
+TEST_F(SyncTest, ThreadPrioritiesAreRecorded) {
+    HANDLE self = GetCurrentThread();
+    EXPECT_EQ(GetThreadPriority(self), THREAD_PRIORITY_NORMAL);
+    EXPECT_TRUE(SetThreadPriority(self, THREAD_PRIORITY_HIGHEST));
+    EXPECT_EQ(GetThreadPriority(self), THREAD_PRIORITY_HIGHEST);
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(SetThreadPriority(self, 7));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_TRUE(SetThreadPriority(self, THREAD_PRIORITY_NORMAL));
+    CloseHandle(self);
+}
+
+}  // namespace
+}  // namespace langmon

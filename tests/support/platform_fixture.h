@@ -1,0 +1,41 @@
+// The ground every test stands on: the virtual clock, an empty machine, no
+// injected faults, and at the end a check that nothing was leaked (heap blocks,
+// kernel objects, registry keys).
+#pragma once
+
+#include "platform/clock.h"
+#include "platform/memory.h"
+#include "platform/registry.h"
+#include "platform/spooler.h"
+#include "platform/sync.h"
+
+#include <gtest/gtest.h>
+#include <langmon/monitor.h>
+
+namespace langmon::testing {
+
+// A start tick well away from 0, so that a forgotten "tick 0 means unset" shows.
+constexpr DWORD TestStartTick = 0x00100000u;
+
+class PlatformTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Milliseconds of virtual time since the test began.
+    DWORD Elapsed() const { return GetTickCount() - TestStartTick; }
+
+private:
+    std::size_t blocksAtStart_ = 0;
+    std::size_t objectsAtStart_ = 0;
+    std::size_t keysAtStart_ = 0;
+};
+
+// As PlatformTest, with the monitor initialised and its entry table at hand.
+class MonitorTest : public PlatformTest {
+protected:
+    void SetUp() override;
+    MONITOR monitor{};
+};
+
+}  // namespace langmon::testing
