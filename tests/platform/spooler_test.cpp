@@ -1,0 +1,122 @@
+// The spooler's port list: read from the monitors' Ports keys, packed into the
+// caller's buffer the way the spooler packs it, and able to fail on demand.
+
+#include "platform/spooler.h"
+
+#include "platform/registry.h"
+#include "support/platform_fixture.h"
+
+#include <cstring>
+#include <vector>
+
+namespace langmon {
+namespace {
+
+constexpr const char* kMonitors = "System\\CurrentControlSet\\control\\Print\\Monitors";
+
+class SpoolerTest : public testing::PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        const std::string local = std::string(kMonitors) + "\\Local Port\\Ports\\";
+        platform::RegistrySetString(HKEY_LOCAL_MACHINE, local + "LPT1:", "Description", "ECP Printer Port");
+        platform::RegistrySetDword(HKEY_LOCAL_MACHINE, local + "COM1:", "PortType", PORT_TYPE_WRITE);
+        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE,
+                                    std::string(kMonitors) + "\\KV TCP/IP XRU Port\\Ports\\KVPORT_1");
+        // A monitor without ports adds nothing.
+        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, std::string(kMonitors) + "\\Quor Language Monitor");
+    }
+};
+
+TEST_F(SpoolerTest, Level2AsksForTheSizeThenPacksRecordsAndTexts) {
+    DWORD needed = 0;
+    DWORD count = 99;
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(EnumPortsA(nullptr, 2, nullptr, 0, &needed, &count));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(count, 0u);
+    const std::size_t texts = sizeof "LPT1:" + sizeof "Local Port" + sizeof "ECP Printer Port" +
+                              sizeof "COM1:" + sizeof "Local Port" + sizeof "Local Port" +
+                              sizeof "KVPORT_1" + 2 * sizeof "KV TCP/IP XRU Port";
+    ASSERT_EQ(needed, 3 * sizeof(PORT_INFO_2) + texts);
+
+    // One byte short: refused, and not a byte of the buffer written.
+    std::vector<BYTE> buffer(needed, 0xCD);
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(EnumPortsA(nullptr, 2, buffer.data(), needed - 1, &needed, &count));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INSUFFICIENT_BUFFER));
+    EXPECT_EQ(buffer, std::vector<BYTE>(needed, 0xCD));
+
+    SetLastError(0xdeadbeef);
+    ASSERT_TRUE(EnumPortsA(nullptr, 2, buffer.data(), needed, &needed, &count));
+    EXPECT_EQ(GetLastError(), 0xdeadbeefu);
+    ASSERT_EQ(count, 3u);
+    const auto* ports = reinterpret_cast<const PORT_INFO_2*>(buffer.data());
+    // Every text lies behind the records, inside the caller's buffer.
+    const char* textsStart = reinterpret_cast<const char*>(buffer.data() + 3 * sizeof(PORT_INFO_2));
+    const char* end = reinterpret_cast<const char*>(buffer.data() + needed);
+    for (DWORD i = 0; i < count; ++i) {
+        for (const char* text : {ports[i].pPortName, ports[i].pMonitorName, ports[i].pDescription}) {
+            EXPECT_GE(text, textsStart);
+            EXPECT_LT(text + std::strlen(text), end);
+        }
+    }
+    EXPECT_STREQ(ports[0].pPortName, "LPT1:");
+    EXPECT_STREQ(ports[0].pMonitorName, "Local Port");
+    EXPECT_STREQ(ports[0].pDescription, "ECP Printer Port");
+    EXPECT_EQ(ports[0].fPortType, PORT_TYPE_WRITE | PORT_TYPE_READ);
+    EXPECT_STREQ(ports[1].pPortName, "COM1:");
+    EXPECT_STREQ(ports[1].pDescription, "Local Port");  // no description: the monitor's name
+    EXPECT_EQ(ports[1].fPortType, PORT_TYPE_WRITE);
+    EXPECT_STREQ(ports[2].pPortName, "KVPORT_1");
+    EXPECT_STREQ(ports[2].pDescription, "KV TCP/IP XRU Port");
+}
+
+TEST_F(SpoolerTest, Level1GivesNamesAndOtherLevelsAreRefused) {
+    BYTE buffer[256];
+    DWORD needed = 0;
+    DWORD count = 0;
+    ASSERT_TRUE(EnumPortsA(nullptr, 1, buffer, sizeof buffer, &needed, &count));
+    ASSERT_EQ(count, 3u);
+    EXPECT_EQ(needed, 3 * sizeof(PORT_INFO_1) + sizeof "LPT1:" + sizeof "COM1:" + sizeof "KVPORT_1");
+    const auto* names = reinterpret_cast<const PORT_INFO_1*>(buffer);
+    EXPECT_STREQ(names[0].pName, "LPT1:");
+    EXPECT_STREQ(names[2].pName, "KVPORT_1");
+
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(EnumPortsA(nullptr, 3, buffer, sizeof buffer, &needed, &count));
+    EXPECT_EQ(GetLastError(), DWORD(ERROR_INVALID_LEVEL));
+}
+
+TEST_F(SpoolerTest, NoPortsIsAnEmptySuccess) {
+    platform::ClearRegistry();
+    DWORD needed = 5;
+    DWORD count = 5;
+    EXPECT_TRUE(EnumPortsA(nullptr, 2, nullptr, 0, &needed, &count));
+    EXPECT_EQ(needed, 0u);
+    EXPECT_EQ(count, 0u);
+}
+
+TEST_F(SpoolerTest, InjectedFailuresComeFirstAndAreCounted) {
+    BYTE buffer[512];
+    DWORD needed = 0;
+    DWORD count = 0;
+    platform::FailSpoolerCall(platform::SpoolerCall::EnumPorts, 1722, 2);
+    for (int i = 0; i < 2; ++i) {
+        SetLastError(0xdeadbeef);
+        EXPECT_FALSE(EnumPortsA(nullptr, 2, buffer, sizeof buffer, &needed, &count));
+        EXPECT_EQ(GetLastError(), 1722u);
+        EXPECT_EQ(count, 0u);
+    }
+    EXPECT_TRUE(EnumPortsA(nullptr, 2, buffer, sizeof buffer, &needed, &count));
+    EXPECT_EQ(platform::SpoolerCallCount(platform::SpoolerCall::EnumPorts), 3u);
+
+    platform::FailSpoolerCall(platform::SpoolerCall::EnumPorts, ERROR_NOT_ENOUGH_MEMORY, -1);
+    for (int i = 0; i < 5; ++i) EXPECT_FALSE(EnumPortsA(nullptr, 2, buffer, sizeof buffer, &needed, &count));
+    platform::StopFailingSpoolerCalls();
+    EXPECT_EQ(platform::SpoolerCallCount(platform::SpoolerCall::EnumPorts), 0u);
+    EXPECT_TRUE(EnumPortsA(nullptr, 2, buffer, sizeof buffer, &needed, &count));
+}
+
+}  // namespace
+}  // namespace langmon
