@@ -113,30 +113,20 @@ std::string PortCall::Describe() const {
 
 void ScriptedPort::FailOpen(DWORD error) {
     std::lock_guard lock(scriptLock);
-    failOpen_ = true;
+    failOpen_ = error != 0;
     openError_ = error;
 }
 
 void ScriptedPort::FailStartDoc(DWORD error) {
     std::lock_guard lock(scriptLock);
-    failStartDoc_ = true;
+    failStartDoc_ = error != 0;
     startDocError_ = error;
-}
-
-void ScriptedPort::SucceedStartDoc() {
-    std::lock_guard lock(scriptLock);
-    failStartDoc_ = false;
 }
 
 void ScriptedPort::FailEndDoc(DWORD error) {
     std::lock_guard lock(scriptLock);
-    failEndDoc_ = true;
+    failEndDoc_ = error != 0;
     endDocError_ = error;
-}
-
-void ScriptedPort::SucceedEndDoc() {
-    std::lock_guard lock(scriptLock);
-    failEndDoc_ = false;
 }
 
 void ScriptedPort::QueueWrite(WriteAnswer answer) {

@@ -106,12 +106,15 @@ class ScriptedPort {
 public:
     explicit ScriptedPort(std::string name) : name_(std::move(name)) {}
 
-    // Script.
+    // Script. OpenPort, StartDocPort and EndDocPort fail from now on with
+    // `error` as the last error, until told to succeed; an error of 0 also
+    // means succeed.
     void FailOpen(DWORD error);
-    void FailStartDoc(DWORD error);  // until SucceedStartDoc
-    void SucceedStartDoc();
-    void FailEndDoc(DWORD error);  // until SucceedEndDoc
-    void SucceedEndDoc();
+    void SucceedOpen() { FailOpen(0); }
+    void FailStartDoc(DWORD error);
+    void SucceedStartDoc() { FailStartDoc(0); }
+    void FailEndDoc(DWORD error);
+    void SucceedEndDoc() { FailEndDoc(0); }
     // Answers for the next writes, in order; once they are used up every write
     // gets the default answer, which is to take all.
     void QueueWrite(WriteAnswer answer);

@@ -1,1 +1,39 @@
-int main() { return 0; }
+// The langmon command.
+
+#include "print_command.h"
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr const char* Usage =
+    "usage: langmon print FILE [--printer file:PATH] [--port NAME] [--printer-name NAME]\n"
+    "                          [--document NAME] [--block-size BYTES]\n"
+    "  Sends FILE as one job through the language monitor, the way the spooler\n"
+    "  does, and reports each call and what the printer received.\n"
+    "  The machine the monitor sees is described by the file that the\n"
+    "  environment variable LANGMON_REGISTRY names (see the README).\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    if (words.empty() || words[0] == "help" || words[0] == "--help" || words[0] == "-h") {
+        std::cout << Usage;
+        return words.empty() ? 2 : 0;
+    }
+    if (words[0] == "print") {
+        langmon::tool::PrintOptions options;
+        std::string error;
+        if (!langmon::tool::ParsePrintOptions({words.begin() + 1, words.end()}, &options,
+                                              &error)) {
+            std::cerr << "langmon print: " << error << '\n' << Usage;
+            return 2;
+        }
+        return langmon::tool::RunPrint(options, std::cout);
+    }
+    std::cerr << "langmon: unknown command " << words[0] << '\n' << Usage;
+    return 2;
+}
