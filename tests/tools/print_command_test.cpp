@@ -1,0 +1,93 @@
+// `langmon print` as a user runs it: the job reaches the file printer whole and
+// the report says what happened.
+
+#include "langmon/print_command.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+
+namespace langmon::tool {
+namespace {
+
+std::string TempPath(const std::string& stem) {
+    return ::testing::TempDir() + stem + "-" + std::to_string(::getpid());
+}
+
+void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
+    const std::string job = TempPath("job");
+    const std::string printer = TempPath("printer");
+    std::string bytes(10000, '\0');
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<char>(i * 7);
+    }
+    WriteFile(job, bytes);
+
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "file:" + printer, "--port", "COM2",
+                                   "--block-size", "4096"},
+                                  &options, &error))
+        << error;
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_EQ(ReadFile(printer), bytes);
+    EXPECT_NE(report.str().find("3 calls, 10000 of 10000 bytes taken"), std::string::npos)
+        << report.str();
+    EXPECT_NE(report.str().find("the job's 10000 bytes, unchanged"), std::string::npos);
+    std::remove(job.c_str());
+    std::remove(printer.c_str());
+}
+
+TEST(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({TempPath("absent"), "--printer", "file:/nonexistent/dir/out"},
+                                  &options, &error));
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report), 1);
+    EXPECT_NE(report.str().find("cannot read"), std::string::npos) << report.str();
+
+    const std::string job = TempPath("job2");
+    WriteFile(job, "x");
+    options.jobFile = job;
+    std::ostringstream refused;
+    EXPECT_EQ(RunPrint(options, refused), 1);
+    EXPECT_NE(refused.str().find("OpenPortEx      failed, last error 2"), std::string::npos)
+        << refused.str();
+    std::remove(job.c_str());
+}
+
+TEST(PrintCommandTest, ACommandLineThatMakesNoJobIsRefused) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{}, "which file?"},
+        {{"a", "b"}, "one job file at a time"},
+        {{"a", "--printer", "lpt:1"}, "--printer takes file:PATH"},
+        {{"a", "--block-size", "0"}, "--block-size takes"},
+        {{"a", "--port"}, "--port needs a value"},
+        {{"a", "--colour"}, "unknown option --colour"},
+    };
+    for (const auto& [words, message] : cases) {
+        PrintOptions options;
+        std::string error;
+        EXPECT_FALSE(ParsePrintOptions(words, &options, &error));
+        EXPECT_NE(error.find(message), std::string::npos) << error;
+    }
+}
+
+}  // namespace
+}  // namespace langmon::tool
