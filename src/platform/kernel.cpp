@@ -241,6 +241,20 @@ bool Kernel::IsLive(const KernelObject* object) {
     return object != nullptr && object->magic == KernelObject::LiveMagic;
 }
 
+KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
+    auto* object = static_cast<KernelObject*>(handle);
+    if (!IsLive(object) || object->kind != kind) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return object;
+}
+
+KernelObject* Kernel::NewObject(ObjectKind kind) {
+    ++liveObjects;
+    return new KernelObject(kind);
+}
+
 void Kernel::Unpin(KernelObject* object) {
     --object->pins;
     if (object->handles == 0 && object->pins == 0) {

@@ -98,6 +98,11 @@ public:
     void Unpin(KernelObject* object);
     void CloseObject(KernelObject* object);
     static bool IsLive(const KernelObject* object);
+    // The object behind a handle of the given kind, or null with the last
+    // error ERROR_INVALID_HANDLE: the one check of every call that takes one.
+    static KernelObject* ObjectOf(HANDLE handle, ObjectKind kind);
+    // A new object with one handle, counted as live. Lock held.
+    KernelObject* NewObject(ObjectKind kind);
 
     // Named objects, one table for the process.
     std::unordered_map<std::string, KernelObject*> names;

@@ -308,28 +308,32 @@ std::optional<DWORD> RegistryGetDword(HKEY root, std::string_view path, std::str
     return word;
 }
 
-std::vector<std::string> RegistrySubkeys(HKEY root, std::string_view path) {
+namespace {
+// The names of a key's subkeys or of its values, in order.
+template <typename Name>
+std::vector<std::string> NamesIn(HKEY root, std::string_view path, Name nameOf) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
     std::vector<std::string> names;
     auto from = HostRoot(r, root);
     if (!from) return names;
     if (auto node = Walk(std::move(from), path)) {
-        for (const auto& child : node->children) names.push_back(child->name);
+        nameOf(*node, names);
     }
     return names;
 }
+}  // namespace
+
+std::vector<std::string> RegistrySubkeys(HKEY root, std::string_view path) {
+    return NamesIn(root, path, [](const auto& node, std::vector<std::string>& names) {
+        for (const auto& child : node.children) names.push_back(child->name);
+    });
+}
 
 std::vector<std::string> RegistryValueNames(HKEY root, std::string_view path) {
-    Registry& r = TheRegistry();
-    std::lock_guard lock(r.mutex);
-    std::vector<std::string> names;
-    auto from = HostRoot(r, root);
-    if (!from) return names;
-    if (auto node = Walk(std::move(from), path)) {
-        for (const auto& value : node->values) names.push_back(value.name);
-    }
-    return names;
+    return NamesIn(root, path, [](const auto& node, std::vector<std::string>& names) {
+        for (const auto& value : node.values) names.push_back(value.name);
+    });
 }
 
 bool RegistryKeyExists(HKEY root, std::string_view path) {

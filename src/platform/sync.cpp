@@ -10,11 +10,6 @@ using platform::ObjectKind;
 
 namespace {
 
-KernelObject* AsObject(HANDLE handle, ObjectKind kind) {
-    auto* object = static_cast<KernelObject*>(handle);
-    return Kernel::IsLive(object) && object->kind == kind ? object : nullptr;
-}
-
 // Creates an object, or opens the one that carries `name` already. Lock held.
 // Sets the last error as CreateEvent and CreateMutex do.
 KernelObject* CreateNamed(Kernel& kernel, ObjectKind kind, LPCSTR name, bool* existed) {
@@ -32,8 +27,7 @@ KernelObject* CreateNamed(Kernel& kernel, ObjectKind kind, LPCSTR name, bool* ex
             return found->second;
         }
     }
-    auto* object = new KernelObject(kind);
-    ++kernel.liveObjects;
+    KernelObject* object = kernel.NewObject(kind);
     if (name != nullptr && *name != '\0') {
         object->name = name;
         kernel.names.emplace(object->name, object);
@@ -101,9 +95,8 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG releaseCount, LONG* previousCount) 
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
     kernel.CurrentThread();
-    KernelObject* object = AsObject(semaphore, ObjectKind::Semaphore);
+    KernelObject* object = Kernel::ObjectOf(semaphore, ObjectKind::Semaphore);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     if (releaseCount <= 0) {
@@ -154,9 +147,8 @@ BOOL SetEvent(HANDLE event) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
     kernel.CurrentThread();
-    KernelObject* object = AsObject(event, ObjectKind::Event);
+    KernelObject* object = Kernel::ObjectOf(event, ObjectKind::Event);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     object->signalled = true;
@@ -167,9 +159,8 @@ BOOL SetEvent(HANDLE event) {
 BOOL ResetEvent(HANDLE event) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    KernelObject* object = AsObject(event, ObjectKind::Event);
+    KernelObject* object = Kernel::ObjectOf(event, ObjectKind::Event);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     object->signalled = false;
@@ -193,9 +184,8 @@ BOOL ReleaseMutex(HANDLE mutex) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
     platform::ThreadRecord* self = kernel.CurrentThread();
-    KernelObject* object = AsObject(mutex, ObjectKind::Mutex);
+    KernelObject* object = Kernel::ObjectOf(mutex, ObjectKind::Mutex);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     if (object->owner != self) {
@@ -249,9 +239,7 @@ DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
 void InitializeCriticalSection(CRITICAL_SECTION* section) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    auto* object = new KernelObject(ObjectKind::Mutex);
-    ++kernel.liveObjects;
-    section->lockObject = object;
+    section->lockObject = kernel.NewObject(ObjectKind::Mutex);
 }
 
 void EnterCriticalSection(CRITICAL_SECTION* section) {

@@ -14,11 +14,6 @@ using platform::ThreadRecord;
 
 namespace {
 
-KernelObject* AsThread(HANDLE handle) {
-    auto* object = static_cast<KernelObject*>(handle);
-    return Kernel::IsLive(object) && object->kind == ObjectKind::Thread ? object : nullptr;
-}
-
 bool IsValidPriority(int priority) {
     return (priority >= THREAD_PRIORITY_LOWEST && priority <= THREAD_PRIORITY_HIGHEST) ||
            priority == 15 || priority == -15;
@@ -43,8 +38,7 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
     {
         std::lock_guard lock(kernel.mutex);
         kernel.CurrentThread();
-        object = new KernelObject(ObjectKind::Thread);
-        ++kernel.liveObjects;
+        object = kernel.NewObject(ObjectKind::Thread);
         object->handles = 2;  // the caller's handle and the thread's own
         record = kernel.AddThread();
         record->object = object;
@@ -96,9 +90,8 @@ void RunManagedThread(ThreadRecord* record, LPTHREAD_START_ROUTINE routine, LPVO
 DWORD ResumeThread(HANDLE thread) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    KernelObject* object = AsThread(thread);
+    KernelObject* object = Kernel::ObjectOf(thread, ObjectKind::Thread);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return 0xFFFFFFFFu;
     }
     const DWORD previous = object->suspendCount;
@@ -111,9 +104,8 @@ DWORD ResumeThread(HANDLE thread) {
 BOOL GetExitCodeThread(HANDLE thread, LPDWORD exitCode) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    KernelObject* object = AsThread(thread);
+    KernelObject* object = Kernel::ObjectOf(thread, ObjectKind::Thread);
     if (object == nullptr || exitCode == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     *exitCode = object->exitCode;
@@ -125,8 +117,7 @@ HANDLE GetCurrentThread() {
     std::lock_guard lock(kernel.mutex);
     ThreadRecord* self = kernel.CurrentThread();
     if (self->object == nullptr) {
-        auto* object = new KernelObject(ObjectKind::Thread);
-        ++kernel.liveObjects;
+        KernelObject* object = kernel.NewObject(ObjectKind::Thread);
         object->thread = self;
         object->threadId = self->id;
         self->object = object;  // its one handle is the thread's own reference
@@ -144,9 +135,8 @@ DWORD GetCurrentThreadId() {
 int GetThreadPriority(HANDLE thread) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    KernelObject* object = AsThread(thread);
+    KernelObject* object = Kernel::ObjectOf(thread, ObjectKind::Thread);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return THREAD_PRIORITY_ERROR_RETURN;
     }
     return object->priority;
@@ -155,9 +145,8 @@ int GetThreadPriority(HANDLE thread) {
 BOOL SetThreadPriority(HANDLE thread, int priority) {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    KernelObject* object = AsThread(thread);
+    KernelObject* object = Kernel::ObjectOf(thread, ObjectKind::Thread);
     if (object == nullptr) {
-        SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
     if (!IsValidPriority(priority)) {
