@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -18,693 +18,413 @@ namespace langmon {
 namespace {
 
 using testing::CallKind;
-using testing::ReadAnswer;
 using testing::WriteAnswer;
+using Kinds = std::vector<CallKind>;
+using Texts = std::vector<std::string>;
 
-constexpr DWORD GenFailure = 31;  // ERROR_GEN_FAILURE, a port monitor's usual complaint
+constexpr auto TakeAll = &WriteAnswer::TakeAll;
+constexpr auto Take = &WriteAnswer::Take;
+constexpr auto Refuse = &WriteAnswer::Refuse;
+constexpr auto Nothing = &WriteAnswer::TakeNothing;
+
+constexpr DWORD Gen = 31;  // ERROR_GEN_FAILURE, a port monitor's usual complaint
+constexpr DWORD Timeout = ERROR_TIMEOUT;
+constexpr DWORD Denied = ERROR_ACCESS_DENIED;
 constexpr DWORD Unset = 0xdeadbeef;
 constexpr DWORD NoTick = 0xFFFFFFFFu;
 
 // 51 bytes of PJL, the size of a typical request the monitor sends.
-const std::string Request51 = "@PJL USTATUS DEVICE = ON\r\n@PJL USTATUS JOB = ON\r\n\r\n";
+const std::string R51 = "@PJL USTATUS DEVICE = ON\r\n@PJL USTATUS JOB = ON\r\n\r\n";
 const std::string Echo = "@PJL ECHO 1\r\n";
 
+// A call as the port monitor got it, without the time it came.
+std::string Said(const testing::PortCall& call) {
+    const std::string text = call.Describe();
+    return text.substr(text.find(' ') + 1);
+}
+
+// Every test has a USB and a parallel port, opened as the spooler opens them.
 class LowerPortTest : public testing::MonitorTest {
 protected:
+    void SetUp() override {
+        MonitorTest::SetUp();
+        usb = Open("USB001");
+        lpt = Open("LPT1");
+    }
     void TearDown() override {
-        for (HANDLE handle : handles_) {
-            ClosePort(handle);
-        }
+        for (PortContext* port : opened_) ClosePort(port);
         MonitorTest::TearDown();
     }
 
-    // A port opened as the spooler opens it, with the port monitor below
-    // scripted by `lower`; the OpenPort call itself is forgotten.
     PortContext* Open(const char* name) {
         HANDLE handle = nullptr;
         EXPECT_TRUE(OpenPortEx(const_cast<LPSTR>(name), const_cast<LPSTR>("Printer"), &handle,
-                               lower.Table()))
-            << "last error " << GetLastError();
-        if (handle != nullptr) {
-            handles_.push_back(handle);
-        }
+                               lower.Table()));
         lower.Port(name).ForgetCalls();
-        return static_cast<PortContext*>(handle);
+        return opened_.emplace_back(static_cast<PortContext*>(handle));
     }
+    testing::ScriptedPort& Below(const PortContext* port) { return lower.Port(port->portName); }
 
-    // The port's queue as text.
+    // The port's queue as text; an empty queue holds no block.
     static std::string Pending(const PortContext* port) {
-        if (port->pendingData == nullptr) {
-            return {};
-        }
-        return std::string(reinterpret_cast<const char*>(port->pendingData), port->pendingLength);
+        EXPECT_EQ(port->pendingData == nullptr, port->pendingLength == 0);
+        const auto* data = reinterpret_cast<const char*>(port->pendingData);
+        return port->pendingLength == 0 ? std::string() : std::string(data, port->pendingLength);
     }
 
-    // Puts `text` into the port's queue the way it gets there: the port takes
-    // none of it.
-    void QueueText(PortContext* port, const std::string& text) {
-        testing::ScriptedPort& below = lower.Port(port->portName);
-        below.QueueWrite(WriteAnswer::TakeNothing());
-        ASSERT_EQ(SendPjl(port, text.data(), static_cast<DWORD>(text.size()), nullptr, 1, 0), 0);
-        ASSERT_EQ(Pending(port), text);
-        below.ForgetCalls();
-    }
-
-    int Send(PortContext* port, const std::string& text, DWORD* written, int queueOnFailure,
-             int knownModelOnly = 0) {
-        return SendPjl(port, text.data(), static_cast<DWORD>(text.size()), written,
-                       queueOnFailure, knownModelOnly);
-    }
-
-    // The bytes each write offered, in order.
-    std::vector<std::string> Offered(const char* portName) {
-        std::vector<std::string> out;
-        for (const testing::PortCall& call : lower.Port(portName).Calls(CallKind::WritePort)) {
-            out.push_back(call.bytes);
-        }
-        return out;
+    // Empty text is sent as no text at all.
+    static int Send(PortContext* port, const std::string& text, DWORD* written, int queueOnFailure,
+                    int knownModelOnly = 0) {
+        return SendPjl(port, text.empty() ? nullptr : text.data(),
+                       static_cast<DWORD>(text.size()), written, queueOnFailure, knownModelOnly);
     }
 
     testing::ScriptedPortMonitor lower;
+    PortContext* usb = nullptr;
+    PortContext* lpt = nullptr;
 
 private:
-    std::vector<HANDLE> handles_;
+    std::vector<PortContext*> opened_;
 };
 
-using Kinds = std::vector<CallKind>;
+// ---- SendPjl: the pseudo document and the queue ------------------------------
 
-// ---- The pseudo document -----------------------------------------------------
-
-TEST_F(LowerPortTest, NothingToSendStillOpensAndClosesThePseudoDocument) {
-    PortContext* port = Open("LPT1");
-    DWORD written = 77;
-    SetLastError(Unset);
-    EXPECT_EQ(SendPjl(port, nullptr, 0, &written, 1, 0), 1);
-    EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_EQ(written, 0u);
-
-    const auto calls = lower.Port("LPT1").Calls();
-    ASSERT_EQ(calls.size(), 2u) << lower.Log();
-    const testing::PortCall& start = calls[0];
-    EXPECT_EQ(start.kind, CallKind::StartDocPort);
-    EXPECT_EQ(start.printerName, "Printer");
-    EXPECT_EQ(start.jobId, 0u);
-    EXPECT_EQ(start.level, 2u);
-    ASSERT_TRUE(start.hasDocInfo);
-    EXPECT_EQ(start.docName, "TAKRIN Doc");
-    EXPECT_EQ(start.outputFile, std::nullopt);
-    EXPECT_EQ(start.datatype, std::nullopt);
-    EXPECT_EQ(start.dwMode, 2u);
-    EXPECT_EQ(start.docJobId, 0u);
-    EXPECT_EQ(calls[1].kind, CallKind::EndDocPort);
-    EXPECT_FALSE(HasPortFlag(port, PF_DOC_OPEN));
-    EXPECT_FALSE(lower.Port("LPT1").DocumentOpen());
-}
-
-TEST_F(LowerPortTest, TextGoesIntoTheOpenDocumentOrIntoAPseudoDocumentOfItsOwn) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-
-    DWORD written = 0;
-    EXPECT_EQ(Send(port, Echo, &written, 0), 1);
-    EXPECT_EQ(written, Echo.size());
-    EXPECT_EQ(below.CallKinds(), (Kinds{CallKind::StartDocPort, CallKind::WritePort,
-                                        CallKind::EndDocPort}))
-        << lower.Log();
-
-    // A document open already (a job's) is used as it is and stays open.
-    below.ForgetCalls();
-    SetPortFlag(port, PF_DOC_OPEN);
-    EXPECT_EQ(Send(port, Echo, &written, 0), 1);
-    EXPECT_EQ(below.CallKinds(), (Kinds{CallKind::WritePort})) << lower.Log();
-    EXPECT_TRUE(HasPortFlag(port, PF_DOC_OPEN));
-    EXPECT_EQ(below.Received(), Echo);
-}
-
-TEST_F(LowerPortTest, NoPseudoDocumentNoText) {
-    PortContext* port = Open("LPT1");
-    lower.Port("LPT1").FailStartDoc(ERROR_ACCESS_DENIED);
-    DWORD written = 77;
-    SetLastError(Unset);
-    EXPECT_EQ(Send(port, Request51, &written, 1), 0);
-    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(written, 0u);
-    EXPECT_EQ(lower.Port("LPT1").CallKinds(), (Kinds{CallKind::StartDocPort})) << lower.Log();
-    EXPECT_FALSE(HasPortFlag(port, PF_DOC_OPEN));
-    EXPECT_EQ(port->pendingLength, 0u);
-    EXPECT_EQ(port->pendingData, nullptr);
-}
-
-// ---- Partial writes and the queue --------------------------------------------
-
-TEST_F(LowerPortTest, APortThatTakesOneByteLeavesTheRestQueuedAndMarksTheStall) {
-    PortContext* port = Open("LPT1");
-    ASSERT_EQ(Request51.size(), 51u);
-    ASSERT_EQ(port->stallTick, NoTick);
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(1));
-
-    DWORD written = 0;
-    SetLastError(Unset);
-    // The rest is queued whatever queueOnFailure says.
-    EXPECT_EQ(Send(port, Request51, &written, 0), 1);
-    EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_EQ(written, 1u);
-    EXPECT_EQ(port->stallTick, GetTickCount());
-    EXPECT_EQ(Pending(port), Request51.substr(1));
-    EXPECT_EQ(lower.Port("LPT1").Received(), "@");
-}
-
-TEST_F(LowerPortTest, QueuedTextGoesOutBeforeNewText) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-    QueueText(port, Request51);
-
-    // The queue goes out only in part: nothing new is tried, nothing is written.
-    below.QueueWrite(WriteAnswer::Take(20));
-    DWORD written = 77;
-    SetLastError(Unset);
-    EXPECT_EQ(SendPjl(port, nullptr, 0, &written, 1, 0), 0);
-    EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_EQ(written, 0u);
-    EXPECT_EQ(Pending(port), Request51.substr(20));
-    EXPECT_EQ(port->stallTick, NoTick);  // more than one byte went
-
-    // New text waits behind what is left, then both go, in order.
-    EXPECT_EQ(Send(port, Echo, &written, 1), 1);
-    EXPECT_EQ(written, Echo.size());
-    EXPECT_EQ(port->pendingData, nullptr);
-    EXPECT_EQ(port->pendingLength, 0u);
-    EXPECT_EQ(Offered("LPT1"),
-              (std::vector<std::string>{Request51, Request51.substr(20), Echo}));
-    EXPECT_EQ(below.Received(), Request51 + Echo);
-}
-
-TEST_F(LowerPortTest, OneByteOfTheQueueAlsoMarksTheStall) {
-    PortContext* port = Open("LPT1");
-    QueueText(port, Request51);
-    Sleep(500);
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(1));
-    EXPECT_EQ(Send(port, Echo, nullptr, 1), 0);
-    EXPECT_EQ(port->stallTick, GetTickCount());
-    EXPECT_EQ(Pending(port), Request51.substr(1) + Echo);
-}
-
-TEST_F(LowerPortTest, ARefusedQueueDropsNewTextUnlessItMayWait) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-    QueueText(port, Request51);
-
-    below.QueueWrite(WriteAnswer::Refuse(GenFailure));
-    DWORD written = 77;
-    SetLastError(Unset);
-    EXPECT_EQ(Send(port, Echo, &written, 0), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
-    EXPECT_EQ(written, 0u);
-    EXPECT_EQ(Pending(port), Request51);  // the new text is gone without a trace
-    EXPECT_EQ(Offered("LPT1"), (std::vector<std::string>{Request51}));
-
-    below.QueueWrite(WriteAnswer::TakeNothing(ERROR_TIMEOUT));
-    SetLastError(Unset);
-    EXPECT_EQ(Send(port, Echo, &written, 1), 0);
-    EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
-    EXPECT_EQ(Pending(port), Request51 + Echo);
-
-    // A willing port takes it all at the next chance.
-    EXPECT_EQ(SendPjl(port, nullptr, 0, nullptr, 1, 0), 1);
-    EXPECT_EQ(below.Received(), Request51 + Echo);
-    EXPECT_EQ(port->pendingLength, 0u);
-}
-
-TEST_F(LowerPortTest, NewTextThePortRefusesIsQueuedOnlyWhenAsked) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-
-    below.QueueWrite(WriteAnswer::TakeNothing(ERROR_TIMEOUT));
-    DWORD written = 77;
-    SetLastError(Unset);
-    EXPECT_EQ(Send(port, Echo, &written, 0), 0);
-    EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
-    EXPECT_EQ(written, 0u);
-    EXPECT_EQ(port->pendingLength, 0u);
-
-    below.QueueWrite(WriteAnswer::Refuse(GenFailure));
-    SetLastError(Unset);
-    EXPECT_EQ(Send(port, Echo, &written, 1), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
-    EXPECT_EQ(Pending(port), Echo);
-    // The document opened for the try is closed all the same.
-    EXPECT_FALSE(below.DocumentOpen());
-    EXPECT_FALSE(HasPortFlag(port, PF_DOC_OPEN));
-}
-
-TEST_F(LowerPortTest, WithoutMemoryForTheQueueTheRestIsLostButNothingGoesTwice) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-
-    // The rest of a partial write finds no room.
-    below.QueueWrite(WriteAnswer::Take(1));
-    platform::FailAllocation(1, false);
-    DWORD written = 0;
-    EXPECT_EQ(Send(port, Request51, &written, 1), 1);
-    EXPECT_TRUE(platform::AllocationFailureHit());
-    platform::StopFailingAllocations();
-    EXPECT_EQ(written, 1u);
-    EXPECT_EQ(port->pendingData, nullptr);
-    EXPECT_EQ(port->pendingLength, 0u);
-
-    // Text for an existing queue finds no room: the queue stays as it was.
-    QueueText(port, Request51);
-    below.QueueWrite(WriteAnswer::Refuse(GenFailure));
-    platform::FailAllocation(1, false);
-    EXPECT_EQ(Send(port, Echo, nullptr, 1), 0);
-    platform::StopFailingAllocations();
-    EXPECT_EQ(Pending(port), Request51);
-
-    // The queue goes out in part and its rest finds no new block: the bytes
-    // that went are not sent again.
-    below.QueueWrite(WriteAnswer::Take(20));
-    platform::FailAllocation(1, false);
-    EXPECT_EQ(SendPjl(port, nullptr, 0, nullptr, 1, 0), 0);
-    platform::StopFailingAllocations();
-    EXPECT_EQ(Pending(port), Request51.substr(20));
-    EXPECT_EQ(SendPjl(port, nullptr, 0, nullptr, 1, 0), 1);
-    EXPECT_EQ(below.Received(), Request51);
-}
-
-TEST_F(LowerPortTest, KnownModelOnlyTextNeedsATwoWayPortAndAKnownPrinter) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
+TEST_F(LowerPortTest, SendPjlSendsTheQueueFirstKeepsTheRestAndClosesWhatItOpened) {
+    testing::ScriptedPort& below = Below(lpt);
+    // Text for a known model only needs a two-way port and a known printer.
+    enum Setup { Plain, DropQueue, JobDocOpen, NoPseudoDoc, ModelUnknown, OneWay, KnownModel };
+    // queued: in the queue before the call. stall: the port took exactly one
+    // byte, and the time of it is noted.
     struct Case {
-        uint32_t kind;
-        bool modelKnown;
-        int result;
+        const char* what;
+        std::string queued;
+        Setup setup;
+        std::vector<WriteAnswer> answers;
+        std::string text;
+        int queueOnFailure, result;
+        DWORD error, written;
+        std::string pending;
+        Texts offered;
+        int stall;
     };
     const Case cases[] = {
-        {PK_MONITORED | PK_LOCAL | PK_BIDI, false, 0},
-        {PK_MONITORED | PK_LOCAL, true, 0},
-        {PK_MONITORED | PK_LOCAL | PK_BIDI, true, 1},
+        {"nothing to send", "", Plain, {}, "", 1, 1, 0, 0, "", {}, 0},
+        {"no pseudo document", "", NoPseudoDoc, {}, R51, 1, 0, Denied, 0, "", {}, 0},
+        {"all taken", "", Plain, {}, Echo, 0, 1, 0, 13, "", {Echo}, 0},
+        {"a job's document is used", "", JobDocOpen, {}, Echo, 0, 1, 0, 13, "", {Echo}, 0},
+        {"one byte taken, rest kept unasked", "", Plain, {Take(1)}, R51, 0, 1, 0, 1, R51.substr(1),
+         {R51}, 1},
+        {"refused, not to wait", "", Plain, {Nothing(Timeout)}, Echo, 0, 0, Timeout, 0, "", {Echo},
+         0},
+        {"refused, may wait", "", Plain, {Refuse(Gen)}, Echo, 1, 0, Gen, 0, Echo, {Echo}, 0},
+        {"queue goes in part", R51, Plain, {Take(20)}, "", 1, 0, 0, 0, R51.substr(20), {R51}, 0},
+        {"one byte of the queue", R51, Plain, {Take(1)}, Echo, 1, 0, 0, 0, R51.substr(1) + Echo,
+         {R51}, 1},
+        {"queue refused, new text dropped", R51, Plain, {Refuse(Gen)}, Echo, 0, 0, Gen, 0, R51, {R51},
+         0},
+        {"queue refused, new text waits", R51, Plain, {Nothing(Timeout)}, Echo, 1, 0, Timeout, 0,
+         R51 + Echo, {R51}, 0},
+        {"queue then new text", R51, Plain, {}, Echo, 1, 1, 0, 13, "", {R51, Echo}, 0},
+        {"a dropped queue never goes", R51, DropQueue, {}, "", 1, 1, 0, 0, "", {}, 0},
+        {"known model only, not known", "", ModelUnknown, {}, Echo, 1, 0, Unset, 0, "", {}, 0},
+        {"known model only, one-way port", "", OneWay, {}, Echo, 1, 0, Unset, 0, "", {}, 0},
+        {"known model only", "", KnownModel, {}, Echo, 1, 1, 0, 13, "", {Echo}, 0},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << "kind " << c.kind << " known " << c.modelKnown);
-        port->portKind = c.kind;
-        if (c.modelKnown) {
-            SetPortFlag(port, PF_MODEL_KNOWN);
-        } else {
-            ClearPortFlag(port, PF_MODEL_KNOWN);
+        SCOPED_TRACE(c.what);
+        DropPending(lpt);
+        lpt->stallTick = NoTick;
+        if (!c.queued.empty()) {
+            below.QueueWrite(Nothing(0));
+            ASSERT_EQ(Send(lpt, c.queued, nullptr, 1), 0);
         }
+        if (c.setup == DropQueue) DropPending(lpt);
+        if (c.setup == JobDocOpen) SetPortFlag(lpt, PF_DOC_OPEN);
+        if (c.setup == OneWay || c.setup == KnownModel) SetPortFlag(lpt, PF_MODEL_KNOWN);
+        if (c.setup == OneWay) lpt->portKind &= ~uint32_t{PK_BIDI};
+        const int knownModelOnly = c.setup >= ModelUnknown ? 1 : 0;
+        below.FailStartDoc(c.setup == NoPseudoDoc ? Denied : 0);
         below.ForgetCalls();
+        for (const WriteAnswer& answer : c.answers) below.QueueWrite(answer);
+
+        DWORD written = 77;
         SetLastError(Unset);
-        EXPECT_EQ(Send(port, Echo, nullptr, 1, 1), c.result);
-        if (c.result == 0) {
-            EXPECT_TRUE(below.Calls().empty()) << lower.Log();
-            EXPECT_EQ(GetLastError(), Unset);
-            EXPECT_EQ(port->pendingLength, 0u);
-        } else {
-            EXPECT_EQ(below.Received(), Echo);
-            EXPECT_EQ(GetLastError(), 0u);
+        EXPECT_EQ(Send(lpt, c.text, &written, c.queueOnFailure, knownModelOnly), c.result);
+        EXPECT_EQ(GetLastError(), c.error);
+        EXPECT_EQ(written, c.written);
+        EXPECT_EQ(Pending(lpt), c.pending);
+        Texts offered;
+        for (const auto& call : below.Calls(CallKind::WritePort)) offered.push_back(call.bytes);
+        EXPECT_EQ(offered, c.offered);
+        EXPECT_EQ(lpt->stallTick, c.stall ? GetTickCount() : NoTick);
+
+        // A document opened for the text is closed again, whatever came of it.
+        Kinds kinds(c.offered.size(), CallKind::WritePort);
+        if (c.setup != JobDocOpen && c.setup != ModelUnknown && c.setup != OneWay) {
+            kinds.insert(kinds.begin(), CallKind::StartDocPort);
+            if (c.setup != NoPseudoDoc) kinds.push_back(CallKind::EndDocPort);
+            EXPECT_EQ(Said(below.Calls()[0]),
+                      std::string(R"(StartDocPort(LPT1, "Printer", job 0, level 2, )") +
+                          R"({"TAKRIN Doc", null, null, mode 2, job 0}) -> )" +
+                          (c.setup == NoPseudoDoc ? "0" : "1"));
         }
+        EXPECT_EQ(below.CallKinds(), kinds) << lower.Log();
+        EXPECT_EQ(HasPortFlag(lpt, PF_DOC_OPEN), c.setup == JobDocOpen);
+        ClearPortFlag(lpt, PF_DOC_OPEN | PF_MODEL_KNOWN);
+        lpt->portKind |= PK_BIDI;
     }
 }
 
-TEST_F(LowerPortTest, DroppedQueueIsNeverSent) {
-    PortContext* port = Open("LPT1");
-    QueueText(port, Request51);
-    DropPending(port);
-    EXPECT_EQ(port->pendingData, nullptr);
-    EXPECT_EQ(port->pendingLength, 0u);
-    DropPending(port);  // an empty queue is left alone
-
-    EXPECT_EQ(SendPjl(port, nullptr, 0, nullptr, 1, 0), 1);
-    EXPECT_EQ(lower.Port("LPT1").Count(CallKind::WritePort), 0) << lower.Log();
+TEST_F(LowerPortTest, WithoutMemoryForTheQueueTextIsLostButNothingGoesTwice) {
+    auto sendWithoutMemory = [&](WriteAnswer answer, const std::string& text) {
+        Below(lpt).QueueWrite(answer);
+        platform::FailAllocation(1, false);
+        const int result = Send(lpt, text, nullptr, 1);
+        EXPECT_TRUE(platform::AllocationFailureHit());
+        platform::StopFailingAllocations();
+        return result;
+    };
+    // The rest of a partial write, or refused text, finds no room.
+    EXPECT_EQ(sendWithoutMemory(Take(1), R51), 1);
+    EXPECT_EQ(sendWithoutMemory(Nothing(0), R51), 0);
+    EXPECT_EQ(Pending(lpt), "");
+    // Text for a queue finds no room: the queue stays as it was.
+    Below(lpt).QueueWrite(Nothing(0));
+    EXPECT_EQ(Send(lpt, R51, nullptr, 1), 0);
+    EXPECT_EQ(sendWithoutMemory(Refuse(Gen), Echo), 0);
+    EXPECT_EQ(Pending(lpt), R51);
+    // The rest of the queue finds no new block: the bytes that went stay gone.
+    EXPECT_EQ(sendWithoutMemory(Take(20), ""), 0);
+    EXPECT_EQ(Pending(lpt), R51.substr(20));
+    EXPECT_EQ(Send(lpt, "", nullptr, 1), 1);
+    EXPECT_EQ(Below(lpt).Received(), "@" + R51);
 }
 
 // ---- Document start and end ----------------------------------------------------
 
 TEST_F(LowerPortTest, AUsbDocumentStartSetsTheTimeOutsAndKeepsTheStartsLastError) {
-    PortContext* port = Open("USB001");
-    testing::ScriptedPort& below = lower.Port("USB001");
+    const std::string timeouts =
+        "SetPortTimeOuts(USB001, {0xFFFFFFFF, 0xFFFFFFFF, 10, 0, 10000}) -> 1";
+    testing::ScriptedPort& below = Below(usb);
     below.SetTimeOutsError(0x1234);  // setting time-outs disturbs the last error
     char docName[] = "Quarterly report";
     char datatype[] = "RAW";
     DOC_INFO_1 doc = {docName, nullptr, datatype};
-
     SetLastError(Unset);
-    EXPECT_EQ(LowerStartDoc(port, const_cast<LPSTR>("Printer"), 12, 1, &doc), 1);
+    EXPECT_EQ(LowerStartDoc(usb, const_cast<LPSTR>("Printer"), 12, 1, &doc), 1);
     EXPECT_EQ(GetLastError(), Unset);
-    auto calls = below.Calls();
-    ASSERT_EQ(calls.size(), 2u) << lower.Log();
-    EXPECT_EQ(calls[0].kind, CallKind::StartDocPort);
-    EXPECT_EQ(calls[0].printerName, "Printer");
-    EXPECT_EQ(calls[0].jobId, 12u);
-    EXPECT_EQ(calls[0].level, 1u);
-    EXPECT_EQ(calls[0].docName, "Quarterly report");
-    EXPECT_EQ(calls[0].outputFile, std::nullopt);
-    EXPECT_EQ(calls[0].datatype, "RAW");
-    EXPECT_EQ(calls[1].kind, CallKind::SetPortTimeOuts);
-    const COMMTIMEOUTS& t = calls[1].timeouts;
-    EXPECT_EQ(t.ReadIntervalTimeout, 0xFFFFFFFFu);
-    EXPECT_EQ(t.ReadTotalTimeoutMultiplier, 0xFFFFFFFFu);
-    EXPECT_EQ(t.ReadTotalTimeoutConstant, 10u);
-    EXPECT_EQ(t.WriteTotalTimeoutMultiplier, 0u);
-    EXPECT_EQ(t.WriteTotalTimeoutConstant, 10000u);
+    ASSERT_EQ(below.Calls().size(), 2u);
+    EXPECT_EQ(Said(below.Calls()[0]), R"(StartDocPort(USB001, "Printer", job 12, level 1, )"
+                                      R"({"Quarterly report", null, "RAW", mode 0, job 0}) -> 1)");
+    EXPECT_EQ(Said(below.Calls()[1]), timeouts);
 
     // A failed start gets its time-outs too, and its caller its error.
     below.ForgetCalls();
-    below.FailStartDoc(GenFailure);
-    SetLastError(Unset);
-    EXPECT_EQ(OpenPseudoDocument(port), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
-    EXPECT_EQ(below.CallKinds(), (Kinds{CallKind::StartDocPort, CallKind::SetPortTimeOuts}));
-}
+    below.FailStartDoc(Gen);
+    EXPECT_EQ(OpenPseudoDocument(usb), 0);
+    EXPECT_EQ(GetLastError(), Gen);
+    EXPECT_EQ(Said(below.Calls().back()), timeouts);
 
-TEST_F(LowerPortTest, TimeOutsOnlyForUsbPortsAndOnlyWhereTheMonitorHasTheEntry) {
-    lower.RemoveSetPortTimeOuts();
-    PortContext* usb = Open("USB002");
-    SetLastError(Unset);
-    EXPECT_EQ(OpenPseudoDocument(usb), 1);
-    EXPECT_EQ(GetLastError(), Unset);
-    EXPECT_EQ(lower.Port("USB002").CallKinds(), (Kinds{CallKind::StartDocPort}));
-
-    PortContext* lpt = Open("LPT1");
-    EXPECT_EQ(OpenPseudoDocument(lpt), 1);
-    EXPECT_EQ(lower.Port("LPT1").CallKinds(), (Kinds{CallKind::StartDocPort}));
-    EXPECT_EQ(LowerEndDoc(lpt), 1);
-    EXPECT_EQ(LowerEndDoc(usb), 1);
+    // No time-outs where the port monitor lacks the entry. (Other ports never
+    // get them: see the calls LPT1 gets in the SendPjl cases.)
+    below.ForgetCalls();
+    usb->lower.SetPortTimeOuts = nullptr;
+    EXPECT_EQ(OpenPseudoDocument(usb), 0);
+    EXPECT_EQ(below.CallKinds(), (Kinds{CallKind::StartDocPort}));
 }
 
 TEST_F(LowerPortTest, SerialPortsPauseBeforeAStartAndAfterAnEnd) {
-    PortContext* port = Open("COM1");
-    ASSERT_NE(port->portKind & PK_SERIAL, 0u);
-    testing::ScriptedPort& below = lower.Port("COM1");
-
+    PortContext* com = Open("COM1");
     const DWORD t0 = GetTickCount();
-    EXPECT_EQ(OpenPseudoDocument(port), 1);
-    EXPECT_EQ(GetTickCount() - t0, 100u);
-    EXPECT_EQ(LowerEndDoc(port), 1);
+    EXPECT_EQ(OpenPseudoDocument(com) + LowerEndDoc(com), 2);
     EXPECT_EQ(GetTickCount() - t0, 200u);
-    const auto calls = below.Calls();
+    const auto calls = Below(com).Calls();
     ASSERT_EQ(calls.size(), 2u) << lower.Log();
     EXPECT_EQ(calls[0].tick - t0, 100u);  // the start came after the pause
     EXPECT_EQ(calls[1].tick - t0, 100u);  // the end came before it
 
     // Other ports don't wait.
-    PortContext* lpt = Open("LPT1");
     const DWORD t1 = GetTickCount();
-    EXPECT_EQ(SendPjl(lpt, Echo.data(), static_cast<DWORD>(Echo.size()), nullptr, 0, 0), 1);
+    EXPECT_EQ(Send(lpt, Echo, nullptr, 0), 1);
     EXPECT_EQ(GetTickCount(), t1);
 }
 
-// ---- Writes and reads ---------------------------------------------------------
+// ---- Writes and reads ------------------------------------------------------
 
-TEST_F(LowerPortTest, AFailedUsbWriteIsRememberedUntilTheNextWrite) {
-    PortContext* usb = Open("USB001");
-    testing::ScriptedPort& below = lower.Port("USB001");
-    DWORD written = 77;
-
-    below.QueueWrite(WriteAnswer::Refuse(GenFailure));
-    SetLastError(Unset);
-    EXPECT_EQ(LowerWrite(usb, "abc", 3, &written), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
-    EXPECT_EQ(written, 0u);
-    EXPECT_EQ(usb->lastWriteError, GenFailure);
-    EXPECT_EQ(usb->lastWriteFailed, 1u);
-
-    // Taking nothing is not a failure of the call.
-    below.QueueWrite(WriteAnswer::TakeNothing(ERROR_TIMEOUT));
-    EXPECT_EQ(LowerWrite(usb, "abc", 3, &written), 1);
-    EXPECT_EQ(GetLastError(), ERROR_TIMEOUT);
-    EXPECT_EQ(usb->lastWriteError, 0u);
-    EXPECT_EQ(usb->lastWriteFailed, 0u);
-
-    EXPECT_EQ(LowerWrite(usb, "abc", 3, &written), 1);
-    EXPECT_EQ(written, 3u);
-    EXPECT_EQ(below.Received(), "abc");
-
-    // Other ports keep no record of it.
-    PortContext* lpt = Open("LPT1");
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Refuse(GenFailure));
-    SetLastError(Unset);
-    EXPECT_EQ(LowerWrite(lpt, "abc", 3, &written), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
-    EXPECT_EQ(lpt->lastWriteError, 0u);
-    EXPECT_EQ(lpt->lastWriteFailed, 0u);
-}
-
-TEST_F(LowerPortTest, AnEcpPortBecomesBusyOnceJobDataMoves) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
+TEST_F(LowerPortTest, AWriteRecordsWhatItsOutcomeMeansForThePort) {
+    // lastWriteError: kept after a failure on USB only. busy: once job data
+    // moves, the ECP port can't give its device ID.
     struct Case {
         const char* what;
+        bool onUsb, jobActive;
         uint32_t mode;
-        bool jobActive;
         WriteAnswer answer;
+        DWORD lastWriteError;
         uint32_t busy;
     };
     const Case cases[] = {
-        {"ECP job, bytes taken", PM_ECP, true, WriteAnswer::Take(2), 1},
-        {"ECP job, timed out taking nothing", PM_ECP, true, WriteAnswer::TakeNothing(ERROR_TIMEOUT), 1},
-        {"ECP job, failed with a time-out", PM_ECP, true, WriteAnswer::Refuse(ERROR_TIMEOUT), 1},
-        {"ECP job, nothing taken", PM_ECP, true, WriteAnswer::TakeNothing(), 0},
-        {"ECP job, failed otherwise", PM_ECP, true, WriteAnswer::Refuse(GenFailure), 0},
-        {"ECP without a job", PM_ECP, false, WriteAnswer::TakeAll(), 0},
-        {"compatible mode job", PM_COMPAT, true, WriteAnswer::TakeAll(), 0},
+        {"USB failure", true, false, PM_COMPAT, Refuse(Gen), Gen, 0},
+        {"USB taking nothing is no failure", true, false, PM_COMPAT, Nothing(Timeout), 0, 0},
+        {"other port's failure", false, false, PM_COMPAT, Refuse(Gen), 0, 0},
+        {"ECP job, bytes taken", false, true, PM_ECP, Take(2), 0, 1},
+        {"ECP job, timed out taking nothing", false, true, PM_ECP, Nothing(Timeout), 0, 1},
+        {"ECP job, failed with a time-out", false, true, PM_ECP, Refuse(Timeout), 0, 1},
+        {"ECP job, nothing taken", false, true, PM_ECP, Nothing(0), 0, 0},
+        {"ECP job, failed otherwise", false, true, PM_ECP, Refuse(Gen), 0, 0},
+        {"ECP without a job", false, false, PM_ECP, TakeAll(), 0, 0},
+        {"compatible mode job", false, true, PM_COMPAT, TakeAll(), 0, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
+        PortContext* port = c.onUsb ? usb : lpt;
         port->portMode = c.mode;
+        c.jobActive ? SetPortFlag(port, PF_JOB_ACTIVE) : ClearPortFlag(port, PF_JOB_ACTIVE);
         port->ecpBusy = 0;
-        if (c.jobActive) {
-            SetPortFlag(port, PF_JOB_ACTIVE);
-        } else {
-            ClearPortFlag(port, PF_JOB_ACTIVE);
-        }
-        below.QueueWrite(c.answer);
-        DWORD written = 0;
+        port->lastWriteError = 99;  // left from an earlier write
+        port->lastWriteFailed = 1;
+        Below(port).QueueWrite(c.answer);
+        DWORD written = 77;
         SetLastError(Unset);
-        const BOOL result = LowerWrite(port, "data", 4, &written);
-        EXPECT_EQ(result, c.answer.result);
+        EXPECT_EQ(LowerWrite(port, "data", 4, &written), c.answer.result);
         EXPECT_EQ(GetLastError(), c.answer.error != 0 ? c.answer.error : Unset);
+        EXPECT_EQ(written, std::min<DWORD>(c.answer.take, 4));
+        EXPECT_EQ(port->lastWriteError, c.lastWriteError);
+        EXPECT_EQ(port->lastWriteFailed, c.lastWriteError != 0 ? 1u : 0u);
         EXPECT_EQ(port->ecpBusy, c.busy);
     }
-    ClearPortFlag(port, PF_JOB_ACTIVE);
 }
 
 TEST_F(LowerPortTest, ReadsComeAsThePortGivesThem) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
+    testing::ScriptedPort& below = Below(lpt);
     below.QueueRead("@PJL INFO");
-    below.QueueRead(ReadAnswer::Fail(GenFailure));
-
+    below.QueueRead(testing::ReadAnswer::Fail(Gen));
     char buffer[8] = {};
     DWORD read = 0;
-    EXPECT_EQ(LowerRead(port, buffer, 4, &read), 1);
+    EXPECT_EQ(LowerRead(lpt, buffer, 4, &read), 1);
     EXPECT_EQ(std::string(buffer, read), "@PJL");
-    EXPECT_EQ(LowerRead(port, buffer, sizeof buffer, &read), 1);
+    EXPECT_EQ(LowerRead(lpt, buffer, sizeof buffer, &read), 1);
     EXPECT_EQ(std::string(buffer, read), " INFO");
     SetLastError(Unset);
-    EXPECT_EQ(LowerRead(port, buffer, sizeof buffer, &read), 0);
-    EXPECT_EQ(GetLastError(), GenFailure);
+    EXPECT_EQ(LowerRead(lpt, buffer, sizeof buffer, &read), 0);
+    EXPECT_EQ(GetLastError(), Gen);
     EXPECT_EQ(below.Count(CallKind::ReadPort), 3);
-}
-
-TEST_F(LowerPortTest, ClosingGoesDownToThePortMonitor) {
-    PortContext* port = Open("LPT1");
-    EXPECT_EQ(LowerClose(port), 1);
-    EXPECT_EQ(lower.Port("LPT1").CallKinds(), (Kinds{CallKind::ClosePort}));
-    EXPECT_FALSE(lower.Port("LPT1").IsOpen());
 }
 
 // ---- Requests for the port monitor ------------------------------------------
 
-TEST_F(LowerPortTest, TheDeviceIdIsAskedForWithTheUsbCodeOnUsbPorts) {
+TEST_F(LowerPortTest, RequestsGoDownExceptWhereTheMonitorAnswersThemItself) {
     const std::string deviceId = "MFG:Quor;MDL:Laser 6200;CMD:PJL;";
-    struct Case {
-        const char* port;
-        DWORD codeBelow;
-    };
-    for (const Case c : {Case{"USB001", 0x16000Cu}, Case{"LPT1", 17u}}) {
-        SCOPED_TRACE(c.port);
-        PortContext* port = Open(c.port);
-        testing::ScriptedPort& below = lower.Port(c.port);
-        below.SetDeviceId(deviceId);
-        char answer[2048] = {};
-        DWORD returned = 0;
-        EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 2047, &returned), 1);
-        EXPECT_EQ(returned, deviceId.size());
-        EXPECT_STREQ(answer, deviceId.c_str());
-        const auto calls = below.Calls();
-        ASSERT_EQ(calls.size(), 1u) << lower.Log();
-        EXPECT_EQ(calls[0].controlId, c.codeBelow);
-        EXPECT_EQ(calls[0].valueName, std::nullopt);
-        EXPECT_EQ(calls[0].outSize, 2047u);
-
-        // The port monitor's failure is the caller's.
-        below.FailDeviceId(GenFailure);
-        SetLastError(Unset);
-        EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 2047, &returned), 0);
-        EXPECT_EQ(GetLastError(), GenFailure);
+    for (PortContext* port : {usb, lpt}) {
+        Below(port).SetDeviceId(deviceId);
+        Below(port).SetControlAnswer(3, "ok");
+        Below(port).SetControlAnswer(7, "");
     }
-
-    // Other requests go down unchanged, USB or not.
-    PortContext* usb = static_cast<PortContext*>(FindPort(portList, "USB001"));
-    lower.Port("USB001").SetControlAnswer(3, "ok");
-    char answer[16] = {};
-    DWORD returned = 0;
+    const ModelMask none{0, 0};
     char valueName[] = "Status";
-    EXPECT_EQ(ForwardPortRequest(usb, 3, valueName, nullptr, 0, answer, sizeof answer, &returned),
-              1);
-    const auto last = lower.Port("USB001").Calls().back();
-    EXPECT_EQ(last.controlId, 3u);
-    EXPECT_EQ(last.valueName, "Status");
-    EXPECT_STREQ(answer, "ok");
-}
-
-TEST_F(LowerPortTest, ABusyEcpPortAnswersTheDeviceIdRequestItself) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-    below.SetDeviceId("MFG:Quor;MDL:Laser 6200;");
-    below.SetControlAnswer(3, "x");
-    port->portMode = PM_ECP;
-    port->ecpBusy = 1;
-
-    char answer[32] = {};
-    DWORD returned = 0;
-    EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 31, &returned), 1);
-    EXPECT_EQ(returned, 1u);
-    EXPECT_EQ(answer[0], '\0');  // the caller's own empty buffer
-    EXPECT_TRUE(below.Calls().empty()) << lower.Log();
-
-    // Other requests still go down, and so does the device ID request once the
-    // port is not busy or not in ECP mode.
-    EXPECT_EQ(ForwardPortRequest(port, 3, nullptr, nullptr, 0, answer, 31, &returned), 1);
-    port->portMode = PM_COMPAT;
-    EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 31, &returned), 1);
-    port->portMode = PM_ECP;
-    port->ecpBusy = 0;
-    EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 31, &returned), 1);
-    EXPECT_EQ(below.Count(CallKind::GetPrinterDataFromPort), 3);
-    EXPECT_STREQ(answer, "MFG:Quor;MDL:Laser 6200;");
-}
-
-TEST_F(LowerPortTest, APortMonitorWithoutTheEntryGetsNoRequests) {
-    lower.RemoveGetPrinterDataFromPort();
-    PortContext* port = Open("LPT1");
-    char answer[32] = {};
-    DWORD returned = 0;
-    EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 31, &returned), 0);
-    EXPECT_EQ(ForwardPortRequest(port, 3, nullptr, nullptr, 0, answer, 31, &returned), 0);
-
-    // A busy ECP port answers before the entry is even looked for.
-    port->portMode = PM_ECP;
-    port->ecpBusy = 1;
-    EXPECT_EQ(ForwardPortRequest(port, 17, nullptr, nullptr, 0, answer, 31, &returned), 1);
-    EXPECT_EQ(returned, 1u);
-    EXPECT_TRUE(lower.Port("LPT1").Calls().empty()) << lower.Log();
-}
-
-TEST_F(LowerPortTest, AJobResetOnAPrinterOfTheFamilyStaysWithTheMonitor) {
-    PortContext* port = Open("LPT1");
-    testing::ScriptedPort& below = lower.Port("LPT1");
-    below.SetControlAnswer(7, "");
-    char answer[8] = {};
-    DWORD returned = 0;
-
-    port->modelMask = ModelMask6200;
-    EXPECT_EQ(ForwardPortRequest(port, 7, nullptr, nullptr, 0, answer, 8, &returned), 0);
-    port->modelMask = ModelMask6300;
-    EXPECT_EQ(ForwardPortRequest(port, 7, nullptr, nullptr, 0, answer, 8, &returned), 0);
-    EXPECT_TRUE(below.Calls().empty()) << lower.Log();
-
-    // Before the printer is known the port monitor gets it.
-    port->modelMask = ModelMask{0, 0};
-    EXPECT_EQ(ForwardPortRequest(port, 7, nullptr, nullptr, 0, answer, 8, &returned), 1);
-    ASSERT_EQ(below.Count(CallKind::GetPrinterDataFromPort), 1) << lower.Log();
-    EXPECT_EQ(below.Calls().back().controlId, 7u);
+    // codeBelow: what the port monitor is asked; 0 when the request stays here.
+    // noEntry: the port monitor has no GetPrinterDataFromPort.
+    struct Case {
+        const char* what;
+        bool onUsb;
+        uint32_t mode, ecpBusy;
+        ModelMask mask;
+        bool noEntry;
+        DWORD control, result, codeBelow;
+    };
+    const Case cases[] = {
+        {"USB device ID, with the USB code", true, PM_COMPAT, 0, none, false, 17, 1, 0x16000C},
+        {"parallel device ID, as asked", false, PM_COMPAT, 0, none, false, 17, 1, 17},
+        {"other requests unchanged on USB", true, PM_COMPAT, 0, none, false, 3, 1, 3},
+        {"the port monitor's failure", false, PM_COMPAT, 0, none, false, 5, 0, 5},
+        {"busy ECP port: device ID from here", false, PM_ECP, 1, none, false, 17, 1, 0},
+        {"busy ECP port: other requests go", false, PM_ECP, 1, none, false, 3, 1, 3},
+        {"busy outside ECP mode counts for nothing", false, PM_COMPAT, 1, none, false, 17, 1, 17},
+        {"ECP port not busy", false, PM_ECP, 0, none, false, 17, 1, 17},
+        {"no entry below", false, PM_COMPAT, 0, none, true, 17, 0, 0},
+        {"no entry below, busy ECP answers first", false, PM_ECP, 1, none, true, 17, 1, 0},
+        {"job reset of a 6200 stays here", false, PM_COMPAT, 0, ModelMask6200, false, 7, 0, 0},
+        {"job reset of a 6300 stays here", false, PM_COMPAT, 0, ModelMask6300, false, 7, 0, 0},
+        {"job reset, printer not known", false, PM_COMPAT, 0, none, false, 7, 1, 7},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PortContext* port = c.onUsb ? usb : lpt;
+        const auto entry = port->lower.GetPrinterDataFromPort;
+        if (c.noEntry) port->lower.GetPrinterDataFromPort = nullptr;
+        port->portMode = c.mode;
+        port->ecpBusy = c.ecpBusy;
+        port->modelMask = c.mask;
+        Below(port).ForgetCalls();
+        char answer[64] = {};
+        DWORD returned = 77;
+        SetLastError(Unset);
+        EXPECT_EQ(ForwardPortRequest(port, c.control, valueName, nullptr, 0, answer, 63, &returned),
+                  c.result);
+        port->lower.GetPrinterDataFromPort = entry;
+        // Answered here: the caller's own (zeroed) buffer as one byte. Answered
+        // below: the port monitor's answer, failure included, is the caller's.
+        const bool down = c.codeBelow != 0;
+        const std::string scripted =
+            !down ? "" : c.control == 17 ? deviceId : c.control == 3 ? "ok" : "";
+        EXPECT_EQ(answer, scripted);
+        EXPECT_EQ(returned, down ? scripted.size() : c.result == 1 ? 1u : 77u);
+        EXPECT_EQ(GetLastError(), down && c.result == 0 ? ERROR_NOT_SUPPORTED : Unset);
+        const auto calls = Below(port).Calls();
+        ASSERT_EQ(calls.size(), down ? 1u : 0u) << lower.Log();
+        if (down) {
+            EXPECT_EQ(calls[0].controlId, c.codeBelow);
+            EXPECT_EQ(calls[0].valueName, "Status");
+            EXPECT_EQ(calls[0].outSize, 63u);
+        }
+    }
 }
 
 // ---- The spooler's DOC_INFO ----------------------------------------------------
 
-TEST_F(LowerPortTest, CopyDocInfoMakesACopyOfItsOwn) {
+TEST_F(LowerPortTest, TheSpoolersDocInfoIsCopiedWhollyOrNotAtAll) {
     char name[] = "Report";
     char output[] = "FILE:";
     char datatype[] = "RAW";
-    const std::size_t blocks = platform::LiveBlockCount();
-
     DOC_INFO_1 doc1 = {name, nullptr, datatype};
-    auto* copy1 = static_cast<DOC_INFO_1*>(CopyDocInfo(1, &doc1));
-    ASSERT_NE(copy1, nullptr);
-    EXPECT_EQ(platform::LiveBlockCount(), blocks + 3);  // the record and two texts
+    DOC_INFO_2 doc2 = {name, output, datatype, 2, 0x77};
+    void* copy1 = CopyDocInfo(1, &doc1);
+    void* copy2 = CopyDocInfo(2, &doc2);
+    ASSERT_TRUE(copy1 != nullptr && copy2 != nullptr);
     name[0] = 'X';
-    EXPECT_STREQ(copy1->pDocName, "Report");
-    EXPECT_EQ(copy1->pOutputFile, nullptr);
-    EXPECT_STREQ(copy1->pDatatype, "RAW");
+    // The copies are what a job's document start hands down.
+    LowerStartDoc(lpt, name, 5, 1, copy1);
+    LowerStartDoc(lpt, name, 5, 2, copy2);
     FreeDocInfo(1, copy1);
-    EXPECT_EQ(platform::LiveBlockCount(), blocks);
-
-    DOC_INFO_2 doc2 = {name, output, nullptr, 2, 0x77};
-    auto* copy2 = static_cast<DOC_INFO_2*>(CopyDocInfo(2, &doc2));
-    ASSERT_NE(copy2, nullptr);
-    EXPECT_NE(copy2->pDocName, name);
-    EXPECT_STREQ(copy2->pDocName, "Xeport");
-    EXPECT_STREQ(copy2->pOutputFile, "FILE:");
-    EXPECT_EQ(copy2->pDatatype, nullptr);
-    EXPECT_EQ(copy2->dwMode, 2u);
-    EXPECT_EQ(copy2->JobId, 0x77u);
     FreeDocInfo(2, copy2);
-    EXPECT_EQ(platform::LiveBlockCount(), blocks);
-
+    const auto calls = Below(lpt).Calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(Said(calls[0]), R"(StartDocPort(LPT1, "Xeport", job 5, level 1, )"
+                              R"({"Report", null, "RAW", mode 0, job 0}) -> 1)");
+    EXPECT_EQ(Said(calls[1]), R"(StartDocPort(LPT1, "Xeport", job 5, level 2, )"
+                              R"({"Report", "FILE:", "RAW", mode 2, job 119}) -> 1)");
     // Levels beyond 2 and absent records have no copy, and nothing to free.
     EXPECT_EQ(CopyDocInfo(3, &doc2), nullptr);
     EXPECT_EQ(CopyDocInfo(2, nullptr), nullptr);
     FreeDocInfo(3, &doc2);
     FreeDocInfo(2, nullptr);
-    EXPECT_EQ(platform::LiveBlockCount(), blocks);
     EXPECT_STREQ(doc2.pOutputFile, "FILE:");
-}
 
-TEST_F(LowerPortTest, CopyDocInfoLeavesNothingBehindWhenAnAllocationFails) {
-    char name[] = "Report";
-    char output[] = "FILE:";
-    char datatype[] = "RAW";
-    DOC_INFO_2 doc = {name, output, datatype, 2, 5};
-    const std::size_t blocks = platform::LiveBlockCount();
+    // Only a level 2 document without a name is a channel that needs nothing below.
+    EXPECT_EQ(IsChannelDoc(2, &doc2) + IsChannelDoc(2, nullptr), 0);
+    doc1.pDocName = doc2.pDocName = nullptr;
+    EXPECT_EQ(IsChannelDoc(2, &doc2), 1);
+    EXPECT_EQ(IsChannelDoc(1, &doc1), 0);
 
-    for (bool everyOneAfter : {false, true}) {
-        int failures = 0;
-        for (std::size_t nth = 1;; ++nth) {
-            SCOPED_TRACE(::testing::Message() << "allocation " << nth << (everyOneAfter ? " on" : ""));
-            platform::FailAllocation(nth, everyOneAfter);
-            auto* copy = static_cast<DOC_INFO_2*>(CopyDocInfo(2, &doc));
-            const bool hit = platform::AllocationFailureHit();
-            platform::StopFailingAllocations();
-            if (!hit) {
-                ASSERT_NE(copy, nullptr);
-                EXPECT_STREQ(copy->pDocName, "Report");
-                EXPECT_STREQ(copy->pOutputFile, "FILE:");
-                EXPECT_STREQ(copy->pDatatype, "RAW");
-                EXPECT_EQ(copy->JobId, 5u);
-                FreeDocInfo(2, copy);
-                break;
-            }
-            ++failures;
-            EXPECT_EQ(copy, nullptr);
-            EXPECT_EQ(platform::LiveBlockCount(), blocks);
-            ASSERT_LT(nth, 10u);
-        }
-        EXPECT_GT(failures, 0);
+    // The record and its three texts: whichever allocation fails, none is kept
+    // (the fixture finds any block left behind).
+    doc2.pDocName = name;
+    for (int i = 0; i < 8; ++i) {
+        SCOPED_TRACE(::testing::Message() << "allocation " << i / 2 + 1 << (i % 2 ? " on" : ""));
+        platform::FailAllocation(i / 2 + 1, i % 2 == 1);
+        EXPECT_EQ(CopyDocInfo(2, &doc2), nullptr);
+        EXPECT_TRUE(platform::AllocationFailureHit());
+        platform::StopFailingAllocations();
     }
-    EXPECT_EQ(platform::LiveBlockCount(), blocks);
-}
-
-TEST_F(LowerPortTest, OnlyALevelTwoDocumentWithoutANameIsAChannel) {
-    char name[] = "Report";
-    DOC_INFO_2 named = {name, nullptr, nullptr, 0, 0};
-    DOC_INFO_2 unnamed = {nullptr, nullptr, nullptr, 0, 0};
-    EXPECT_EQ(IsChannelDoc(2, &unnamed), 1);
-    EXPECT_EQ(IsChannelDoc(2, &named), 0);
-    EXPECT_EQ(IsChannelDoc(1, &unnamed), 0);
-    EXPECT_EQ(IsChannelDoc(1, &named), 0);
-    EXPECT_EQ(IsChannelDoc(2, nullptr), 0);
 }
 
 }  // namespace

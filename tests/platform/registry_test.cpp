@@ -9,14 +9,37 @@
 namespace langmon {
 namespace {
 
-using RegistryTest = testing::PlatformTest;
-
 constexpr const char* kQuor = "SOFTWARE\\Quor\\Status Monitor";
 
-TEST_F(RegistryTest, OpenFindsKeysWithoutRegardToCaseAndNeverCreates) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kQuor, "CTIFlag", 3);
-    SetLastError(0xdeadbeef);
+// A key with a dword, a text, a default value and three subkeys made in an
+// order that is not the alphabet's.
+class RegistryTest : public testing::PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kQuor, "CTIFlag", 3);
+        platform::RegistrySetString(HKEY_LOCAL_MACHINE, kQuor, "Name", "Quor");
+        platform::RegistrySetString(HKEY_LOCAL_MACHINE, kQuor, "", "default");
+        for (const char* name : {"LPT2", "COM1", "USB001"}) {
+            platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, std::string(kQuor) + "\\" + name);
+        }
+    }
+    static HKEY Open(REGSAM access) {
+        HKEY key = nullptr;
+        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kQuor, 0, access, &key), LONG(ERROR_SUCCESS));
+        return key;
+    }
+};
 
+LONG Query(HKEY key, const char* name, void* data, DWORD* size, DWORD* type = nullptr) {
+    return RegQueryValueExA(key, name, nullptr, type, static_cast<LPBYTE>(data), size);
+}
+LONG EnumKey(HKEY key, DWORD index, char* name, DWORD* size) {
+    return RegEnumKeyExA(key, index, name, size, nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST_F(RegistryTest, OpenFindsKeysWithoutRegardToCaseAndNeverCreates) {
+    SetLastError(0xdeadbeef);
     HKEY key = reinterpret_cast<HKEY>(1);
     EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Quor\\Nothing", 0, KEY_READ, &key),
               LONG(ERROR_FILE_NOT_FOUND));
@@ -31,103 +54,67 @@ TEST_F(RegistryTest, OpenFindsKeysWithoutRegardToCaseAndNeverCreates) {
     EXPECT_NE(again, key);
     DWORD value = 0;
     DWORD size = sizeof value;
-    EXPECT_EQ(RegQueryValueExA(again, "ctiflag", nullptr, nullptr, reinterpret_cast<LPBYTE>(&value), &size),
-              LONG(ERROR_SUCCESS));
+    EXPECT_EQ(Query(again, "ctiflag", &value, &size), LONG(ERROR_SUCCESS));
     EXPECT_EQ(value, 3u);
-    EXPECT_EQ(RegCloseKey(again), LONG(ERROR_SUCCESS));
-    EXPECT_EQ(RegCloseKey(key), LONG(ERROR_SUCCESS));
+    EXPECT_EQ(RegCloseKey(again) + RegCloseKey(key), LONG(ERROR_SUCCESS));
 
     // A closed or made-up handle is refused by every call.
     EXPECT_EQ(RegCloseKey(key), LONG(ERROR_INVALID_HANDLE));
-    EXPECT_EQ(RegQueryValueExA(key, "CTIFlag", nullptr, nullptr, nullptr, &size), LONG(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(Query(key, "CTIFlag", nullptr, &size), LONG(ERROR_INVALID_HANDLE));
     EXPECT_EQ(RegOpenKeyExA(key, "", 0, KEY_READ, &again), LONG(ERROR_INVALID_HANDLE));
     // The Reg calls report through their result, never through the last error.
     EXPECT_EQ(GetLastError(), 0xdeadbeefu);
 }
 
-TEST_F(RegistryTest, QueryValueAsksForTheSizeThenReads) {
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, kQuor, "Name", "Quor");
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, kQuor, "", "default");
-    HKEY key;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kQuor, 0, KEY_READ, &key), LONG(ERROR_SUCCESS));
-
+TEST_F(RegistryTest, SizeQueriesGiveTheSizeAndLeaveASmallBufferAlone) {
+    HKEY key = Open(KEY_READ);
     DWORD type = 0;
     DWORD size = 0;
-    EXPECT_EQ(RegQueryValueExA(key, "Name", nullptr, &type, nullptr, &size), LONG(ERROR_SUCCESS));
+    EXPECT_EQ(Query(key, "Name", nullptr, &size, &type), LONG(ERROR_SUCCESS));
     EXPECT_EQ(type, REG_SZ);
     EXPECT_EQ(size, 5u);  // with the NUL
-
-    char buffer[8];
-    std::memset(buffer, 'x', sizeof buffer);
+    char buffer[8] = "xxxxxxx";
     size = 4;
-    EXPECT_EQ(RegQueryValueExA(key, "Name", nullptr, nullptr, reinterpret_cast<LPBYTE>(buffer), &size),
-              LONG(ERROR_MORE_DATA));
+    EXPECT_EQ(Query(key, "Name", buffer, &size), LONG(ERROR_MORE_DATA));
     EXPECT_EQ(size, 5u);
-    EXPECT_EQ(std::string(buffer, sizeof buffer), "xxxxxxxx");  // untouched
-
+    EXPECT_STREQ(buffer, "xxxxxxx");
     size = sizeof buffer;
-    EXPECT_EQ(RegQueryValueExA(key, "Name", nullptr, nullptr, reinterpret_cast<LPBYTE>(buffer), &size),
-              LONG(ERROR_SUCCESS));
+    EXPECT_EQ(Query(key, "Name", buffer, &size), LONG(ERROR_SUCCESS));
     EXPECT_EQ(size, 5u);
     EXPECT_STREQ(buffer, "Quor");
-
-    // A null or empty name is the key's default value.
+    // A null name is the key's default value.
     size = sizeof buffer;
-    EXPECT_EQ(RegQueryValueExA(key, nullptr, nullptr, nullptr, reinterpret_cast<LPBYTE>(buffer), &size),
-              LONG(ERROR_SUCCESS));
+    EXPECT_EQ(Query(key, nullptr, buffer, &size), LONG(ERROR_SUCCESS));
     EXPECT_STREQ(buffer, "default");
-    EXPECT_EQ(RegQueryValueExA(key, "Missing", nullptr, nullptr, nullptr, &size), LONG(ERROR_FILE_NOT_FOUND));
-    RegCloseKey(key);
-}
+    EXPECT_EQ(Query(key, "Missing", nullptr, &size), LONG(ERROR_FILE_NOT_FOUND));
 
-TEST_F(RegistryTest, EnumKeysGivesCreationOrderAndNameLengths) {
-    const char* ports = "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports";
-    for (const char* name : {"LPT2", "COM1", "USB001"}) {
-        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, std::string(ports) + "\\" + name);
-    }
-    HKEY key;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, ports, 0, KEY_READ, &key), LONG(ERROR_SUCCESS));
-
-    char name[16];
-    DWORD size = sizeof name;
-    ASSERT_EQ(RegEnumKeyExA(key, 0, name, &size, nullptr, nullptr, nullptr, nullptr), LONG(ERROR_SUCCESS));
-    EXPECT_STREQ(name, "LPT2");
-    EXPECT_EQ(size, 4u);  // without the NUL
-    size = sizeof name;
-    ASSERT_EQ(RegEnumKeyExA(key, 1, name, &size, nullptr, nullptr, nullptr, nullptr), LONG(ERROR_SUCCESS));
-    EXPECT_STREQ(name, "COM1");
-
-    // "USB001" needs 7 bytes with its NUL; 6 is too few and the buffer stays.
-    std::strcpy(name, "before");
+    // Subkeys come in the order they were made; a name needs room for its NUL
+    // ("USB001": 7 bytes) and its length comes back without it.
+    size = sizeof buffer;
+    EXPECT_EQ(EnumKey(key, 0, buffer, &size), LONG(ERROR_SUCCESS));
+    EXPECT_STREQ(buffer, "LPT2");
+    EXPECT_EQ(size, 4u);
     size = 6;
-    EXPECT_EQ(RegEnumKeyExA(key, 2, name, &size, nullptr, nullptr, nullptr, nullptr), LONG(ERROR_MORE_DATA));
-    EXPECT_STREQ(name, "before");
+    EXPECT_EQ(EnumKey(key, 2, buffer, &size), LONG(ERROR_MORE_DATA));
+    EXPECT_STREQ(buffer, "LPT2");
     size = 7;
-    EXPECT_EQ(RegEnumKeyExA(key, 2, name, &size, nullptr, nullptr, nullptr, nullptr), LONG(ERROR_SUCCESS));
-    EXPECT_STREQ(name, "USB001");
-
-    size = sizeof name;
-    EXPECT_EQ(RegEnumKeyExA(key, 3, name, &size, nullptr, nullptr, nullptr, nullptr), LONG(ERROR_NO_MORE_ITEMS));
+    EXPECT_EQ(EnumKey(key, 2, buffer, &size), LONG(ERROR_SUCCESS));
+    EXPECT_STREQ(buffer, "USB001");
+    EXPECT_EQ(EnumKey(key, 3, buffer, &size), LONG(ERROR_NO_MORE_ITEMS));
     RegCloseKey(key);
 }
 
 TEST_F(RegistryTest, EachCallNeedsItsRight) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kQuor + std::string("\\Printers"), "MyPortMode", 1);
-    HKEY queryOnly;
-    HKEY setOnly;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kQuor, 0, KEY_QUERY_VALUE, &queryOnly), LONG(ERROR_SUCCESS));
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kQuor, 0, KEY_SET_VALUE, &setOnly), LONG(ERROR_SUCCESS));
-
+    HKEY queryOnly = Open(KEY_QUERY_VALUE);
+    HKEY setOnly = Open(KEY_SET_VALUE);
     const DWORD interval = 50;
     const auto* bytes = reinterpret_cast<const BYTE*>(&interval);
     char name[32];
     DWORD size = sizeof name;
-    EXPECT_EQ(RegEnumKeyExA(queryOnly, 0, name, &size, nullptr, nullptr, nullptr, nullptr),
-              LONG(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(EnumKey(queryOnly, 0, name, &size), LONG(ERROR_ACCESS_DENIED));
     EXPECT_EQ(RegSetValueExA(queryOnly, "CreateThreadInterval", 0, REG_DWORD, bytes, 4),
               LONG(ERROR_ACCESS_DENIED));
-    EXPECT_EQ(RegQueryValueExA(setOnly, "CreateThreadInterval", nullptr, nullptr, nullptr, &size),
-              LONG(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(Query(setOnly, "CTIFlag", nullptr, &size), LONG(ERROR_ACCESS_DENIED));
 
     EXPECT_EQ(RegSetValueExA(setOnly, "CreateThreadInterval", 0, REG_DWORD, bytes, 4), LONG(ERROR_SUCCESS));
     EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, kQuor, "CreateThreadInterval"), 50u);

@@ -40,71 +40,49 @@ protected:
         platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
         if (description) platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", description);
     }
-    static void Redirect(const char* name, const char* remote) {
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE, "Software\\langmon\\Network Connections", name, remote);
-    }
-    static void NetworkFails(const char* name, DWORD error) {
-        platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "Software\\langmon\\Network Connections", name, error);
-    }
 
 private:
     char ownKey_[128] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
     char* savedRoot_ = nullptr;
 };
 
-TEST_F(ClassifyPortTest, PortsOfTheNetworkMonitorsAreNetworkWhateverTheirName) {
+TEST_F(ClassifyPortTest, EachPortGetsItsKindFromItsNameTheRegistryAndTheSpooler) {
     AddPort("MZ TCP/IP XRU Port", "LPT1");
     AddPort("KV TCP/IP XRU Port", "KV_10.0.0.5");
     AddPort("KV TCP/IP XRU Port", "lpt2");
-    EXPECT_EQ(KindOf("LPT1"), 0x81u);
-    EXPECT_EQ(KindOf("KV_10.0.0.5"), 0x81u);
-    // The monitor's key names are compared with their case.
-    EXPECT_EQ(KindOf("LPT2"), 0x07u);
-}
-
-TEST_F(ClassifyPortTest, UsbPortsAreBidiOnlyWithTheUsbDescription) {
     AddPort("USB Monitor", "USB001", "Virtual printer port for USB");
     AddPort("Other Monitor", "USB002", "Some other USB port");
-    EXPECT_EQ(KindOf("USB001"), 0x07u);
-    EXPECT_EQ(KindOf("USB002"), 0x01u);
-    EXPECT_EQ(KindOf("USB003"), 0x07u);  // not listed: nothing against it
-    EXPECT_EQ(platform::SpoolerCallCount(platform::SpoolerCall::EnumPorts), 6u);
-}
-
-TEST_F(ClassifyPortTest, SerialPortsAreMonitoredWithoutBidi) {
-    EXPECT_EQ(KindOf("COM1"), 0x11u);
-    EXPECT_EQ(KindOf("com2:"), 0x11u);
-}
-
-TEST_F(ClassifyPortTest, AParallelNameDescribedAsANetworkPortIsLeftAlone) {
-    AddPort("Local Port", "LPT1", "MZ TCP/IP XRU Port");
-    AddPort("Local Port", "LPT2", "KV TCP/IP XRU Port");
-    AddPort("Local Port", "LPT3", "ECP Printer Port");
-    EXPECT_EQ(KindOf("LPT1"), 0x01u);
-    EXPECT_EQ(KindOf("LPT2"), 0x01u);
-    EXPECT_EQ(KindOf("LPT3"), 0x07u);
-}
-
-TEST_F(ClassifyPortTest, TheNetworkLayerDecidesWhetherANameIsLocal) {
-    Redirect("LPT3", "\\\\SERVER\\LASER");
-    NetworkFails("LPT4", ERROR_CONNECTION_UNAVAIL);
-    NetworkFails("LPT5", 1222);  // ERROR_NO_NETWORK
-    EXPECT_EQ(KindOf("LPT3"), 0x01u);
-    EXPECT_EQ(KindOf("LPT4"), 0x07u);
-    EXPECT_EQ(KindOf("LPT5"), 0x01u);
-    // A name of no known kind that isn't connected counts as local.
-    EXPECT_EQ(KindOf("FILE:"), 0x07u);
-}
-
-TEST_F(ClassifyPortTest, TheMonitorsOwnKeyCanTurnBidiOffForOnePort) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kOwnKey, "LPT2", 0x3);
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kOwnKey, "LPT1", 0x2);
-    EXPECT_EQ(KindOf("LPT2"), 0x03u);
-    EXPECT_EQ(KindOf("LPT1"), 0x07u);
-    EXPECT_EQ(KindOf("LPT3"), 0x07u);
+    AddPort("Local Port", "LPT3", "MZ TCP/IP XRU Port");
+    AddPort("Local Port", "LPT4", "KV TCP/IP XRU Port");
+    AddPort("Local Port", "LPT5", "ECP Printer Port");
+    // What the network layer says of a name: redirected, or an error.
+    const char* connections = "Software\\langmon\\Network Connections";
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, connections, "LPT6", "\\\\SERVER\\LASER");
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, connections, "LPT7", ERROR_CONNECTION_UNAVAIL);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, connections, "LPT8", 1222);  // ERROR_NO_NETWORK
+    // The monitor's own key: bit 0 of a port's value turns its bidi off.
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kOwnKey, "LPT9", 0x3);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, kOwnKey, "LPT5", 0x2);
+    EXPECT_EQ(KindOf("LPT1"), 0x81u);  // a network monitor's port, whatever its name
+    EXPECT_EQ(KindOf("KV_10.0.0.5"), 0x81u);  // a network monitor's port
+    // The network monitor's key names are compared with their case.
+    EXPECT_EQ(KindOf("LPT2"), 0x07u);
+    EXPECT_EQ(KindOf("USB001"), 0x07u);  // USB with the USB description
+    EXPECT_EQ(KindOf("USB002"), 0x01u);  // USB with another description
+    EXPECT_EQ(KindOf("USB003"), 0x07u);  // USB the spooler doesn't list: nothing against it
+    EXPECT_EQ(KindOf("COM1"), 0x11u);  // serial
+    EXPECT_EQ(KindOf("com2:"), 0x11u);  // serial
+    EXPECT_EQ(KindOf("LPT3"), 0x01u);  // a parallel name described as an MZ network port
+    EXPECT_EQ(KindOf("LPT4"), 0x01u);  // a parallel name described as a KV network port
+    EXPECT_EQ(KindOf("LPT5"), 0x07u);  // an ECP port, its own key's bit 0 clear
+    EXPECT_EQ(KindOf("LPT6"), 0x01u);  // redirected by the network layer
+    EXPECT_EQ(KindOf("LPT7"), 0x07u);  // a connection unavailable is still local
+    EXPECT_EQ(KindOf("LPT8"), 0x01u);  // no network: not known to be local
+    EXPECT_EQ(KindOf("FILE:"), 0x07u);  // a name of no known kind that isn't connected
+    EXPECT_EQ(KindOf("LPT9"), 0x03u);  // bidi turned off in the monitor's own key
     // Without a key of its own nothing speaks against a port.
     registryRoot = nullptr;
-    EXPECT_EQ(KindOf("LPT2"), 0x07u);
+    EXPECT_EQ(KindOf("LPT9"), 0x07u);
 }
 
 TEST_F(ClassifyPortTest, ASpoolerThatDoesNotAnswerCostsTwoRetriesAndTheBidi) {
@@ -128,31 +106,31 @@ TEST_F(ClassifyPortTest, ASpoolerThatDoesNotAnswerCostsTwoRetriesAndTheBidi) {
     EXPECT_TRUE(platform::AllocationFailureHit());
 }
 
-// Machines of the 0xD00 keyboard class ask the parallel port's class driver.
-class ClassDriverTest : public ClassifyPortTest {
-protected:
-    void SetUp() override {
-        ClassifyPortTest::SetUp();
-        platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "Software\\langmon", "KeyboardSubtype", 0x0D01);
-    }
-    // A device node of the configuration manager and the device it names.
-    static void AddDevice(const char* node, const char* hardware, const char* cls, const char* portName,
-                          const char* driver) {
-        platform::RegistrySetString(HKEY_DYN_DATA, std::string("Config Manager\\Enum\\") + node, "HardWareKey",
-                                    hardware);
-        const std::string device = std::string("Enum\\") + hardware;
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "Class", cls);
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "PortName", portName);
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "Driver", driver);
-    }
-    static void SetPortDriver(const char* driver, const char* portDriver) {
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE,
-                                    std::string("System\\CurrentControlSet\\Services\\Class\\") + driver,
-                                    "PortDriver", portDriver);
-    }
-};
+// A device node of the configuration manager and the device it names.
+void AddDevice(const char* node, const char* hardware, const char* cls, const char* portName,
+               const char* driver) {
+    platform::RegistrySetString(HKEY_DYN_DATA, std::string("Config Manager\\Enum\\") + node, "HardWareKey",
+                                hardware);
+    const std::string device = std::string("Enum\\") + hardware;
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "Class", cls);
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "PortName", portName);
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, device, "Driver", driver);
+}
+void SetPortDriver(const char* driver, const char* portDriver) {
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE,
+                                std::string("System\\CurrentControlSet\\Services\\Class\\") + driver,
+                                "PortDriver", portDriver);
+}
 
-TEST_F(ClassDriverTest, OnlyTheIeee1284DriverOfThePortsNodeGivesBidi) {
+// Machines of the 0xD00 keyboard class (all three bits) ask the parallel
+// port's class driver; only the IEEE 1284 driver of the port's node gives bidi.
+TEST_F(ClassifyPortTest, OnAKeyboardClassD00MachineTheClassDriverDecides) {
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "Software\\langmon", "KeyboardSubtype", 0x0C00);
+    EXPECT_FALSE(KeyboardClassD00());
+    EXPECT_EQ(KindOf("LPT1"), 0x07u);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "Software\\langmon", "KeyboardSubtype", 0x0D01);
+    EXPECT_EQ(KindOf("LPT1"), 0x03u);  // no configuration manager list at all
+
     // Nodes that don't fit are passed over: another class, another port, a
     // device whose class key is missing.
     AddDevice("C29A0000", "Root\\*PNP0303\\0000", "Keyboard", "LPT1", "Keyboard\\0000");
@@ -167,14 +145,6 @@ TEST_F(ClassDriverTest, OnlyTheIeee1284DriverOfThePortsNodeGivesBidi) {
 
     SetPortDriver("Ports\\0000", "P1284.VXD");  // compared byte for byte
     EXPECT_EQ(KindOf("LPT1"), 0x03u);
-}
-
-TEST_F(ClassDriverTest, WithoutTheConfigurationManagersListNoPortIsBidi) {
-    EXPECT_EQ(KindOf("LPT1"), 0x03u);
-    // The class needs all three bits of 0xD00.
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "Software\\langmon", "KeyboardSubtype", 0x0C00);
-    EXPECT_FALSE(KeyboardClassD00());
-    EXPECT_EQ(KindOf("LPT1"), 0x07u);
 }
 
 // The sample machine of examples/ shows one port of each kind.
