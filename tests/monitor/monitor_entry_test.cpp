@@ -112,7 +112,7 @@ TEST_F(MonitorEntryTest, APortTheMonitorBelowRefusesLeavesItsNameFree) {
     EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << "the port monitor's own reason";
     EXPECT_EQ(portList, nullptr);
 
-    lower.Port("USB001").SucceedOpen();
+    lower.Port("USB001").FailOpen(0);
     PortContext* port = Open("USB001");
     ASSERT_NE(port, nullptr);
     EXPECT_TRUE(ClosePort(port));

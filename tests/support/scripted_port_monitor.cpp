@@ -134,11 +134,6 @@ void ScriptedPort::QueueWrite(WriteAnswer answer) {
     writes_.push_back(answer);
 }
 
-void ScriptedPort::SetDefaultWrite(WriteAnswer answer) {
-    std::lock_guard lock(scriptLock);
-    defaultWrite_ = answer;
-}
-
 void ScriptedPort::QueueRead(ReadAnswer answer) {
     std::lock_guard lock(scriptLock);
     reads_.push_back(std::move(answer));
@@ -201,16 +196,6 @@ std::string ScriptedPort::Received() const {
     return received_;
 }
 
-bool ScriptedPort::IsOpen() const {
-    std::lock_guard lock(scriptLock);
-    return open_;
-}
-
-bool ScriptedPort::DocumentOpen() const {
-    std::lock_guard lock(scriptLock);
-    return documentOpen_;
-}
-
 void ScriptedPort::ForgetCalls() {
     std::lock_guard lock(scriptLock);
     calls_.clear();
@@ -222,6 +207,14 @@ void ScriptedPort::ForgetCalls() {
 // The C entries of the table. They find their port through the handle, which
 // must be one that OpenPort gave out.
 struct ScriptedEntries {
+    // FALSE with the scripted last error when the script says fail.
+    static BOOL Scripted(bool fail, DWORD error) {
+        if (fail) {
+            ::SetLastError(error);
+        }
+        return fail ? FALSE : TRUE;
+    }
+
     static ScriptedPort* Find(HANDLE handle) {
         if (activeMonitor == nullptr) {
             return nullptr;
@@ -269,7 +262,6 @@ struct ScriptedEntries {
             ::SetLastError(port->openError_);
             call.result = FALSE;
         } else {
-            port->open_ = true;
             *pHandle = port;
             call.result = TRUE;
         }
@@ -301,13 +293,7 @@ struct ScriptedEntries {
                 call.docJobId = doc2->JobId;
             }
         }
-        if (port->failStartDoc_) {
-            ::SetLastError(port->startDocError_);
-            call.result = FALSE;
-        } else {
-            port->documentOpen_ = true;
-            call.result = TRUE;
-        }
+        call.result = Scripted(port->failStartDoc_, port->startDocError_);
         Record(port, call);
         return call.result;
     }
@@ -319,7 +305,7 @@ struct ScriptedEntries {
         if (port == nullptr) {
             return BadHandle();
         }
-        WriteAnswer answer = port->defaultWrite_;
+        WriteAnswer answer = WriteAnswer::TakeAll();
         if (!port->writes_.empty()) {
             answer = port->writes_.front();
             port->writes_.pop_front();
@@ -387,13 +373,7 @@ struct ScriptedEntries {
             return BadHandle();
         }
         PortCall call = NewCall(CallKind::EndDocPort, tick);
-        if (port->failEndDoc_) {
-            ::SetLastError(port->endDocError_);
-            call.result = FALSE;
-        } else {
-            port->documentOpen_ = false;
-            call.result = TRUE;
-        }
+        call.result = Scripted(port->failEndDoc_, port->endDocError_);
         Record(port, call);
         return call.result;
     }
@@ -407,7 +387,6 @@ struct ScriptedEntries {
         }
         PortCall call = NewCall(CallKind::ClosePort, tick);
         call.result = TRUE;
-        port->open_ = false;
         Record(port, call);
         return TRUE;
     }

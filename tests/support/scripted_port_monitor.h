@@ -107,18 +107,13 @@ public:
     explicit ScriptedPort(std::string name) : name_(std::move(name)) {}
 
     // Script. OpenPort, StartDocPort and EndDocPort fail from now on with
-    // `error` as the last error, until told to succeed; an error of 0 also
-    // means succeed.
+    // `error` as the last error; an error of 0 makes them succeed again.
     void FailOpen(DWORD error);
-    void SucceedOpen() { FailOpen(0); }
     void FailStartDoc(DWORD error);
-    void SucceedStartDoc() { FailStartDoc(0); }
     void FailEndDoc(DWORD error);
-    void SucceedEndDoc() { FailEndDoc(0); }
     // Answers for the next writes, in order; once they are used up every write
-    // gets the default answer, which is to take all.
+    // takes all.
     void QueueWrite(WriteAnswer answer);
-    void SetDefaultWrite(WriteAnswer answer);
     // Answers for the next reads, in order. A piece larger than the reader's
     // buffer is given out over several reads. Without any, a read gives 0 bytes.
     void QueueRead(ReadAnswer answer);
@@ -140,8 +135,6 @@ public:
     int Count(CallKind kind) const;
     // Every byte the port took, all writes in order.
     std::string Received() const;
-    bool IsOpen() const;
-    bool DocumentOpen() const;
     void ForgetCalls();  // calls and received bytes, not the script
 
 private:
@@ -156,7 +149,6 @@ private:
     bool failEndDoc_ = false;
     DWORD endDocError_ = 0;
     std::deque<WriteAnswer> writes_;
-    WriteAnswer defaultWrite_{};
     std::deque<ReadAnswer> reads_;
     struct ControlAnswer {
         bool fail = false;
@@ -166,8 +158,6 @@ private:
     std::map<DWORD, ControlAnswer> controls_;
     DWORD timeOutsError_ = 0;
 
-    bool open_ = false;
-    bool documentOpen_ = false;
     std::vector<PortCall> calls_;
     std::string received_;
 };
