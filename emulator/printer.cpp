@@ -28,8 +28,12 @@ constexpr std::string_view Garbage = "\x01\x7f#\r\n";
 
 }  // namespace
 
+// A new printer has just been switched on: it warms up first, if its state
+// says it takes time to.
 Printer::Printer(PrinterState state) : state_(std::move(state)) {
     cursor_ = GetTickCount();
+    warming_ = state_.poweredOn && state_.warmUpMs != 0;
+    warmStart_ = cursor_;
     PrinterCondition condition = EvaluateCondition(state_, CurrentActivity());
     reportedCode_ = condition.pjlCode;
     reportedPanel_ = condition.panel;

@@ -1,0 +1,352 @@
+#include "emulator/printer_description.h"
+
+#include "emulator/panel_settings.h"
+#include "emulator/pjl_command.h"
+
+#include <charconv>
+#include <fstream>
+
+namespace langmon::emulator {
+namespace {
+
+std::string_view Trim(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+// Splits `text` at each `separator`, trimming every piece.
+std::vector<std::string_view> Split(std::string_view text, char separator) {
+    std::vector<std::string_view> pieces;
+    for (;;) {
+        size_t at = text.find(separator);
+        pieces.push_back(Trim(text.substr(0, at)));
+        if (at == std::string_view::npos) return pieces;
+        text.remove_prefix(at + 1);
+    }
+}
+
+bool Number(std::string_view text, uint32_t* value) {
+    int base = 10;
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        text.remove_prefix(2);
+        base = 16;
+    }
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *value, base);
+    return !text.empty() && error == std::errc{} && end == text.data() + text.size();
+}
+
+bool YesNo(std::string_view text, bool* value) {
+    if (text == "yes" || text == "on" || text == "true") return *value = true, true;
+    if (text == "no" || text == "off" || text == "false") return *value = false, true;
+    return false;
+}
+
+// Looks `text` up among `names`; the index is the value.
+template <size_t N>
+bool Named(std::string_view text, const char* const (&names)[N], uint32_t* value) {
+    for (size_t i = 0; i < N; ++i) {
+        if (names[i] && EqualsNoCase(text, names[i])) return *value = static_cast<uint32_t>(i), true;
+    }
+    return false;
+}
+
+constexpr const char* TonerNames[] = {"cyan", "magenta", "yellow", "black"};
+constexpr const char* SlotNames[] = {"mp", "1", "2"};
+constexpr const char* TrayKindNames[] = {"none", "manual", "normal", "large"};
+constexpr const char* SupplyStateNames[] = {"empty", "near-empty", "low", "ok"};
+constexpr const char* ColorRuleNames[] = {"auto", "color", "mono"};
+// The paper sizes of the status block's size table that have a name; the
+// others are given by their index.
+constexpr const char* PaperSizeNames[] = {nullptr,  "A3",   "A4", "A5",     "B4",      "B5",
+                                          "LETTER", "LEDGER", nullptr, "LEGAL", "A3W",   nullptr,
+                                          nullptr,  "EXECUTIVE", "STATEMENT", "JPOST", "JPOSTD", "COM10",
+                                          "MONARCH", "C5",  "DL", "C6", nullptr, "ENV4", nullptr,
+                                          "USER"};
+// Media types of the status block's type table that have a name.
+constexpr const char* MediaTypeNames[] = {nullptr, "plain", "ohp", "label", "heavy", nullptr, nullptr, nullptr,
+                                          nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, "card", "envelope"};
+
+struct CoverName {
+    const char* name;
+    uint16_t bit;
+};
+constexpr CoverName Covers[] = {{"front", CoverFront},   {"top", CoverTop},       {"right", CoverRight},
+                                {"rear", CoverRear},     {"duplex", CoverDuplex}, {"fuser", CoverFuser},
+                                {"toner", CoverToner},   {"cassette", CoverCassette}};
+
+std::string Bad(std::string_view key, std::string_view value) {
+    return "bad value \"" + std::string(value) + "\" for " + std::string(key);
+}
+
+std::string SetTonerValue(Toner& toner, std::string_view field, std::string_view key, std::string_view value) {
+    uint32_t number = 0;
+    if (field.empty()) {
+        if (value == "unknown") return toner.level = UnknownLevel, "";
+        if (!Number(value, &number) || number > 127) return Bad(key, value);
+        return toner.level = static_cast<int>(number), "";
+    }
+    if (field == "fitted") return YesNo(value, &toner.fitted) ? "" : Bad(key, value);
+    if (field == "fault") return YesNo(value, &toner.fault) ? "" : Bad(key, value);
+    return "unknown key " + std::string(key);
+}
+
+std::string SetTrayValue(Tray& tray, std::string_view field, std::string_view key, std::string_view value) {
+    uint32_t number = 0;
+    if (field == "kind") {
+        if (value == "universal") return tray.kind = TrayKind::Normal, tray.variant = true, "";
+        if (!Named(value, TrayKindNames, &number)) return Bad(key, value);
+        tray.kind = static_cast<TrayKind>(number);
+        tray.variant = false;
+        return "";
+    }
+    if (field == "sheets" || field == "capacity") {
+        if (!Number(value, &number) || number > 100000) return Bad(key, value);
+        (field == "sheets" ? tray.sheets : tray.capacity) = static_cast<int>(number);
+        return "";
+    }
+    if (field == "size") {
+        if (!Named(value, PaperSizeNames, &number) && (!Number(value, &number) || number > 31)) {
+            return Bad(key, value);
+        }
+        return tray.mediaSize = static_cast<uint8_t>(number), "";
+    }
+    if (field == "type") {
+        if (!Named(value, MediaTypeNames, &number) && (!Number(value, &number) || number > 31)) {
+            return Bad(key, value);
+        }
+        return tray.mediaType = static_cast<uint8_t>(number), "";
+    }
+    return "unknown key " + std::string(key);
+}
+
+std::string SetListValue(std::string_view key, std::string_view value, PrinterState& state) {
+    if (key == "covers") {
+        state.openCovers = 0;
+        if (value == "none") return "";
+        for (std::string_view word : Split(value, ',')) {
+            bool found = false;
+            for (const CoverName& cover : Covers) {
+                if (word == cover.name) state.openCovers |= cover.bit, found = true;
+            }
+            if (!found) return Bad(key, word);
+        }
+        return "";
+    }
+    if (key == "jam") {
+        state.jamPlaces = 0;
+        if (value == "none") return "";
+        for (std::string_view word : Split(value, ',')) {
+            uint32_t place = 0;
+            if (!Number(word, &place) || place > 20) return Bad(key, word);
+            state.jamPlaces |= 1u << place;
+        }
+        return "";
+    }
+    // options
+    state.duplex = state.ramDisk = state.outTray2 = state.option7001 = state.option3001 = false;
+    if (value == "none") return "";
+    for (std::string_view word : Split(value, ',')) {
+        if (word == "duplex") state.duplex = true;
+        else if (word == "ramdisk") state.ramDisk = true;
+        else if (word == "outtray2") state.outTray2 = true;
+        else if (word == "option7001") state.option7001 = true;
+        else if (word == "option3001") state.option3001 = true;
+        else return Bad(key, word);
+    }
+    return "";
+}
+
+// The fault words of the command line, each a setting or two.
+struct FaultWord {
+    const char* word;
+    const char* settings;  // `key=value` pairs separated by ';'
+};
+constexpr FaultWord FaultWords[] = {
+    {"silent", "silent=yes"},
+    {"one-byte", "write-limit=1"},
+    {"small-reads", "read-piece=7"},
+    {"garbage", "garbage=yes"},
+    {"crlf-after-form-feed", "crlf-after-form-feed=yes"},
+    {"cover-open", "covers=front"},
+    {"jam", "jam=3"},
+    {"toner-low", "toner.black=5"},
+    {"toner-empty", "toner.black=0"},
+    {"out-of-memory", "out-of-memory=yes"},
+    {"operator-attention", "operator-attention=yes"},
+    {"hardware-failure", "hardware-error=0x0001002A"},
+    {"warming-up", "warm-up-time=20000"},
+    {"power-off", "power=off"},
+    {"foreign", "model=Foreign Printer 1;manufacturer=Other;commands=PJL,PCL"},
+};
+
+}  // namespace
+
+std::string SetPrinterValue(PrinterState& state, std::string_view key, std::string_view value) {
+    uint32_t number = 0;
+    size_t dot = key.find('.');
+    std::string_view group = key.substr(0, dot);
+    std::string_view rest = dot == std::string_view::npos ? std::string_view{} : key.substr(dot + 1);
+
+    if (group == "toner" && !rest.empty()) {
+        size_t dot2 = rest.find('.');
+        std::string_view field = dot2 == std::string_view::npos ? std::string_view{} : rest.substr(dot2 + 1);
+        if (!Named(rest.substr(0, dot2), TonerNames, &number)) return "unknown key " + std::string(key);
+        return SetTonerValue(state.toners[number], field, key, value);
+    }
+    if (group == "tray" && !rest.empty()) {
+        size_t dot2 = rest.find('.');
+        if (dot2 == std::string_view::npos || !Named(rest.substr(0, dot2), SlotNames, &number)) {
+            return "unknown key " + std::string(key);
+        }
+        return SetTrayValue(state.trays[number], rest.substr(dot2 + 1), key, value);
+    }
+    if (group == "setting" && !rest.empty()) {
+        const PanelSetting* setting = FindPanelSetting(rest);
+        if (!setting) return "unknown panel setting " + std::string(rest);
+        if (!SettingAccepts(*setting, value)) return Bad(key, value);
+        return state.settings[std::string(rest)] = std::string(value), "";
+    }
+    if (key == "unit") {
+        if (value == "unknown") return state.unit.level = UnknownLevel, "";
+        if (!Number(value, &number) || number > 127) return Bad(key, value);
+        return state.unit.level = static_cast<int>(number), "";
+    }
+    if (key == "unit.fault") return YesNo(value, &state.unit.fault) ? "" : Bad(key, value);
+    if (key == "covers" || key == "jam" || key == "options") return SetListValue(key, value, state);
+
+    struct Text {
+        const char* key;
+        std::string PrinterState::*field;
+    };
+    static constexpr Text Texts[] = {{"model", &PrinterState::model},
+                                     {"manufacturer", &PrinterState::manufacturer},
+                                     {"commands", &PrinterState::commandSet}};
+    for (const Text& text : Texts) {
+        if (key == text.key) {
+            if (value.empty() || value.find(';') != std::string_view::npos) return Bad(key, value);
+            return state.*text.field = std::string(value), "";
+        }
+    }
+    struct Flag {
+        const char* key;
+        bool* field;
+    };
+    const Flag flags[] = {{"periodic-change", &state.periodicChange},
+                          {"operator-attention", &state.operatorAttention},
+                          {"out-of-memory", &state.outOfMemory},
+                          {"power", &state.poweredOn},
+                          {"silent", &state.faults.silent},
+                          {"garbage", &state.faults.garbage},
+                          {"crlf-after-form-feed", &state.faults.crlfAfterFormFeed}};
+    for (const Flag& f : flags) {
+        if (key == f.key) return YesNo(value, f.field) ? "" : Bad(key, value);
+    }
+    struct Count {
+        const char* key;
+        uint32_t* field;
+        uint32_t most;
+    };
+    const Count counts[] = {{"memory", &state.memoryMB, 255 * 32},
+                            {"hardware-error", &state.hardwareError, 0xFFFFFFFF},
+                            {"page-count", &state.pageCount, 0xFFFFFFFF},
+                            {"page-time", &state.pageTimeMs, 3600000},
+                            {"warm-up-time", &state.warmUpMs, 3600000},
+                            {"mono-coverage", &state.monoCoverage, 100},
+                            {"write-limit", &state.faults.writeLimit, 0xFFFFFFFF},
+                            {"read-piece", &state.faults.readPiece, 0xFFFFFFFF}};
+    for (const Count& c : counts) {
+        if (key == c.key) {
+            if (!Number(value, &number) || number > c.most) return Bad(key, value);
+            return *c.field = number, "";
+        }
+    }
+    if (key == "waste") {
+        if (!Named(value, SupplyStateNames, &number)) return Bad(key, value);
+        return state.wasteState = static_cast<SupplyState>(number), "";
+    }
+    if (key == "feed") {
+        if (!Named(value, SlotNames, &number)) return Bad(key, value);
+        return state.feedSlot = static_cast<int>(number), "";
+    }
+    if (key == "color") {
+        if (!Named(value, ColorRuleNames, &number)) return Bad(key, value);
+        return state.colorRule = static_cast<ColorRule>(number), "";
+    }
+    if (key == "coverage") {
+        std::vector<std::string_view> parts = Split(value, ' ');
+        std::erase(parts, std::string_view{});
+        if (parts.size() != 4) return Bad(key, value);
+        for (size_t i = 0; i < 4; ++i) {
+            if (!Number(parts[i], &number) || number > 100) return Bad(key, value);
+            state.colorCoverage[i] = number;
+        }
+        return "";
+    }
+    if (key == "service-tag") {
+        if (value.size() != 7) return Bad(key, value);
+        return state.serviceTag = std::string(value), "";
+    }
+    if (key == "panel") {
+        if (value.empty()) return state.panelOverride.reset(), "";
+        size_t bar = value.find('|');
+        std::string first(Trim(value.substr(0, bar)));
+        std::string second(bar == std::string_view::npos ? "" : Trim(value.substr(bar + 1)));
+        state.panelOverride = std::array<std::string, 2>{first, second};
+        return "";
+    }
+    return "unknown key " + std::string(key);
+}
+
+std::string LoadPrinterStateFile(const std::string& path, PrinterState& state) {
+    std::ifstream file(path);
+    if (!file) return path + ": cannot be read";
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        std::string_view text = line;
+        if (size_t hash = text.find('#'); hash != std::string_view::npos) text = text.substr(0, hash);
+        text = Trim(text);
+        if (text.empty()) continue;
+        size_t equals = text.find('=');
+        if (equals == std::string_view::npos) {
+            return path + ":" + std::to_string(number) + ": expected key = value";
+        }
+        std::string problem = SetPrinterValue(state, Trim(text.substr(0, equals)), Trim(text.substr(equals + 1)));
+        if (!problem.empty()) return path + ":" + std::to_string(number) + ": " + problem;
+    }
+    return "";
+}
+
+std::string ApplyPrinterDescription(std::string_view description, PrinterState& state) {
+    if (Trim(description).empty()) return "";
+    for (std::string_view item : Split(description, ',')) {
+        size_t equals = item.find('=');
+        if (equals == std::string_view::npos) {
+            const FaultWord* fault = nullptr;
+            for (const FaultWord& f : FaultWords) {
+                if (item == f.word) fault = &f;
+            }
+            if (item == "paper-out") {
+                state.trays[state.feedSlot].sheets = 0;
+                continue;
+            }
+            if (!fault) return "unknown printer word \"" + std::string(item) + "\"";
+            for (std::string_view setting : Split(fault->settings, ';')) {
+                size_t at = setting.find('=');
+                std::string problem = SetPrinterValue(state, setting.substr(0, at), setting.substr(at + 1));
+                if (!problem.empty()) return problem;
+            }
+            continue;
+        }
+        std::string_view key = Trim(item.substr(0, equals));
+        std::string_view value = Trim(item.substr(equals + 1));
+        std::string problem = key == "state" ? LoadPrinterStateFile(std::string(value), state)
+                                             : SetPrinterValue(state, key, value);
+        if (!problem.empty()) return problem;
+    }
+    return "";
+}
+
+}  // namespace langmon::emulator
