@@ -9,10 +9,15 @@
 namespace {
 
 constexpr const char* Usage =
-    "usage: langmon print FILE [--printer file:PATH] [--port NAME] [--printer-name NAME]\n"
+    "usage: langmon print FILE [--printer PRINTER] [--port NAME] [--printer-name NAME]\n"
     "                          [--document NAME] [--block-size BYTES]\n"
     "  Sends FILE as one job through the language monitor, the way the spooler\n"
-    "  does, and reports each call and what the printer received.\n"
+    "  does, and reports each call, what the printer received and, for the\n"
+    "  emulated printer, what it printed and said back.\n"
+    "  PRINTER is emulator (the default: an emulated Laser Printer 6200tx),\n"
+    "  emulator:DESCRIPTION (its state and faults, e.g. emulator:jam or\n"
+    "  emulator:model=Laser Printer 6300tx,toner.cyan=4,state=FILE; see the\n"
+    "  README), or file:PATH (the bytes go to a file).\n"
     "  The machine the monitor sees is described by the file that the\n"
     "  environment variable LANGMON_REGISTRY names (see the README).\n";
 

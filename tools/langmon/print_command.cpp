@@ -1,10 +1,16 @@
 #include "print_command.h"
 
 #include "file_port_monitor.h"
+#include "job_report.h"
+
+#include "emulator/port_monitor.h"
+#include "emulator/printer_description.h"
+#include "platform/clock.h"
 
 #include <langmon/monitor.h>
 
 #include <algorithm>
+#include <memory>
 #include <fstream>
 #include <iomanip>
 #include <iterator>
@@ -39,23 +45,33 @@ void Line(std::ostream& out, const std::string& call, const std::string& what) {
     out << "  " << std::left << std::setw(16) << call << what << '\n';
 }
 
-// How what reached the printer relates to the job that was handed over.
-void DescribeReceived(std::ostream& out, const std::vector<char>& job,
-                      const std::vector<char>& received) {
-    out << "the printer received " << received.size() << " bytes: ";
-    if (received == job) {
-        out << "the job's " << job.size() << " bytes, unchanged\n";
-        return;
+bool IsEmulator(const std::string& printer) {
+    return printer == "emulator" || printer.rfind("emulator:", 0) == 0;
+}
+
+// The emulated printer that `printer` describes, or a message.
+std::string DescribeEmulator(const std::string& printer, emulator::PrinterState* state) {
+    *state = emulator::PrinterState::Default();
+    state->pageTimeMs = CommandPageTimeMs;
+    std::string_view description = printer.size() > 9 ? std::string_view(printer).substr(9) : "";
+    return emulator::ApplyPrinterDescription(description, *state);
+}
+
+// Waits until the printer has printed everything it holds, or has printed
+// nothing for a while: a jam or an empty tray stops it for good here.
+void WaitForPrinter(emulator::Printer& printer) {
+    const emulator::PrinterState state = printer.State();
+    const DWORD patience = 2 * state.pageTimeMs + state.warmUpMs + 1000;
+    uint32_t pages = state.pageCount;
+    DWORD lastProgress = GetTickCount();
+    while (!printer.Idle() && TickAge(GetTickCount(), lastProgress) < patience) {
+        Sleep(std::max<DWORD>(1, std::min<DWORD>(state.pageTimeMs, 100)));
+        uint32_t now = printer.State().pageCount;
+        if (now != pages) {
+            pages = now;
+            lastProgress = GetTickCount();
+        }
     }
-    auto at = std::search(received.begin(), received.end(), job.begin(), job.end());
-    if (at == received.end()) {
-        out << "not the job's bytes as handed over\n";
-        return;
-    }
-    const auto before = at - received.begin();
-    const auto after = received.end() - (at + static_cast<std::ptrdiff_t>(job.size()));
-    out << before << " bytes ahead of the job's " << job.size() << ", " << after
-        << " bytes behind it\n";
 }
 
 }  // namespace
@@ -104,8 +120,17 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         *error = "which file? langmon print FILE";
         return false;
     }
+    if (IsEmulator(options->printer)) {
+        emulator::PrinterState state;
+        std::string problem = DescribeEmulator(options->printer, &state);
+        if (!problem.empty()) {
+            *error = "--printer " + options->printer + ": " + problem;
+            return false;
+        }
+        return true;
+    }
     if (options->printer.rfind("file:", 0) != 0 || options->printer.size() == 5) {
-        *error = "--printer takes file:PATH";
+        *error = "--printer takes emulator, emulator:DESCRIPTION or file:PATH";
         return false;
     }
     return true;
@@ -118,13 +143,30 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         out << "langmon print: cannot read " << options.jobFile << '\n';
         return 1;
     }
-    const std::string outputPath = options.printer.substr(5);
-    MONITOR lower = FilePortMonitor(outputPath);
+    // The printer at the end of the port: the emulated one, or a file.
+    const bool emulated = IsEmulator(options.printer);
+    emulator::PrinterState state;
+    std::string outputPath;
+    MONITOR lower{};
+    std::unique_ptr<emulator::Printer> printer;
+    emulator::PortMonitor emulatorPorts;
+    std::string target;
+    if (emulated) {
+        DescribeEmulator(options.printer, &state);
+        printer = std::make_unique<emulator::Printer>(state);
+        emulatorPorts.Attach(options.portName, *printer);
+        lower = *emulatorPorts.Table();
+        target = "the emulated " + state.model;
+    } else {
+        outputPath = options.printer.substr(5);
+        lower = FilePortMonitor(outputPath);
+        target = options.printer;
+    }
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
     out << "langmon print " << options.jobFile << " on port " << options.portName
-        << " of printer \"" << options.printerName << "\", to " << options.printer << '\n';
+        << " of printer \"" << options.printerName << "\", to " << target << '\n';
 
     std::string portName = options.portName;
     std::string printerName = options.printerName;
@@ -182,10 +224,17 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     Line(out, "ClosePort", Outcome(ok));
     exitCode = ok ? exitCode : 1;
 
+    const std::string_view jobBytes(job.data(), job.size());
+    if (emulated) {
+        WaitForPrinter(*printer);
+        DescribeReceived(out, jobBytes, printer->Received());
+        DescribePrinter(out, *printer);
+        return exitCode;
+    }
     bool written = false;
     const std::vector<char> received = ReadWholeFile(outputPath, &written);
     if (written) {
-        DescribeReceived(out, job, received);
+        DescribeReceived(out, jobBytes, std::string_view(received.data(), received.size()));
     }
     return exitCode;
 }

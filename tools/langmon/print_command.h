@@ -1,7 +1,9 @@
 // `langmon print FILE`: one job through the monitor, sent the way the spooler
-// sends it, and a report of what the printer received.
+// sends it, and a report of what the printer received and, for the emulated
+// printer, what it printed and said.
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -10,12 +12,18 @@ namespace langmon::tool {
 
 struct PrintOptions {
     std::string jobFile;
-    std::string printer = "file:langmon-out.prn";  // where the port leads
+    // Where the port leads: "emulator", "emulator:DESCRIPTION" (see
+    // emulator/printer_description.h) or "file:PATH".
+    std::string printer = "emulator";
     std::string portName = "LPT1:";
     std::string printerName = "langmon";
     std::string documentName;  // the job file's name when empty
     unsigned blockSize = 4096;
 };
+
+// The emulated printer of the command prints a page in this many milliseconds
+// unless its description says otherwise: quick enough to watch.
+inline constexpr uint32_t CommandPageTimeMs = 100;
 
 // Reads the words after "print". False with a message in `error` when they
 // don't make a job.
@@ -23,7 +31,9 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
                        std::string* error);
 
 // Runs the job and writes the report to `out`. Returns the process exit code:
-// 0 when the job went through, 1 when a call failed.
+// 0 when the job went through, 1 when a call failed. With the emulated printer
+// it then waits, on the platform clock, until the printer has printed the job
+// or stopped making progress.
 int RunPrint(const PrintOptions& options, std::ostream& out);
 
 }  // namespace langmon::tool
