@@ -1,7 +1,8 @@
-// `langmon print` as a user runs it: the job reaches the file printer whole and
-// the report says what happened.
+// `langmon print` as a user runs it: the job reaches the printer whole and the
+// report says what happened.
 
 #include "langmon/print_command.h"
+#include "support/platform_fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +29,10 @@ std::string ReadFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-TEST(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
+// On the virtual clock, so that the emulated printer's pages cost no real time.
+class PrintCommandTest : public testing::MonitorTest {};
+
+TEST_F(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
     const std::string job = TempPath("job");
     const std::string printer = TempPath("printer");
     std::string bytes(10000, '\0');
@@ -53,7 +57,7 @@ TEST(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
     std::remove(printer.c_str());
 }
 
-TEST(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
+TEST_F(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
     PrintOptions options;
     std::string error;
     ASSERT_TRUE(ParsePrintOptions({TempPath("absent"), "--printer", "file:/nonexistent/dir/out"},
@@ -72,11 +76,46 @@ TEST(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
     std::remove(job.c_str());
 }
 
-TEST(PrintCommandTest, ACommandLineThatMakesNoJobIsRefused) {
+TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
+    const std::string job = TempPath("brochure.ps");
+    WriteFile(job, "%!PS\n1 0 0 setrgbcolor showpage\nshowpage\n%%EOF\n");
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:page-time=40000"}, &options, &error))
+        << error;
+    const DWORD start = GetTickCount();
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    // Two pages of 40 s each: the command waited for them on the clock.
+    EXPECT_GE(GetTickCount() - start, 80000u);
+    EXPECT_NE(report.str().find("to the emulated Laser Printer 6200tx"), std::string::npos) << report.str();
+    EXPECT_NE(report.str().find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos)
+        << report.str();
+    EXPECT_NE(report.str().find("the printer shows \"Ready\""), std::string::npos) << report.str();
+    std::remove(job.c_str());
+}
+
+TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
+    const std::string job = TempPath("letter");
+    WriteFile(job, "Dear reader,\n");
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:jam"}, &options, &error)) << error;
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_NE(report.str().find("has not finished a job without a PJL JOB line: 0 pages"), std::string::npos)
+        << report.str();
+    EXPECT_NE(report.str().find("the printer shows \"Paper jam\""), std::string::npos) << report.str();
+    std::remove(job.c_str());
+}
+
+TEST_F(PrintCommandTest, ACommandLineThatMakesNoJobIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{}, "which file?"},
         {{"a", "b"}, "one job file at a time"},
-        {{"a", "--printer", "lpt:1"}, "--printer takes file:PATH"},
+        {{"a", "--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
+        {{"a", "--printer", "emulator:toner.cyan=200"}, "bad value \"200\" for toner.cyan"},
+        {{"a", "--printer", "emulator:smoke"}, "unknown printer word \"smoke\""},
         {{"a", "--block-size", "0"}, "--block-size takes"},
         {{"a", "--port"}, "--port needs a value"},
         {{"a", "--colour"}, "unknown option --colour"},
