@@ -4,17 +4,27 @@
 #include "platform/clock.h"
 #include "platform/last_error.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace langmon::emulator {
 
+// A language monitor calls a port from the spooler's thread and from its own
+// threads at once, so what the calls share is atomic or locked.
 struct PortMonitor::Port {
     std::string name;
     Printer* printer = nullptr;
-    int openCount = 0;
-    bool documentOpen = false;
+    std::atomic<int> openCount{0};
+    std::atomic<bool> documentOpen{false};
+    std::mutex timeOutsLock;
     bool haveTimeOuts = false;
     COMMTIMEOUTS timeOuts{};
+
+    // Milliseconds a write of `size` bytes may take, 0 without time-outs.
+    DWORD WriteTimeOut(DWORD size) {
+        std::lock_guard lock(timeOutsLock);
+        return haveTimeOuts ? timeOuts.WriteTotalTimeoutConstant + timeOuts.WriteTotalTimeoutMultiplier * size : 0;
+    }
 };
 
 namespace {
@@ -56,8 +66,7 @@ struct PortEntries {
     static BOOL StartDocPort(HANDLE handle, char*, DWORD, DWORD, BYTE*) {
         Port* port = FromHandle(handle);
         if (!port) return Fail(ERROR_INVALID_HANDLE);
-        if (port->documentOpen) return Fail(ERROR_BUSY);
-        port->documentOpen = true;
+        if (port->documentOpen.exchange(true)) return Fail(ERROR_BUSY);
         port->printer->StartDocument();
         return TRUE;
     }
@@ -73,9 +82,7 @@ struct PortEntries {
         *written = static_cast<DWORD>(taken);
         if (taken != 0) return TRUE;
         // Nothing went: the port waits as long as it was told to, then gives up.
-        if (port->haveTimeOuts) {
-            Sleep(port->timeOuts.WriteTotalTimeoutConstant + port->timeOuts.WriteTotalTimeoutMultiplier * size);
-        }
+        if (DWORD wait = port->WriteTimeOut(size)) Sleep(wait);
         return Fail(ERROR_TIMEOUT);
     }
 
@@ -93,8 +100,7 @@ struct PortEntries {
     static BOOL EndDocPort(HANDLE handle) {
         Port* port = FromHandle(handle);
         if (!port) return Fail(ERROR_INVALID_HANDLE);
-        if (!port->documentOpen) return Fail(ERROR_INVALID_HANDLE);
-        port->documentOpen = false;
+        if (!port->documentOpen.exchange(false)) return Fail(ERROR_INVALID_HANDLE);
         port->printer->EndDocument();
         return TRUE;
     }
@@ -102,10 +108,7 @@ struct PortEntries {
     static BOOL ClosePort(HANDLE handle) {
         Port* port = FromHandle(handle);
         if (!port || port->openCount == 0) return Fail(ERROR_INVALID_HANDLE);
-        if (port->documentOpen) {
-            port->documentOpen = false;
-            port->printer->EndDocument();
-        }
+        if (port->documentOpen.exchange(false)) port->printer->EndDocument();
         --port->openCount;
         return TRUE;
     }
@@ -135,6 +138,7 @@ struct PortEntries {
     static BOOL SetPortTimeOuts(HANDLE handle, COMMTIMEOUTS* timeOuts, DWORD) {
         Port* port = FromHandle(handle);
         if (!port || !timeOuts) return Fail(ERROR_INVALID_PARAMETER);
+        std::lock_guard lock(port->timeOutsLock);
         port->haveTimeOuts = true;
         port->timeOuts = *timeOuts;
         return TRUE;
@@ -176,7 +180,9 @@ void PortMonitor::Attach(const std::string& portName, Printer& printer) {
 bool PortMonitor::TimeOuts(const std::string& portName, COMMTIMEOUTS* timeOuts) {
     std::lock_guard lock(mutex_);
     Port* port = FindPort(portName.c_str());
-    if (!port || !port->haveTimeOuts) return false;
+    if (!port) return false;
+    std::lock_guard portLock(port->timeOutsLock);
+    if (!port->haveTimeOuts) return false;
     *timeOuts = port->timeOuts;
     return true;
 }

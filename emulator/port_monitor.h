@@ -7,7 +7,9 @@
 // answers ControlID 17 and the USB code 0x16000C with the device ID text.
 // A write that the printer takes nothing of waits out the write time-out that
 // SetPortTimeOuts set, on the platform clock, and fails with ERROR_TIMEOUT,
-// as a port whose printer doesn't answer does. Reads never wait.
+// as a port whose printer doesn't answer does. Reads never wait. EnumPorts,
+// AddPort, ConfigurePort and DeletePort answer ERROR_NOT_SUPPORTED: the host
+// attaches the ports, and the spooler lists them from the machine description.
 //
 // The MONITOR table holds plain C function pointers without user data, so one
 // PortMonitor at a time is the active one; a handle from OpenPort carries its

@@ -258,13 +258,25 @@ void Printer::ExecuteCommand(std::string_view line) {
             if (setting && SettingAccepts(*setting, value)) state_.settings[name] = value;
         }
     } else if (command.Is("JOB")) {
-        // A JOB while another job is open ends that one first.
-        if (Job* open = InputJob()) EndInput(*open, nullptr);
-        const std::string* name = command.Option("NAME");
-        NewJob(true, name ? *name : "");
+        // JOB and EOJ nest, as applications frame their own data too: only
+        // the outermost pair makes a job.
+        Job* open = InputJob();
+        if (open && open->framed) {
+            ++open->nesting;
+        } else {
+            if (open) EndInput(*open, nullptr);
+            const std::string* name = command.Option("NAME");
+            NewJob(true, name ? *name : "");
+        }
     } else if (command.Is("EOJ")) {
         Job* open = InputJob();
-        if (open && open->framed) EndInput(*open, command.Option("NAME"));
+        if (open && open->framed) {
+            if (open->nesting != 0) {
+                --open->nesting;
+            } else {
+                EndInput(*open, command.Option("NAME"));
+            }
+        }
     } else if (command.Is("ENTER")) {
         const std::string* language = command.Option("LANGUAGE");
         PageScanner::Language chosen = language && EqualsNoCase(*language, "POSTSCRIPT")

@@ -104,6 +104,7 @@ private:
         size_t history = 0;  // index in history_
         bool framed = false;
         bool inputDone = false;
+        uint32_t nesting = 0;  // JOB lines inside the job still waiting for their EOJ
         bool cancelledAtPanel = false;
         bool cancelledByHost = false;
         PageScanner scanner;
