@@ -1,5 +1,7 @@
 #include "monitor/monitor_entry.h"
 
+#include "framing/job_record.h"
+
 #include "manager/manager_link.h"
 #include "monitor/device_requests.h"
 #include "monitor/job_data.h"
@@ -255,6 +257,7 @@ int DestroyPortContext(PortContext* port) {
     CloseHandle(port->closingEvent);
 
     FreeJobInfoChain(port);
+    FreeJobRecords(port);
 
     // A port closed in the middle of a job still holds its copy of the job's
     // DOC_INFO, PJL text the printer never took and an unparsed answer.

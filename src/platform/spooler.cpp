@@ -7,6 +7,7 @@
 
 #include "platform/spooler.h"
 
+#include "platform/packed_answer.h"
 #include "platform/registry.h"
 
 #include <array>
@@ -18,6 +19,9 @@
 namespace langmon {
 
 namespace {
+
+using platform::AnswerPacked;
+using platform::PackedWriter;
 
 constexpr const char* kMonitorsKey = "System\\CurrentControlSet\\control\\Print\\Monitors";
 
@@ -53,49 +57,6 @@ bool InjectedFailure(platform::SpoolerCall call, DWORD* error) {
     if (gate.remaining > 0) --gate.remaining;
     *error = gate.error;
     return true;
-}
-
-// ---------------------------------------------------------------------------
-// Packing into the caller's buffer.
-
-// Texts go behind the records in the order they are put. The size is worked
-// out beforehand, so a writer never runs past the buffer.
-class PackedWriter {
-public:
-    PackedWriter(LPBYTE buffer, std::size_t recordBytes) : buffer_(buffer), textAt_(recordBytes) {}
-
-    char* PutText(const std::string& text) {
-        char* at = reinterpret_cast<char*>(buffer_ + textAt_);
-        std::memcpy(at, text.c_str(), text.size() + 1);
-        textAt_ += text.size() + 1;
-        return at;
-    }
-
-    // memcpy, since nothing promises that the caller's buffer is aligned.
-    template <typename Record>
-    void PutRecord(std::size_t index, const Record& record) {
-        std::memcpy(buffer_ + index * sizeof(Record), &record, sizeof(Record));
-    }
-
-private:
-    LPBYTE buffer_;
-    std::size_t textAt_;
-};
-
-// The common end of every Enum call: the buffer too small (or none) fails with
-// the size needed, else the records go in.
-template <typename Fill>
-BOOL AnswerPacked(LPBYTE buffer, DWORD bufferSize, std::size_t needed, std::size_t count,
-                  LPDWORD neededOut, LPDWORD returned, Fill fill) {
-    *neededOut = static_cast<DWORD>(needed);
-    if (bufferSize < needed || (needed > 0 && !buffer)) {
-        *returned = 0;
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    if (needed > 0) fill();
-    *returned = static_cast<DWORD>(count);
-    return TRUE;
 }
 
 // ---------------------------------------------------------------------------

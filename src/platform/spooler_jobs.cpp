@@ -1,0 +1,201 @@
+#include "platform/spooler_jobs.h"
+
+#include "platform/packed_answer.h"
+#include "platform/registry.h"
+#include "platform/spooler.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+
+namespace langmon {
+namespace {
+
+constexpr const char* PrintersKey = "System\\CurrentControlSet\\control\\Print\\Printers\\";
+
+struct PrinterHandle {
+    std::string name;
+};
+
+struct Queues {
+    std::mutex mutex;
+    std::set<PrinterHandle*> handles;
+    std::map<std::string, std::vector<platform::SpoolerJob>> jobs;  // by lower-case printer name
+    std::vector<std::string> commands;
+};
+
+Queues& TheQueues() {
+    static Queues queues;
+    return queues;
+}
+
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    return text;
+}
+
+// The handle's printer name, or null with ERROR_INVALID_HANDLE. Called with the lock held.
+PrinterHandle* Known(Queues& q, HANDLE printer) {
+    auto* handle = static_cast<PrinterHandle*>(printer);
+    if (printer == nullptr || !q.handles.count(handle)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return handle;
+}
+
+std::vector<platform::SpoolerJob>& QueueOf(Queues& q, const std::string& printer) {
+    return q.jobs[Lower(printer)];
+}
+
+size_t JobInfoSize(const platform::SpoolerJob& job, const std::string& printer) {
+    return sizeof(JOB_INFO_1) + printer.size() + 1 + 1 + job.userName.size() + 1 + job.document.size() + 1 +
+           job.datatype.size() + 1 + 1;
+}
+
+void PutJobInfo(platform::PackedWriter& out, size_t index, const platform::SpoolerJob& job,
+                const std::string& printer) {
+    JOB_INFO_1 info{};
+    info.JobId = job.jobId;
+    info.pPrinterName = out.PutText(printer);
+    info.pMachineName = out.PutText("");
+    info.pUserName = out.PutText(job.userName);
+    info.pDocument = out.PutText(job.document);
+    info.pDatatype = out.PutText(job.datatype);
+    info.pStatus = out.PutText("");
+    info.Status = job.status;
+    info.Position = job.position;
+    info.PagesPrinted = job.pagesPrinted;
+    out.PutRecord(index, info);
+}
+
+}  // namespace
+
+BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
+    if (printer == nullptr || printerName == nullptr || printerName[0] == '\0' ||
+        !platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, std::string(PrintersKey) + printerName)) {
+        SetLastError(ERROR_INVALID_PRINTER_NAME);
+        return FALSE;
+    }
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    auto* handle = new PrinterHandle{printerName};
+    q.handles.insert(handle);
+    *printer = handle;
+    return TRUE;
+}
+
+BOOL ClosePrinter(HANDLE printer) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    PrinterHandle* handle = Known(q, printer);
+    if (!handle) return FALSE;
+    q.handles.erase(handle);
+    delete handle;
+    return TRUE;
+}
+
+BOOL GetJobA(HANDLE printer, DWORD jobId, DWORD level, LPBYTE job, DWORD size, LPDWORD needed) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    PrinterHandle* handle = Known(q, printer);
+    if (!handle) return FALSE;
+    if (level != 1) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    auto& queue = QueueOf(q, handle->name);
+    auto found = std::find_if(queue.begin(), queue.end(), [&](const auto& j) { return j.jobId == jobId; });
+    if (found == queue.end()) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    DWORD returned = 0;
+    return platform::AnswerPacked(job, size, JobInfoSize(*found, handle->name), 1, needed, &returned, [&] {
+        platform::PackedWriter out(job, sizeof(JOB_INFO_1));
+        PutJobInfo(out, 0, *found, handle->name);
+    });
+}
+
+BOOL EnumJobsA(HANDLE printer, DWORD firstJob, DWORD count, DWORD level, LPBYTE jobs, DWORD size,
+               LPDWORD needed, LPDWORD returned) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    PrinterHandle* handle = Known(q, printer);
+    if (!handle) return FALSE;
+    if (level != 1) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    auto& queue = QueueOf(q, handle->name);
+    size_t first = std::min<size_t>(firstJob, queue.size());
+    size_t n = std::min<size_t>(count, queue.size() - first);
+    size_t total = 0;
+    for (size_t i = 0; i < n; ++i) total += JobInfoSize(queue[first + i], handle->name);
+    return platform::AnswerPacked(jobs, size, total, n, needed, returned, [&] {
+        platform::PackedWriter out(jobs, n * sizeof(JOB_INFO_1));
+        for (size_t i = 0; i < n; ++i) PutJobInfo(out, i, queue[first + i], handle->name);
+    });
+}
+
+BOOL SetJobA(HANDLE printer, DWORD jobId, DWORD level, LPBYTE job, DWORD command) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    PrinterHandle* handle = Known(q, printer);
+    if (!handle) return FALSE;
+    auto& queue = QueueOf(q, handle->name);
+    auto found = std::find_if(queue.begin(), queue.end(), [&](const auto& j) { return j.jobId == jobId; });
+    if (found == queue.end() || (level == 1 && job == nullptr) || level > 1) {
+        SetLastError(level > 1 ? ERROR_INVALID_LEVEL : ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    q.commands.push_back(std::to_string(jobId) + ":" + std::to_string(command));
+    if (level == 1) {
+        JOB_INFO_1 info;
+        std::memcpy(&info, job, sizeof info);
+        found->status = info.Status;
+        found->position = info.Position;
+        found->pagesPrinted = info.PagesPrinted;
+    } else if (command == JOB_CONTROL_CANCEL) {
+        queue.erase(found);
+    }
+    return TRUE;
+}
+
+namespace platform {
+
+void SubmitJob(const std::string& printerName, const SpoolerJob& job) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    QueueOf(q, printerName).push_back(job);
+}
+
+std::vector<SpoolerJob> QueuedJobs(const std::string& printerName) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    return QueueOf(q, printerName);
+}
+
+std::vector<std::string> JobCommands() {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    return q.commands;
+}
+
+void ForgetJobs() {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    q.jobs.clear();
+    q.commands.clear();
+}
+
+size_t OpenPrinterHandleCount() {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    return q.handles.size();
+}
+
+}  // namespace platform
+}  // namespace langmon
