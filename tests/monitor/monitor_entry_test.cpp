@@ -2,6 +2,7 @@
 // below see them: opening, refusing, closing, and what a port starts with.
 
 #include "monitor/monitor_entry.h"
+#include "framing/job_record.h"
 
 #include "platform/clock.h"
 #include "platform/memory.h"
@@ -153,10 +154,8 @@ TEST_F(MonitorEntryTest, EveryAllocationFailureLeavesNoLeakAndNoHalfPort) {
 
 TEST_F(MonitorEntryTest, ClosingWaitsForTrackedJobsButNotForEver) {
     PortContext* port = Open("LPT1");
-    // A job the printer never reports as ended.
-    alignas(8) static unsigned char neverEnds[512];
-    port->jobListHead = reinterpret_cast<JobRecord*>(neverEnds);
-    port->jobListTail = port->jobListHead;
+    // A job the printer never reports as ended; closing frees its record.
+    AddJobRecord(12, port);
     const DWORD closing = GetTickCount();
     EXPECT_TRUE(ClosePort(port));
     EXPECT_EQ(GetTickCount() - closing, 120000u);

@@ -2,6 +2,7 @@
 // caller's buffer the way the spooler packs it, and able to fail on demand.
 
 #include "platform/spooler.h"
+#include "platform/spooler_jobs.h"
 
 #include "platform/registry.h"
 #include "support/platform_fixture.h"
@@ -107,6 +108,88 @@ TEST_F(SpoolerTest, InjectedFailuresComeFirstAndAreCounted) {
     platform::StopFailingSpoolerCalls();
     EXPECT_EQ(platform::SpoolerCallCount(kEnumPorts), 0u);
     EXPECT_TRUE(enumPorts());
+}
+
+}  // namespace
+}  // namespace langmon
+
+namespace langmon {
+namespace {
+
+// The printers of the machine description and the jobs the host submitted,
+// as the monitor asks for them.
+class SpoolerJobsTest : public testing::PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
+        platform::SpoolerJob job;
+        job.jobId = 4;
+        job.userName = "alice";
+        job.document = "letter";
+        platform::SubmitJob("Laser", job);
+        job.jobId = 5;
+        job.userName = "bob";
+        platform::SubmitJob("laser", job);  // printer names don't care about case
+    }
+};
+
+TEST_F(SpoolerJobsTest, AJobIsReadInTwoCallsAndItsRecordIsPacked) {
+    HANDLE printer = nullptr;
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(OpenPrinterA(const_cast<LPSTR>("Copier"), &printer, nullptr));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PRINTER_NAME);
+    ASSERT_TRUE(OpenPrinterA(const_cast<LPSTR>("LASER"), &printer, nullptr));
+
+    DWORD needed = 0;
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(GetJobA(printer, 5, 1, nullptr, 0, &needed));
+    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
+    std::vector<BYTE> buffer(needed);
+    ASSERT_TRUE(GetJobA(printer, 5, 1, buffer.data(), needed, &needed));
+    JOB_INFO_1 info;
+    std::memcpy(&info, buffer.data(), sizeof info);
+    EXPECT_EQ(info.JobId, 5u);
+    EXPECT_STREQ(info.pUserName, "bob");
+    EXPECT_STREQ(info.pDocument, "letter");
+    // The texts lie in the caller's buffer, behind the record.
+    EXPECT_GE(reinterpret_cast<BYTE*>(info.pUserName), buffer.data() + sizeof info);
+    EXPECT_LT(reinterpret_cast<BYTE*>(info.pDocument), buffer.data() + needed);
+
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(GetJobA(printer, 9, 1, buffer.data(), needed, &needed));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_TRUE(ClosePrinter(printer));
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(GetJobA(printer, 5, 1, buffer.data(), needed, &needed));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+}
+
+TEST_F(SpoolerJobsTest, SetJobStoresTheRecordOrCancelsAndEnumJobsListsTheQueue) {
+    HANDLE printer = nullptr;
+    ASSERT_TRUE(OpenPrinterA(const_cast<LPSTR>("Laser"), &printer, nullptr));
+    JOB_INFO_1 info{};
+    info.Status = JOB_STATUS_PRINTING;
+    info.PagesPrinted = 3;
+    EXPECT_TRUE(SetJobA(printer, 4, 1, reinterpret_cast<LPBYTE>(&info), 0));
+    EXPECT_TRUE(SetJobA(printer, 5, 0, nullptr, JOB_CONTROL_CANCEL));
+
+    std::vector<platform::SpoolerJob> queue = platform::QueuedJobs("Laser");
+    ASSERT_EQ(queue.size(), 1u);
+    EXPECT_EQ(queue[0].status, JOB_STATUS_PRINTING);
+    EXPECT_EQ(queue[0].pagesPrinted, 3u);
+    EXPECT_EQ(platform::JobCommands(), (std::vector<std::string>{"4:0", "5:3"}));
+
+    DWORD needed = 0, returned = 7;
+    EXPECT_FALSE(EnumJobsA(printer, 0, 0xFFFFFFFF, 1, nullptr, 0, &needed, &returned));
+    EXPECT_EQ(returned, 0u);
+    std::vector<BYTE> buffer(needed);
+    ASSERT_TRUE(EnumJobsA(printer, 0, 0xFFFFFFFF, 1, buffer.data(), needed, &needed, &returned));
+    ASSERT_EQ(returned, 1u);
+    std::memcpy(&info, buffer.data(), sizeof info);
+    EXPECT_EQ(info.JobId, 4u);
+    EXPECT_STREQ(info.pUserName, "alice");
+    EXPECT_TRUE(ClosePrinter(printer));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "support/platform_fixture.h"
 
 #include "background/thread_throttle.h"
+#include "platform/spooler_jobs.h"
 #include "platform/thread.h"
 
 namespace langmon::testing {
@@ -10,6 +11,7 @@ void PlatformTest::SetUp() {
     platform::ClearRegistry();
     platform::StopFailingAllocations();
     platform::StopFailingSpoolerCalls();
+    platform::ForgetJobs();
     ForgetThrottleSettings();
     SetLastError(0);
     // The test thread's own thread object lives as long as the thread does.
@@ -25,6 +27,7 @@ void PlatformTest::TearDown() {
     EXPECT_EQ(platform::LiveBlockCount(), blocksAtStart_) << "heap blocks leaked";
     EXPECT_EQ(platform::LiveObjectCount(), objectsAtStart_) << "kernel objects leaked";
     EXPECT_EQ(platform::OpenRegistryKeyCount(), keysAtStart_) << "registry keys left open";
+    EXPECT_EQ(platform::OpenPrinterHandleCount(), 0u) << "printer handles left open";
 }
 
 void MonitorTest::SetUp() {
