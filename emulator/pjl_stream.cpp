@@ -29,14 +29,12 @@ void PjlStream::EndOfDocument(PjlStreamSink& sink) {
         dataRun_.clear();
     }
     mode_ = Mode::Command;
-    lineStart_ = true;
 }
 
 void PjlStream::FlushHeldAsData() {
     if (held_.empty()) return;
     if (mode_ == Mode::Command) mode_ = Mode::Data;
     dataRun_ += held_;
-    lineStart_ = held_.back() == '\n';
     held_.clear();
 }
 
@@ -49,7 +47,6 @@ void PjlStream::Byte(char byte, PjlStreamSink& sink) {
             sink.OnCommand(command);
             line_.clear();
             mode_ = Mode::Command;
-            lineStart_ = true;
         } else if (line_.size() < MaxCommandLine) {
             line_ += byte;
         }
@@ -68,7 +65,6 @@ void PjlStream::Byte(char byte, PjlStreamSink& sink) {
             if (target == Uel) {
                 held_.clear();
                 mode_ = Mode::Command;
-                lineStart_ = true;
                 sink.OnUel();
             } else {
                 line_ = held_;
@@ -86,7 +82,10 @@ void PjlStream::Byte(char byte, PjlStreamSink& sink) {
         held_ = byte;
         return;
     }
-    if (byte == '@' && lineStart_) {
+    // "@PJL" begins a command wherever it stands, not only at a line start:
+    // the host's EOJ line follows the job's last byte directly, and that
+    // byte may be a form feed, a Ctrl-D or the end of any text.
+    if (byte == '@') {
         held_ = byte;
         return;
     }
@@ -95,7 +94,6 @@ void PjlStream::Byte(char byte, PjlStreamSink& sink) {
     }
     mode_ = Mode::Data;
     dataRun_ += byte;
-    lineStart_ = byte == '\n';
 }
 
 }  // namespace langmon::emulator

@@ -4,10 +4,11 @@
 // After a UEL the printer reads commands: lines that begin with "@PJL", up to
 // their LF; blank lines between them are passed over. The first byte of
 // anything else begins data, which runs until the next UEL. The printer is
-// lenient in one way that real firmware often is too: a line of data that
-// begins with "@PJL" is taken as a command, so a job whose data doesn't end
-// with a UEL still gets its EOJ read. The stream may be cut anywhere: a UEL,
-// an "@PJL" or a command line split across writes is put together again.
+// lenient in one way that real firmware often is too: an "@PJL" in the data,
+// wherever it stands, begins a command line, so a job whose data ends with no
+// UEL and no line end still gets the EOJ read that the host puts right behind
+// it. The stream may be cut anywhere: a UEL, an "@PJL" or a command line split
+// across writes is put together again.
 #pragma once
 
 #include <cstddef>
@@ -44,7 +45,6 @@ private:
     void FlushHeldAsData();
 
     Mode mode_ = Mode::Command;
-    bool lineStart_ = true;    // the last data byte was an LF, or data just began
     std::string held_;         // a UEL or "@PJL" begun but not complete
     bool inCommand_ = false;   // `line_` is collecting a command line
     std::string line_;
