@@ -54,7 +54,9 @@ uint16_t TrayLevelBits(const Tray& tray) {
     if (tray.sheets <= 0) return 2;
     if (tray.sheets * 10 <= tray.capacity) return 1;
     if (tray.sheets >= tray.capacity) return 3;
-    return 0;
+    // Only a normal cassette says "some paper" with 0. The host reads the
+    // other kinds as if bit 13 were set, so that 0 would be an empty tray.
+    return tray.kind == TrayKind::Normal ? 0 : 3;
 }
 
 StatusBlock EncodeStatusBlock(const PrinterState& state, const PrinterCondition& condition) {

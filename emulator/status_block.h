@@ -19,7 +19,8 @@ StatusBlock EncodeStatusBlock(const PrinterState& state, const PrinterCondition&
 std::string StatusBlockText(const StatusBlock& block);
 
 // The 2-bit paper level a tray reports: 2 empty, 1 low (a tenth or less of its
-// capacity), 3 full, 0 anything between.
+// capacity), 3 full, 0 anything between; 3 for anything between in a tray
+// of a kind other than Normal, whose level the host reads by bit 12 alone.
 uint16_t TrayLevelBits(const Tray& tray);
 
 // The device ID: "MFG:", "CMD:", "MDL:", "CLS:", "DES:" and, for a model of
