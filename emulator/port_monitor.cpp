@@ -15,7 +15,9 @@ struct PortMonitor::Port {
     std::string name;
     Printer* printer = nullptr;
     std::atomic<int> openCount{0};
-    std::atomic<bool> documentOpen{false};
+    // Documents nest: a language monitor opens one around a read even while
+    // a job's document is open. The printer sees the outermost one.
+    std::atomic<int> documents{0};
     std::mutex timeOutsLock;
     bool haveTimeOuts = false;
     COMMTIMEOUTS timeOuts{};
@@ -66,8 +68,7 @@ struct PortEntries {
     static BOOL StartDocPort(HANDLE handle, char*, DWORD, DWORD, BYTE*) {
         Port* port = FromHandle(handle);
         if (!port) return Fail(ERROR_INVALID_HANDLE);
-        if (port->documentOpen.exchange(true)) return Fail(ERROR_BUSY);
-        port->printer->StartDocument();
+        if (port->documents.fetch_add(1) == 0) port->printer->StartDocument();
         return TRUE;
     }
 
@@ -75,7 +76,7 @@ struct PortEntries {
         Port* port = FromHandle(handle);
         if (!port || !written) return Fail(ERROR_INVALID_PARAMETER);
         *written = 0;
-        if (!port->documentOpen) return Fail(ERROR_INVALID_HANDLE);
+        if (port->documents == 0) return Fail(ERROR_INVALID_HANDLE);
         if (size == 0) return TRUE;
         if (!buffer) return Fail(ERROR_INVALID_PARAMETER);
         size_t taken = port->printer->Write({reinterpret_cast<const char*>(buffer), size});
@@ -90,7 +91,7 @@ struct PortEntries {
         Port* port = FromHandle(handle);
         if (!port || !read) return Fail(ERROR_INVALID_PARAMETER);
         *read = 0;
-        if (!port->documentOpen) return Fail(ERROR_INVALID_HANDLE);
+        if (port->documents == 0) return Fail(ERROR_INVALID_HANDLE);
         if (size == 0) return TRUE;
         if (!buffer) return Fail(ERROR_INVALID_PARAMETER);
         *read = static_cast<DWORD>(port->printer->Read(reinterpret_cast<char*>(buffer), size));
@@ -100,15 +101,18 @@ struct PortEntries {
     static BOOL EndDocPort(HANDLE handle) {
         Port* port = FromHandle(handle);
         if (!port) return Fail(ERROR_INVALID_HANDLE);
-        if (!port->documentOpen.exchange(false)) return Fail(ERROR_INVALID_HANDLE);
-        port->printer->EndDocument();
+        int open = port->documents.load();
+        do {
+            if (open == 0) return Fail(ERROR_INVALID_HANDLE);
+        } while (!port->documents.compare_exchange_weak(open, open - 1));
+        if (open == 1) port->printer->EndDocument();
         return TRUE;
     }
 
     static BOOL ClosePort(HANDLE handle) {
         Port* port = FromHandle(handle);
         if (!port || port->openCount == 0) return Fail(ERROR_INVALID_HANDLE);
-        if (port->documentOpen.exchange(false)) port->printer->EndDocument();
+        if (port->documents.exchange(0) != 0) port->printer->EndDocument();
         --port->openCount;
         return TRUE;
     }

@@ -3,7 +3,7 @@
 //
 // Ports are attached by name. OpenPort finds the printer by its port's name
 // (case does not matter, as with Windows port names); WritePort and ReadPort
-// work only inside a document that StartDocPort opened; GetPrinterDataFromPort
+// work only inside a document that StartDocPort opened, and documents nest; GetPrinterDataFromPort
 // answers ControlID 17 and the USB code 0x16000C with the device ID text.
 // A write that the printer takes nothing of waits out the write time-out that
 // SetPortTimeOuts set, on the platform clock, and fails with ERROR_TIMEOUT,

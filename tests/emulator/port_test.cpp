@@ -109,13 +109,21 @@ TEST_F(PortTest, WritesAndReadsOnlyInsideADocument) {
     EXPECT_EQ(printer.ReceivedCount(), 0u);
 
     ASSERT_TRUE(StartDoc());
+    // A document opened inside another, as a monitor does around a read
+    // during a job, ends without ending the outer one.
+    ASSERT_TRUE(StartDoc());
     EXPECT_TRUE(write());
     EXPECT_EQ(read(), "@PJL INFO PAGECOUNT\r\nPAGECOUNT=" + std::to_string(printer.State().pageCount) + "\r\n\f");
+    ASSERT_TRUE(table()->EndDocPort(handle_));
+    EXPECT_TRUE(write());
     ASSERT_TRUE(table()->EndDocPort(handle_));
 
     EXPECT_FALSE(write());
     EXPECT_EQ(read(), "failed");
-    EXPECT_EQ(printer.ReceivedCount(), bytes.size());
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(table()->EndDocPort(handle_));
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(printer.ReceivedCount(), 2 * bytes.size());
 }
 
 TEST_F(PortTest, DeviceIdRequests) {
