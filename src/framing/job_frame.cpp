@@ -21,7 +21,8 @@ constexpr uint32_t UserNameLimit = 16;
 constexpr size_t SendingUserNameOffset = 256;
 constexpr size_t SendingUserNameSize = 32;
 
-// Appends into the zeroed 1024-byte frame; pieces are bounded well below it.
+// Appends into the zeroed 1024-byte frame; a line is at most 512 bytes and
+// each clause 256, so the pieces fit well within it.
 class Frame {
 public:
     void Put(std::string_view text) {
@@ -122,8 +123,10 @@ uint32_t BuildJobHeader(char* out, const JobFrameRequest* request, PortContext* 
         char name[256], user[256];
         NameClause(name, s, *request);
         UserClause(user, s, port);
-        std::snprintf(line, sizeof line, "@PJL JOB%s%s\r\n", name, user);
-        frame.Put(line);
+        frame.Put("@PJL JOB");
+        frame.Put(name);
+        frame.Put(user);
+        frame.Put("\r\n");
     }
     if (s.copies != NoCount) {
         std::snprintf(line, sizeof line, "@PJL SET COPIES=%u\r\n", s.copies);
@@ -147,10 +150,11 @@ uint32_t BuildJobTrailer(char* out, const JobFrameRequest* request, PortContext*
         frame.Put(Uel);
     }
     if (s.jobLine) {
-        char name[256], line[512];
+        char name[256];
         NameClause(name, s, *request);
-        std::snprintf(line, sizeof line, "@PJL EOJ%s\r\n", name);
-        frame.Put(line);
+        frame.Put("@PJL EOJ");
+        frame.Put(name);
+        frame.Put("\r\n");
     }
     if (s.readyMessage) frame.Put("@PJL RDYMSG DISPLAY=\"\" LINE=2\r\n");
     if (s.ustatusOff) frame.Put("@PJL USTATUSOFF\r\n");
