@@ -72,13 +72,24 @@ struct PortEntries {
         return TRUE;
     }
 
-    static BOOL WritePort(HANDLE handle, BYTE* buffer, DWORD size, DWORD* written) {
+    // The checks a write and a read share: a port, a count to set, an open
+    // document and a buffer. Null with the last error set when they fail;
+    // a call of 0 bytes passes them with nothing to do.
+    static Port* ForTransfer(HANDLE handle, BYTE* buffer, DWORD size, DWORD* count, BOOL* result) {
         Port* port = FromHandle(handle);
-        if (!port || !written) return Fail(ERROR_INVALID_PARAMETER);
-        *written = 0;
-        if (port->documents == 0) return Fail(ERROR_INVALID_HANDLE);
-        if (size == 0) return TRUE;
-        if (!buffer) return Fail(ERROR_INVALID_PARAMETER);
+        *result = FALSE;
+        if (!port || !count) return Fail(ERROR_INVALID_PARAMETER), nullptr;
+        *count = 0;
+        if (port->documents == 0) return Fail(ERROR_INVALID_HANDLE), nullptr;
+        if (size == 0) return *result = TRUE, nullptr;
+        if (!buffer) return Fail(ERROR_INVALID_PARAMETER), nullptr;
+        return port;
+    }
+
+    static BOOL WritePort(HANDLE handle, BYTE* buffer, DWORD size, DWORD* written) {
+        BOOL result;
+        Port* port = ForTransfer(handle, buffer, size, written, &result);
+        if (!port) return result;
         size_t taken = port->printer->Write({reinterpret_cast<const char*>(buffer), size});
         *written = static_cast<DWORD>(taken);
         if (taken != 0) return TRUE;
@@ -88,12 +99,9 @@ struct PortEntries {
     }
 
     static BOOL ReadPort(HANDLE handle, BYTE* buffer, DWORD size, DWORD* read) {
-        Port* port = FromHandle(handle);
-        if (!port || !read) return Fail(ERROR_INVALID_PARAMETER);
-        *read = 0;
-        if (port->documents == 0) return Fail(ERROR_INVALID_HANDLE);
-        if (size == 0) return TRUE;
-        if (!buffer) return Fail(ERROR_INVALID_PARAMETER);
+        BOOL result;
+        Port* port = ForTransfer(handle, buffer, size, read, &result);
+        if (!port) return result;
         *read = static_cast<DWORD>(port->printer->Read(reinterpret_cast<char*>(buffer), size));
         return TRUE;
     }

@@ -46,6 +46,16 @@ PrinterHandle* Known(Queues& q, HANDLE printer) {
     return handle;
 }
 
+// As Known, for the calls that have level 1 alone.
+PrinterHandle* KnownAtLevel1(Queues& q, HANDLE printer, DWORD level) {
+    PrinterHandle* handle = Known(q, printer);
+    if (handle && level != 1) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return nullptr;
+    }
+    return handle;
+}
+
 std::vector<platform::SpoolerJob>& QueueOf(Queues& q, const std::string& printer) {
     return q.jobs[Lower(printer)];
 }
@@ -100,12 +110,8 @@ BOOL ClosePrinter(HANDLE printer) {
 BOOL GetJobA(HANDLE printer, DWORD jobId, DWORD level, LPBYTE job, DWORD size, LPDWORD needed) {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
-    PrinterHandle* handle = Known(q, printer);
+    PrinterHandle* handle = KnownAtLevel1(q, printer, level);
     if (!handle) return FALSE;
-    if (level != 1) {
-        SetLastError(ERROR_INVALID_LEVEL);
-        return FALSE;
-    }
     auto& queue = QueueOf(q, handle->name);
     auto found = std::find_if(queue.begin(), queue.end(), [&](const auto& j) { return j.jobId == jobId; });
     if (found == queue.end()) {
@@ -123,12 +129,8 @@ BOOL EnumJobsA(HANDLE printer, DWORD firstJob, DWORD count, DWORD level, LPBYTE 
                LPDWORD needed, LPDWORD returned) {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
-    PrinterHandle* handle = Known(q, printer);
+    PrinterHandle* handle = KnownAtLevel1(q, printer, level);
     if (!handle) return FALSE;
-    if (level != 1) {
-        SetLastError(ERROR_INVALID_LEVEL);
-        return FALSE;
-    }
     auto& queue = QueueOf(q, handle->name);
     size_t first = std::min<size_t>(firstJob, queue.size());
     size_t n = std::min<size_t>(count, queue.size() - first);
