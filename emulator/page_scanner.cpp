@@ -8,9 +8,8 @@ void PageScanner::Feed(std::string_view data, std::vector<bool>& pages) {
     for (char byte : data) Byte(byte, pages);
 }
 
-void PageScanner::SetLanguage(Language language, std::vector<bool>& pages) { Decide(language, pages); }
-
-void PageScanner::Decide(Language language, std::vector<bool>& pages) {
+// A first byte held back until the language was known is looked at now.
+void PageScanner::SetLanguage(Language language, std::vector<bool>& pages) {
     language_ = language;
     if (firstPending_) {
         firstPending_ = false;
@@ -19,7 +18,7 @@ void PageScanner::Decide(Language language, std::vector<bool>& pages) {
 }
 
 void PageScanner::Finish(size_t pagesSoFar, std::vector<bool>& pages) {
-    if (language_ == Language::Unknown && firstPending_) Decide(Language::Other, pages);
+    if (language_ == Language::Unknown && firstPending_) SetLanguage(Language::Other, pages);
     if (language_ == Language::Other && pageHasContent_) EndPage(pages);
     if (sawData_ && pagesSoFar + pages.size() == 0) EndPage(pages);
     pageHasContent_ = false;
@@ -46,7 +45,7 @@ void PageScanner::Byte(char byte, std::vector<bool>& pages) {
             firstPending_ = true;
             return;
         }
-        Decide(first_ == '%' && byte == '!' ? Language::PostScript : Language::Other, pages);
+        SetLanguage(first_ == '%' && byte == '!' ? Language::PostScript : Language::Other, pages);
     }
 
     if (language_ == Language::Other) {

@@ -36,7 +36,6 @@ public:
 
     // The PostScript program has reached its "%%EOF" comment.
     bool sawEndOfFile() const { return sawEndOfFile_; }
-    bool sawData() const { return sawData_; }
 
 private:
     void Byte(char byte, std::vector<bool>& pages);
@@ -49,8 +48,6 @@ private:
     bool sawEndOfFile_ = false;
     bool pageHasContent_ = false;
     bool pageHasColor_ = false;
-    void Decide(Language language, std::vector<bool>& pages);
-
     bool firstPending_ = false;  // `first_` waits for the language to be known
     char first_ = 0;
     // The last bytes seen, for the PostScript words; the longest is 12 bytes.

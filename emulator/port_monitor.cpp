@@ -189,16 +189,6 @@ void PortMonitor::Attach(const std::string& portName, Printer& printer) {
     ports_.push_back(std::move(port));
 }
 
-bool PortMonitor::TimeOuts(const std::string& portName, COMMTIMEOUTS* timeOuts) {
-    std::lock_guard lock(mutex_);
-    Port* port = FindPort(portName.c_str());
-    if (!port) return false;
-    std::lock_guard portLock(port->timeOutsLock);
-    if (!port->haveTimeOuts) return false;
-    *timeOuts = port->timeOuts;
-    return true;
-}
-
 PortMonitor::Port* PortMonitor::FindPort(const char* name) {
     for (auto& port : ports_) {
         if (EqualsNoCase(port->name, name)) return port.get();

@@ -39,9 +39,6 @@ public:
     // `printer` must outlive the PortMonitor.
     void Attach(const std::string& portName, Printer& printer);
 
-    // The time-outs last set on a port, if any were.
-    bool TimeOuts(const std::string& portName, COMMTIMEOUTS* timeouts);
-
     struct Port;
 
 private:

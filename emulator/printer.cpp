@@ -339,11 +339,6 @@ std::optional<std::string> Printer::DeviceId() {
     return BuildDeviceId(state_, EvaluateCondition(state_, CurrentActivity()));
 }
 
-bool Printer::Answers() {
-    std::lock_guard lock(mutex_);
-    return state_.poweredOn && !state_.faults.silent;
-}
-
 // --- Changes.
 
 void Printer::Change(const std::function<void(PrinterState&)>& change) {
@@ -424,12 +419,6 @@ std::string Printer::Sent() {
     std::lock_guard lock(mutex_);
     AdvanceLocked();
     return sent_;
-}
-
-size_t Printer::Unread() {
-    std::lock_guard lock(mutex_);
-    AdvanceLocked();
-    return unread_.size();
 }
 
 bool Printer::Idle() {

@@ -65,8 +65,6 @@ public:
     size_t Read(char* buffer, size_t size);
     // The device ID text, or nothing when the printer doesn't answer.
     std::optional<std::string> DeviceId();
-    // Whether the printer answers on its port at all.
-    bool Answers();
 
     // --- Changes, for tests and for the user's description of the printer.
 
@@ -88,8 +86,6 @@ public:
     std::vector<JobRecordOfPrinter> Jobs();
     // Every byte the printer has put on its way back, read or not.
     std::string Sent();
-    // Bytes waiting to be read.
-    size_t Unread();
     // Whether all jobs are through: nothing waits to be printed.
     bool Idle();
 

@@ -34,6 +34,7 @@ std::string ShowBytes(std::string_view bytes, std::string_view indent) {
             text += "<UEL>";
             i += Uel.size() - 1;
         } else if (c == '\r' && i + 1 < bytes.size() && bytes[i + 1] == '\n') {
+            // the line end shows as the line break that follows
         } else if (c == '\n') {
             text += '\n';
             if (i + 1 < bytes.size()) text += indent;
