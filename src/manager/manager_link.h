@@ -40,6 +40,11 @@ struct ManagerLink {
     ManagerLink* next;
 };
 
+// The first link of the port whose printerName equals the name, or null.
+ManagerLink* FindLink(const char* printerName, PortContext* port);
+// Binds the printer to the status manager and appends its link; null when the
+// printer gets no client.
+ManagerLink* CreateManagerLink(const char* printerName, PortContext* port);
 // Takes the link out of the port's list and frees it: 1 if it was in the list.
 int RemoveLink(ManagerLink* link, PortContext* port);
 

@@ -4,10 +4,6 @@
 
 namespace langmon {
 
-namespace {
-constexpr DWORD SerialWait = 30000;
-}
-
 BOOL ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {
     auto* port = static_cast<PortContext*>(hPort);
     if (port == nullptr) {
@@ -15,7 +11,7 @@ BOOL ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {
         return FALSE;
     }
     // Reading needs a document below; the pseudo document stands for none.
-    WaitForSingleObject(port->serialSemaphore, SerialWait);
+    WaitForSingleObject(port->serialSemaphore, SerialWaitMs);
     if (!OpenPseudoDocument(port)) {
         ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
         SetLastError(ERROR_BUSY);
@@ -43,7 +39,7 @@ BOOL GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPSTR pValueName, LPS
         SetLastError(ERROR_NOT_SUPPORTED);
         return FALSE;
     }
-    WaitForSingleObject(port->serialSemaphore, SerialWait);
+    WaitForSingleObject(port->serialSemaphore, SerialWaitMs);
     if (port->lower.GetPrinterDataFromPort == nullptr) {
         ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
         return FALSE;

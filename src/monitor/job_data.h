@@ -7,6 +7,9 @@ namespace langmon {
 
 BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten);
 
+// Looks once at the job's first block: PostScript, a PJL job of its own, or
+// neither. Decides the name that the trailer will carry.
+void SniffJobStart(PortContext* port, const uint8_t* data, DWORD length);
 // Forgets what the first block of the last job showed.
 void ResetSniffState(PortContext* port);
 

@@ -20,6 +20,10 @@ struct StatusVariable;
 
 constexpr uint32_t PortSignature = 20304;  // 0x4F50, "PO"
 
+// Every wait on serialSemaphore is bounded by this; each caller has its own
+// answer to a time-out.
+constexpr DWORD SerialWaitMs = 30000;
+
 // The live bits of PortContext::flags. Several threads change them, not all
 // under one lock, so they change only through SetPortFlag and ClearPortFlag.
 enum PortFlags : uint32_t {
@@ -88,6 +92,9 @@ struct PortContext {
     char jobIdentifier[25];
     uint32_t tailValid;
     char dataTail[81];
+    // How many of the job's bytes the delay line holds, at the end of
+    // dataTail: no byte of an earlier job may leave with this one.
+    uint32_t tailLength;
     int32_t sniffResult;
     char trailerIdentifier[81];
     uint32_t sniffStop;
@@ -114,6 +121,7 @@ struct PortContext {
     uint32_t serviceTagPublish;
     char serviceTagText[8];
     uint32_t jobHasUel;
+    uint32_t uelDropped;  // the job's leading UEL has been taken away unsent
     uint32_t trailerEof;
     uint32_t jobIsPostScript;
     uint32_t cancelStateCount;

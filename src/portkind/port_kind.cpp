@@ -4,14 +4,13 @@
 // out leaves the port monitored and nothing more, the plain pass-through.
 
 #include "portkind/port_kind.h"
+#include "portkind/port_list.h"
 
 #include "monitor/monitor_entry.h"
 #include "parser/pjl_text.h"
-#include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/memory.h"
 #include "platform/registry.h"
-#include "platform/spooler.h"
 #include "platform/text.h"
 
 #include <cstdio>
@@ -32,11 +31,6 @@ constexpr const char* kKvPortsKey =
 constexpr const char* kMzDescription = "MZ TCP/IP XRU Port";
 constexpr const char* kKvDescription = "KV TCP/IP XRU Port";
 constexpr const char* kUsbDescription = "Virtual printer port for USB";
-
-// The spooler sometimes isn't ready when the first port opens; the size query
-// and the list are each asked twice, 300 ms apart, before giving up.
-constexpr DWORD kSpoolerRetryMs = 300;
-constexpr DWORD kFallbackPortListSize = 3072;
 
 // Reads a value of at most `capacity` bytes into `buffer`, which has one byte
 // more so that what was read always ends in a NUL, whatever the registry held.
@@ -139,36 +133,17 @@ int NetworkMonitorHasPort(const char* keyPath, const char* name) {
 }
 
 int PortDescriptionFits(PortContext* port, int usb) {
-    DWORD needed = 0;
     DWORD count = 0;
-    EnumPortsA(nullptr, 2, nullptr, 0, &needed, &count);
-    if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) {
-        Sleep(kSpoolerRetryMs);
-        EnumPortsA(nullptr, 2, nullptr, 0, &needed, &count);
-    }
-    const DWORD size = GetLastError() == ERROR_INSUFFICIENT_BUFFER ? needed : kFallbackPortListSize;
-
-    auto* list = static_cast<LPBYTE>(GlobalAlloc(GPTR, size));
-    if (!list) return 0;
-    if (!EnumPortsA(nullptr, 2, list, size, &needed, &count)) {
-        Sleep(kSpoolerRetryMs);
-        if (!EnumPortsA(nullptr, 2, list, size, &needed, &count)) {
-            GlobalFree(list);
-            return 0;
-        }
-    }
-
-    const auto* ports = reinterpret_cast<const PORT_INFO_2*>(list);
+    PORT_INFO_2* list = FetchPortList(&count);
+    if (list == nullptr) return 0;
     int fits = 1;  // a port the spooler doesn't list has nothing against it
-    for (DWORD i = 0; i < count; ++i) {
-        if (lstrcmpA(ports[i].pPortName, port->portName) != 0) continue;
-        const char* description = ports[i].pDescription;
+    if (const PORT_INFO_2* entry = FindListedPort(list, count, port->portName)) {
+        const char* description = entry->pDescription;
         if (usb) {
             fits = lstrcmpA(description, kUsbDescription) == 0;
         } else {
             fits = lstrcmpA(description, kMzDescription) != 0 && lstrcmpA(description, kKvDescription) != 0;
         }
-        break;
     }
     GlobalFree(list);
     return fits;

@@ -28,4 +28,15 @@ void ResetJobStatus(PortContext* port) {
 
 void UpdatePrinterExtStatus(PortContext*) {}
 
+// The job variables follow with the clients that read them: until a printer
+// can have a client there is no one to tell.
+
+void SetPrinterJobBit(PortContext*, int) {}
+
+int UpdateJobStatus(PortContext*, uint32_t, int) { return 0; }
+
+int PublishSendingJobInfo(PortContext*, int) { return 0; }
+
+int CancelJobTracking(PortContext*, int) { return 0; }
+
 }  // namespace langmon

@@ -18,6 +18,15 @@ using testing::ScriptedPortMonitor;
 
 class JobPassThroughTest : public MonitorTest {
 protected:
+    void SetUp() override {
+        MonitorTest::SetUp();
+        // The spooler lists the ports, so the job start asks for the list once.
+        for (const char* name : {"COM1", "LPT1", "USB001"}) {
+            platform::RegistryCreateKey(HKEY_LOCAL_MACHINE,
+                                        std::string("System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\") + name);
+        }
+    }
+
     PortContext* Open(const char* name) {
         HANDLE handle = nullptr;
         EXPECT_TRUE(OpenPortEx(const_cast<LPSTR>(name), const_cast<LPSTR>("Laser"), &handle,
