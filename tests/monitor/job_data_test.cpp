@@ -1,0 +1,245 @@
+// A job's data on its way down: what the first block shows, the header gate,
+// the ports that hold the spooler back, and the three ways of writing.
+
+#include "monitor/job_road_fixture.h"
+
+#include "monitor/write_strategy.h"
+
+#include <cstring>
+
+namespace langmon {
+namespace {
+
+using testing::CallKind;
+using testing::ExpectedHeader;
+using testing::JobRoadTest;
+using testing::Uel;
+using testing::WriteAnswer;
+
+TEST(SniffJobStartTest, TheFirstBlockTellsWhoseJobItIs) {
+    struct Case {
+        const char* what;
+        std::string block;
+        int result;
+        uint32_t hasUel;
+        bool trailerNamed;  // the trailer will carry the header's name
+    };
+    const Case cases[] = {
+        {"PostScript", "%!PS-Adobe-3.0\n%%Pages: 1\nshowpage\n", 1, 0, true},
+        {"a PJL job of its own", Uel + "@PJL SET RESOLUTION=600\r\n@PJL JOB NAME=\"x\"\r\n", 2, 1, true},
+        {"ENTER ends the look before JOB", Uel + "@PJL ENTER LANGUAGE=PCL\n@PJL JOB\n", -1, 1, false},
+        {"JOB only at a line's start", Uel + "@PJL COMMENT @PJL JOB\r\n......\n", -1, 1, false},
+        {"a keyword cut by the block's end", Uel + "@PJL SET X=1234567\n@PJL JO", -1, 1, false},
+        {"19 bytes, even behind a UEL", Uel + "@PJL JOB\r\n", -1, 0, false},
+        {"anything else", "plain text of twenty bytes or more", -1, 0, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PortContext port{};
+        std::memcpy(port.jobIdentifier, "0312345678ABCD0000000001", 25);
+        SniffJobStart(&port, reinterpret_cast<const uint8_t*>(c.block.data()), static_cast<DWORD>(c.block.size()));
+        EXPECT_EQ(port.sniffResult, c.result);
+        EXPECT_EQ(port.jobHasUel, c.hasUel);
+        EXPECT_STREQ(port.trailerIdentifier, c.trailerNamed ? port.jobIdentifier : "");
+        EXPECT_EQ(port.jobIsPostScript, c.result == 1 ? 1u : 0u);
+    }
+}
+
+TEST_F(JobRoadTest, TheHeaderGoesAheadOfTheFirstDataAndOnlyThere) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    const std::string id = port->jobIdentifier;
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(200, 'a') + "showpage\n";
+    EXPECT_EQ(Send(port, job, 100), job.size());
+    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE));
+    EXPECT_TRUE(HasPortFlag(port, PF_HEADER_SENT));
+    EXPECT_EQ(ExpectedHeader(id).size(), 136u);
+    // 80 bytes stay behind for the trailer.
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + job.substr(0, job.size() - 80));
+    EXPECT_STREQ(port->jobListTail->StartIdentifier, id.c_str());
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, AJobsLeadingUelIsTakenOnceForTheHeadersOwn) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    const std::string job = Uel + "@PJL JOB NAME=\"mine\"\r\n" + std::string(100, 'b') + Uel;
+    DWORD written = 0;
+    ASSERT_TRUE(Write(port, job, &written));
+    EXPECT_EQ(written, 9u);
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(port->jobIdentifier));
+    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE));
+    // The spooler passes the rest; it goes down whole, its own UEL at the end too.
+    EXPECT_EQ(Send(port, job.substr(9)), job.size() - 9);
+    EXPECT_TRUE(EndDocPort(port));
+    const std::string received = Received("LPT1");
+    EXPECT_EQ(received.substr(136, job.size() - 9), job.substr(9));
+}
+
+TEST_F(JobRoadTest, AnAnsweringPrinterOfNoKnownModelGetsNoHeader) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ClearPortFlag(port, PF_MODEL_KNOWN);
+    ASSERT_TRUE(Start(port));
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'c');
+    EXPECT_EQ(Send(port, job), job.size());
+    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE | PF_HEADER_SENT));
+    EXPECT_EQ(Received("LPT1"), job.substr(0, job.size() - 80));
+    EXPECT_TRUE(EndDocPort(port));
+    EXPECT_EQ(port->jobListHead, nullptr) << "the printer will never report on it";
+}
+
+TEST_F(JobRoadTest, ASilentPrinterIsProbedTwiceThenTheJobGoesOnWithoutHeader) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ClearPortFlag(port, PF_MODEL_KNOWN);
+    ASSERT_TRUE(Start(port));
+    SetPortFlag(port, PF_OFFLINE);
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'd');
+    DWORD written = 0;
+    ASSERT_TRUE(Write(port, job, &written));
+    EXPECT_EQ(written, job.size());
+    // Two NUL probes, 100 ms after each, then the data behind them.
+    EXPECT_EQ(Elapsed(), 200u);
+    const auto writes = lower.Port("LPT1").Calls(CallKind::WritePort);
+    ASSERT_GE(writes.size(), 3u);
+    EXPECT_EQ(writes[0].bytes, std::string(1, '\0'));
+    EXPECT_EQ(writes[1].bytes, std::string(1, '\0'));
+    EXPECT_EQ(Received("LPT1"), std::string(2, '\0') + job.substr(0, job.size() - 80));
+    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE)) << "the whole block went with probes out";
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, APortThatRefusesTheProbeTakesNothing) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ClearPortFlag(port, PF_MODEL_KNOWN);
+    ASSERT_TRUE(Start(port));
+    SetPortFlag(port, PF_OFFLINE);
+    lower.Port("LPT1").QueueWrite(WriteAnswer::Refuse(ERROR_TIMEOUT));
+    DWORD written = 7;
+    SetLastError(0xdeadbeef);
+    EXPECT_TRUE(Write(port, "%!PS-Adobe-3.0\nshowpage\n", &written));
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_TRUE(HasPortFlag(port, PF_HEADER_DUE));
+    EXPECT_EQ(Received("LPT1"), "");
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, AHeaderThatGoesOutInPartHoldsTheDataUntilItsRestIsOut) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(10));
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(200, 'e');
+    DWORD written = 7;
+    ASSERT_TRUE(Write(port, job, &written));
+    EXPECT_EQ(written, 0u);
+    EXPECT_TRUE(HasPortFlag(port, PF_HEADER_DUE | PF_HEADER_SENT));
+    EXPECT_EQ(port->pendingLength, 126u);
+    EXPECT_EQ(Send(port, job), job.size());
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(port->jobIdentifier) + job.substr(0, job.size() - 80));
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, ASilentUsbPrinterHoldsTheSpoolerUnlessTheJobIsDiscarded) {
+    PortContext* port = Open("USB001");
+    ASSERT_TRUE(port->portKind & PK_BIDI);
+    ASSERT_TRUE(Start(port));
+    SetPortFlag(port, PF_OFFLINE);
+    DWORD written = 7;
+    ASSERT_TRUE(Write(port, std::string(50, 'f'), &written));
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(Elapsed(), 14000u);
+    EXPECT_EQ(Received("USB001"), "");
+
+    SetPortFlag(port, PF_DISCARD);
+    SetLastError(0);
+    ASSERT_TRUE(Write(port, std::string(50, 'f'), &written));
+    EXPECT_EQ(written, 50u) << "swallowed";
+    EXPECT_EQ(Elapsed(), 14000u) << "at once";
+    EXPECT_EQ(Received("USB001"), "");
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, AUsbDocumentThatWouldNotOpenIsTriedAgainByEachWrite) {
+    PortContext* port = Open("USB001");
+    lower.Port("USB001").FailStartDoc(ERROR_ACCESS_DENIED);
+    ASSERT_TRUE(Start(port));
+    DWORD written = 7;
+    ASSERT_TRUE(Write(port, std::string(30, 'g'), &written));
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(Elapsed(), 4000u);
+    lower.Port("USB001").FailStartDoc(0);
+    ASSERT_TRUE(Write(port, std::string(30, 'g'), &written));
+    EXPECT_EQ(written, 30u);
+    EXPECT_TRUE(HasPortFlag(port, PF_DOC_OPEN));
+    const auto starts = lower.Port("USB001").Calls(CallKind::StartDocPort);
+    ASSERT_EQ(starts.size(), 3u);
+    EXPECT_EQ(starts[2].jobId, 12u) << "the job's own document";
+    EXPECT_EQ(starts[2].docName, "letter");
+    EXPECT_EQ(Received("USB001"), std::string(30, 'g'));
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(JobRoadTest, EcpPortsTakeAtMost4096BytesACallUsbPortsAllAtOnce) {
+    FixPortMode(PM_ECP);
+    PortContext* ecp = Open("LPT1");
+    PortContext* usb = Open("USB001");
+    std::string job(10000, 'h');
+    for (std::size_t i = 0; i < job.size(); ++i) job[i] = static_cast<char>('a' + i % 26);
+    for (PortContext* port : {ecp, usb}) {
+        ASSERT_TRUE(Start(port));
+        DWORD written = 0;
+        ASSERT_TRUE(Write(port, job, &written));
+        EXPECT_EQ(written, port == ecp ? 4096u : 10000u);
+        // The tail a failed USB write is sent again from: the 80 bytes that
+        // end the first 4096.
+        EXPECT_EQ(std::string(port->dataTail, 80), job.substr(4016, 80));
+    }
+    EXPECT_EQ(ecp->ecpBusy, 1u) << "data moved on an ECP port";
+    EXPECT_EQ(Received("USB001"), job);
+    EXPECT_TRUE(EndDocPort(ecp));
+    EXPECT_TRUE(EndDocPort(usb));
+}
+
+// The delay line of the other ports, call by call.
+TEST_F(JobRoadTest, TheDelayLineHoldsTheLast80BytesAndPassesTheRestInOrder) {
+    PortContext* port = Open("LPT1");
+    ASSERT_TRUE(Start(port));
+    std::string job(400, '\0');
+    for (std::size_t i = 0; i < job.size(); ++i) job[i] = static_cast<char>('A' + i % 50);
+    DWORD written = 0;
+
+    ASSERT_TRUE(Write(port, job.substr(0, 50), &written));
+    EXPECT_EQ(written, 50u);
+    EXPECT_EQ(Received("LPT1"), "") << "a short start is all held";
+
+    // 81 bytes behind a full line: the port takes the line's 80, then 1.
+    ASSERT_TRUE(Write(port, job.substr(50, 30), &written));
+    EXPECT_EQ(written, 30u);
+    lower.Port("LPT1").QueueWrite(WriteAnswer::TakeAll());
+    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(1));
+    ASSERT_TRUE(Write(port, job.substr(80, 81), &written));
+    EXPECT_EQ(written, 81u);
+    EXPECT_EQ(Received("LPT1"), job.substr(0, 81));
+
+    // A port that takes nothing leaves the line as it was.
+    lower.Port("LPT1").QueueWrite(WriteAnswer::TakeNothing());
+    ASSERT_TRUE(Write(port, job.substr(161, 100), &written));
+    EXPECT_EQ(written, 0u);
+    // One that takes part of the line lets as much of the block in.
+    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(30));
+    ASSERT_TRUE(Write(port, job.substr(161, 100), &written));
+    EXPECT_EQ(written, 30u);
+    EXPECT_EQ(Send(port, job.substr(191)), job.size() - 191);
+    EXPECT_EQ(Received("LPT1"), job.substr(0, 320));
+    EXPECT_EQ(std::string(port->dataTail, 80), job.substr(320));
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+}  // namespace
+}  // namespace langmon

@@ -1,0 +1,76 @@
+#include "monitor/job_road_fixture.h"
+
+#include "platform/registry.h"
+
+#include <algorithm>
+
+namespace langmon::testing {
+
+namespace {
+constexpr const char* MonitorsKey = "System\\CurrentControlSet\\control\\Print\\Monitors\\";
+}
+
+void JobRoadTest::SetUp() {
+    MonitorTest::SetUp();
+    ListPort("LPT1", "Printer Port");
+    ListPort("USB001", "Virtual printer port for USB");
+    FixPortMode(PM_COMPAT);
+}
+
+void JobRoadTest::TearDown() {
+    for (PortContext* port : opened_) {
+        port->managers = nullptr;
+        port->jobManager = nullptr;
+        // The printer's reports would end the jobs; nobody waits for them here.
+        FreeJobRecords(port);
+        EXPECT_TRUE(ClosePort(port));
+    }
+    MonitorTest::TearDown();
+}
+
+void JobRoadTest::ListPort(const std::string& name, const std::string& description) {
+    const std::string key = std::string(MonitorsKey) + "Local Port\\Ports\\" + name;
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", description);
+}
+
+void JobRoadTest::FixPortMode(DWORD mode) {
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, PortModeKey, PortModeValue, mode);
+}
+
+PortContext* JobRoadTest::Open(const char* name) {
+    HANDLE handle = nullptr;
+    EXPECT_TRUE(OpenPortEx(const_cast<LPSTR>(name), const_cast<LPSTR>(Printer), &handle, lower.Table()));
+    auto* port = static_cast<PortContext*>(handle);
+    if (port != nullptr) opened_.push_back(port);
+    return port;
+}
+
+void JobRoadTest::GiveClient(PortContext* port) {
+    client_.printerName = clientName_;
+    port->managers = &client_;
+    SetPortFlag(port, PF_MODEL_KNOWN);
+}
+
+BOOL JobRoadTest::Start(PortContext* port, DWORD jobId) {
+    return StartDocPort(port, const_cast<LPSTR>(Printer), jobId, 1, reinterpret_cast<LPBYTE>(&doc1));
+}
+
+BOOL JobRoadTest::Write(PortContext* port, const std::string& bytes, DWORD* written) {
+    std::string copy = bytes;  // the spooler's buffer is its own
+    return WritePort(port, reinterpret_cast<LPBYTE>(copy.data()), static_cast<DWORD>(copy.size()), written);
+}
+
+std::size_t JobRoadTest::Send(PortContext* port, const std::string& job, std::size_t block, int calls) {
+    std::size_t at = 0;
+    while (at < job.size() && calls-- > 0) {
+        DWORD written = 0;
+        const std::string piece = job.substr(at, std::min(block, job.size() - at));
+        EXPECT_TRUE(Write(port, piece, &written));
+        EXPECT_LE(written, piece.size());
+        at += written;
+    }
+    return at;
+}
+
+}  // namespace langmon::testing

@@ -1,0 +1,75 @@
+// The ground of the job tests: a machine whose spooler lists the ports, a
+// scripted port monitor below, the ways a spooler drives a job, and the texts
+// the printer should receive around it.
+#pragma once
+
+#include "framing/job_record.h"
+#include "manager/manager_link.h"
+#include "monitor/job_data.h"
+#include "monitor/job_end.h"
+#include "monitor/job_start.h"
+#include "monitor/monitor_entry.h"
+#include "monitor/port_mode.h"
+#include "portkind/port_kind.h"
+
+#include "support/platform_fixture.h"
+#include "support/scripted_port_monitor.h"
+
+#include <string>
+#include <vector>
+
+namespace langmon::testing {
+
+inline const std::string Uel = "\x1b%-12345X";
+
+// The header a two-way job with a client gets, naming `identifier`.
+inline std::string ExpectedHeader(const std::string& identifier) {
+    return Uel +
+           "@PJL USTATUS DEVICE=ON\r\n"
+           "@PJL USTATUS JOB=ON\r\n"
+           "@PJL USTATUS PAGE=ON\r\n"
+           "@PJL INFO STATUS\r\n"
+           "@PJL JOB NAME=\"" + identifier + "\"\r\n";
+}
+
+inline std::string ExpectedTrailer(const std::string& identifier) {
+    return "@PJL EOJ NAME=\"" + identifier + "\"\r\n" + Uel;
+}
+
+class JobRoadTest : public MonitorTest {
+protected:
+    static constexpr const char* Printer = "Laser";
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // The spooler lists the port with this description.
+    static void ListPort(const std::string& name, const std::string& description);
+    // "MyPortMode": 0 removes the fixed mode.
+    static void FixPortMode(DWORD mode);
+
+    // Opens a port; TearDown closes it.
+    PortContext* Open(const char* name);
+    // The printer on the port gets a client and is a model the monitor knows,
+    // as the poll and the manager binding would find.
+    void GiveClient(PortContext* port);
+    BOOL Start(PortContext* port, DWORD jobId = 12);
+    // One WritePort call, as the spooler makes it.
+    BOOL Write(PortContext* port, const std::string& bytes, DWORD* written);
+    // The spooler's loop: blocks of `block` bytes, each passed again from
+    // what was not taken, at most `calls` calls. Returns the bytes taken.
+    std::size_t Send(PortContext* port, const std::string& job, std::size_t block = 4096,
+                     int calls = 10000);
+    std::string Received(const char* name) { return lower.Port(name).Received(); }
+
+    ScriptedPortMonitor lower;
+    char docName[8] = "letter";
+    DOC_INFO_1 doc1{docName, nullptr, nullptr};
+
+private:
+    std::vector<PortContext*> opened_;
+    ManagerLink client_{};
+    char clientName_[8] = "Laser";
+};
+
+}  // namespace langmon::testing
