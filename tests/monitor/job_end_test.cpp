@@ -1,0 +1,210 @@
+// The end of a job: the trailer and what precedes it, the names it carries,
+// what the port keeps of the job, and the spooler's queue.
+
+#include "monitor/job_road_fixture.h"
+
+#include "platform/registry.h"
+#include "platform/spooler_jobs.h"
+#include "variables/status_variable.h"
+
+#include <cstring>
+
+namespace langmon {
+namespace {
+
+using testing::CallKind;
+using testing::ExpectedHeader;
+using testing::ExpectedTrailer;
+using testing::JobRoadTest;
+using testing::Uel;
+using testing::WriteAnswer;
+
+const std::string PostScriptJob = "%!PS-Adobe-3.0\n" + std::string(185, 'p');
+
+TEST_F(JobRoadTest, TheLast80BytesLeaveWithTheTrailerInOneWrite) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    const std::string id = port->jobIdentifier;
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    const auto writes = lower.Port("LPT1").Calls(CallKind::WritePort);
+    ASSERT_FALSE(writes.empty());
+    EXPECT_EQ(writes.back().bytes, PostScriptJob.substr(120) + ExpectedTrailer(id));
+    EXPECT_EQ(writes.back().bytes.size(), 131u);
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob + ExpectedTrailer(id));
+    // The printer works on; its reports will end the job.
+    ASSERT_NE(port->jobListHead, nullptr);
+    EXPECT_STREQ(port->jobListHead->EndIdentifier, id.c_str());
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_ACTIVE));
+    EXPECT_EQ(port->jobOpen, 0u);
+}
+
+TEST_F(JobRoadTest, UsbAndEcpPortsSendTheTrailerAlone) {
+    PortContext* usb = Open("USB001");
+    ASSERT_TRUE(Start(usb));
+    Send(usb, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(usb));
+    const std::string usbTrailer = ExpectedTrailer(usb->trailerIdentifier);
+    EXPECT_EQ(usbTrailer.size(), 51u);
+    EXPECT_EQ(lower.Port("USB001").Calls(CallKind::WritePort).back().bytes, usbTrailer);
+    EXPECT_EQ(Received("USB001"), PostScriptJob + usbTrailer);
+
+    FixPortMode(PM_ECP);
+    PortContext* ecp = Open("LPT1");
+    ASSERT_TRUE(Start(ecp));
+    Send(ecp, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(ecp));
+    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(ecp->trailerIdentifier));
+}
+
+TEST_F(JobRoadTest, AShortJobSendsItsOwnBytesAndNothingOfTheJobBefore) {
+    PortContext* port = Open("LPT1");
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    lower.Port("LPT1").ForgetCalls();
+
+    const std::string shortJob = "%!PS-Adobe-3.0\nshowpage\n";
+    ASSERT_TRUE(Start(port));
+    Send(port, shortJob);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), shortJob + ExpectedTrailer(port->trailerIdentifier));
+}
+
+TEST_F(JobRoadTest, TheTrailerNamesTheHeadersJobOnlyWhenTheDataNamedItToo) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    const std::string pjlJob = Uel + "@PJL JOB NAME=\"own\"\r\n" + std::string(100, 'q') + "@PJL EOJ\r\n" + Uel;
+    const std::string other = "\x1b" "E" + std::string(100, 'r');  // neither PJL nor PostScript
+    for (const std::string& job : {PostScriptJob, pjlJob, other}) {
+        ASSERT_TRUE(Start(port));
+        const std::string id = port->jobIdentifier;
+        Send(port, job);
+        ASSERT_TRUE(EndDocPort(port));
+        EXPECT_STREQ(port->jobListTail->StartIdentifier, id.c_str());
+        EXPECT_STREQ(port->jobListTail->EndIdentifier, id.c_str()) << "the record keeps the header's name";
+        if (&job == &other) {
+            EXPECT_STRNE(port->trailerIdentifier, id.c_str()) << "an EOJ under a name of its own";
+            EXPECT_EQ(std::strlen(port->trailerIdentifier), 24u);
+        } else {
+            EXPECT_STREQ(port->trailerIdentifier, id.c_str());
+        }
+        EXPECT_TRUE(Received("LPT1").ends_with(ExpectedTrailer(port->trailerIdentifier)));
+    }
+}
+
+TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    ASSERT_NE(port->jobListHead, nullptr);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), "") << "no trailer for data never looked at";
+    EXPECT_EQ(port->jobListHead, nullptr);
+    EXPECT_EQ(port->jobListTail, nullptr);
+    StatusVariable* queue = FindVariable("PrinterQueue", port->variables, port);
+    ASSERT_NE(queue, nullptr);
+    ASSERT_NE(queue->Value, nullptr);
+    EXPECT_EQ(*static_cast<uint32_t*>(queue->Value), 0u);
+    EXPECT_EQ(queue->Dirty, 1u) << "clients are told the queue is empty";
+}
+
+TEST_F(JobRoadTest, AJobWithoutClientGetsTheTrailerButIsNotFollowed) {
+    PortContext* port = Open("LPT1");
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier))
+        << "an EOJ without a JOB line";
+    EXPECT_EQ(port->jobListHead, nullptr);
+}
+
+TEST_F(JobRoadTest, ADiscardedJobSendsTheTrailerAloneAndNoneOfItsHeldBytes) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    ASSERT_TRUE(Start(port));
+    const std::string id = port->jobIdentifier;
+    Send(port, PostScriptJob.substr(0, 150));
+    SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
+    Send(port, PostScriptJob.substr(150));
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, 70) + ExpectedTrailer(id));
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
+}
+
+TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {
+    PortContext* port = Open("LPT1");
+    ASSERT_TRUE(Start(port));
+    Send(port, std::string(50, 's'));
+    SetPortFlag(port, PF_JOB_RESET);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), "");
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_RESET));
+}
+
+TEST_F(JobRoadTest, ATrailerThePortWontTakeIsTriedForAMinuteThenLetGo) {
+    PortContext* port = Open("LPT1");
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    auto& below = lower.Port("LPT1");
+    below.QueueWrite(WriteAnswer::Take(100));
+    for (int i = 0; i < 1000; ++i) below.QueueWrite(WriteAnswer::TakeNothing(ERROR_TIMEOUT));
+    const DWORD before = Elapsed();
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_GT(Elapsed() - before, 60000u);
+    EXPECT_LT(Elapsed() - before, 61000u);
+    EXPECT_EQ(port->pendingLength, 0u);
+    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier).substr(0, 20));
+
+    // A port that takes the rest piece by piece gets it whole.
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    below.ForgetCalls();
+    for (int i = 0; i < 20; ++i) below.QueueWrite(WriteAnswer::Take(7));
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), PostScriptJob.substr(120) + ExpectedTrailer(port->trailerIdentifier));
+}
+
+TEST_F(JobRoadTest, APassThroughJobTellsTheSpoolerItsLastPageIsOut) {
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
+    platform::SpoolerJob queued;
+    queued.jobId = 31;
+    platform::SubmitJob("Laser", queued);
+    PortContext* port = Open("COM1");
+    ASSERT_FALSE(port->portKind & PK_BIDI);
+    ASSERT_TRUE(Start(port, 31));
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("COM1"), PostScriptJob) << "no trailer";
+    EXPECT_EQ(platform::JobCommands(), std::vector<std::string>{"31:7"});
+}
+
+TEST_F(JobRoadTest, AnEcpPortStaysBusyWhileTheSpoolerHasJobsWaiting) {
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
+    FixPortMode(PM_ECP);
+    PortContext* port = Open("LPT1");
+    const std::pair<DWORD, DWORD> queue[] = {{12, JOB_STATUS_PRINTING}, {13, 0x1 /* paused */}, {14, 0}, {15, 0}};
+    for (const auto& [jobId, status] : queue) {
+        platform::SpoolerJob job;
+        job.jobId = jobId;
+        job.status = status;
+        platform::SubmitJob("Laser", job);
+    }
+    EXPECT_EQ(CountWaitingJobs(port), 2u);
+
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    ASSERT_EQ(port->ecpBusy, 1u);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(port->ecpBusy, 1u) << "two jobs still wait";
+
+    platform::ForgetJobs();
+    ASSERT_TRUE(Start(port, 14));
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(port->ecpBusy, 0u);
+}
+
+}  // namespace
+}  // namespace langmon
