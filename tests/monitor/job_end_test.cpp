@@ -141,6 +141,12 @@ TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {
     ASSERT_TRUE(EndDocPort(port));
     EXPECT_EQ(Received("LPT1"), "");
     EXPECT_FALSE(HasPortFlag(port, PF_JOB_RESET));
+
+    // The bytes the reset job left in the delay line never join the next job.
+    ASSERT_TRUE(Start(port));
+    Send(port, PostScriptJob);
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier));
 }
 
 TEST_F(JobRoadTest, ATrailerThePortWontTakeIsTriedForAMinuteThenLetGo) {

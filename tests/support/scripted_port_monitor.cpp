@@ -202,6 +202,11 @@ void ScriptedPort::ForgetCalls() {
     received_.clear();
 }
 
+void ScriptedPort::ForgetQueuedWrites() {
+    std::lock_guard lock(scriptLock);
+    writes_.clear();
+}
+
 // ---- The monitor ------------------------------------------------------------
 
 // The C entries of the table. They find their port through the handle, which

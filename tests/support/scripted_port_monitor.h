@@ -136,6 +136,7 @@ public:
     // Every byte the port took, all writes in order.
     std::string Received() const;
     void ForgetCalls();  // calls and received bytes, not the script
+    void ForgetQueuedWrites();  // answers not used yet: every write takes all
 
 private:
     friend struct ScriptedEntries;
