@@ -92,6 +92,9 @@ TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
     EXPECT_NE(report.str().find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos)
         << report.str();
     EXPECT_NE(report.str().find("the printer shows \"Ready\""), std::string::npos) << report.str();
+    // The monitor closed the job with its trailer, and the report shows it.
+    EXPECT_NE(report.str().find("51 bytes behind it\n  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos)
+        << report.str();
     std::remove(job.c_str());
 }
 
