@@ -1,0 +1,91 @@
+// Printers that take a job slowly or not at all: the spooler keeps passing
+// what was not taken, and the job still arrives whole, once, and framed.
+
+#include "scenarios/scenario_fixture.h"
+
+#include "platform/clock.h"
+
+namespace langmon::scenario {
+namespace {
+
+// A printer that takes at most `writeLimit` bytes a write.
+struct SlowCase {
+    const char* port;
+    DWORD mode;
+    uint32_t writeLimit;
+    std::size_t jobSize;
+};
+
+constexpr SlowCase SlowCases[] = {
+    {"LPT1", PM_COMPAT, 37, 9000},
+    {"LPT2", PM_COMPAT, 1, 1500},
+    {"LPT3", PM_ECP, 37, 9000},
+    {"USB001", PM_COMPAT, 37, 9000},
+};
+
+TEST_F(ScenarioTest, APrinterThatTakesPartOfEachWriteStillGetsEveryByteOnceAndInOrder) {
+    for (const SlowCase& c : SlowCases) {
+        SCOPED_TRACE(std::string(c.port) + ", " + std::to_string(c.writeLimit) + " bytes a write");
+        PortContext* port = Connect(c.port, c.mode, true, {.writeLimit = c.writeLimit});
+        const std::string job = PostScriptJob(2, c.jobSize);
+        const std::string id = Start(port);
+        EXPECT_TRUE(TookAll(Spool(port, job), job.size()));
+        ASSERT_TRUE(monitor.EndDocPort(port));
+        // No status thread is there to send the rest later: the job's end did.
+        EXPECT_EQ(port->pendingLength, 0u);
+        EXPECT_TRUE(FramedJob(printer->Received(), id, job, Trailer(id)));
+        Close(port);
+    }
+}
+
+// The whole trailer belongs in the job's document. The printer takes a
+// document's end for the end of what it was reading: a trailer whose rest
+// leaves from the queue in pseudo documents after EndDocPort ended the job's
+// is read as a cut EOJ and a page of its own, or, one byte a document, never
+// as an EOJ at all.
+TEST_F(ScenarioTest, ATrailerCutByAPartialWriteIsFinishedOutsideTheJobsDocument) {
+    for (const SlowCase& c : SlowCases) {
+        SCOPED_TRACE(std::string(c.port) + ", " + std::to_string(c.writeLimit) + " bytes a write");
+        PortContext* port = Connect(c.port, c.mode, true, {.writeLimit = c.writeLimit});
+        const std::string job = PostScriptJob(2, c.jobSize);
+        const std::string id = Start(port);
+        const int jobDocument = documents;
+        Spool(port, job);
+        ASSERT_TRUE(monitor.EndDocPort(port));
+
+        int outside = 0;
+        for (const LowerWriteCall& write : writes) outside += write.taken != 0 && write.document != jobDocument;
+        EXPECT_EQ(outside, 0) << "writes that put bytes on the port outside the job's document";
+        EXPECT_TRUE(PrintedAsOneJob(id, 2));
+        Close(port);
+    }
+}
+
+TEST_F(ScenarioTest, ASilentPrinterHoldsTheJobBackUntilItAnswersAgain) {
+    // On USB a write that takes nothing waits out the port's write time-out.
+    for (const auto& [portName, waitPerCall] : {std::pair{"LPT1", 0u}, std::pair{"USB001", 10000u}}) {
+        SCOPED_TRACE(portName);
+        PortContext* port = Connect(portName, PM_COMPAT, true, {.silent = true});
+        const std::string job = PostScriptJob(1, 3000);
+        const std::string id = Start(port);
+
+        // Each call says nothing went and nothing failed: the spooler calls again.
+        const DWORD before = GetTickCount();
+        const SpoolerRun held = Spool(port, job, 4096, 20);
+        EXPECT_EQ(held.calls, 20);
+        EXPECT_EQ(held.taken, 0u);
+        EXPECT_EQ(held.failures + held.dirtyErrors, 0);
+        EXPECT_EQ(GetTickCount() - before, 20 * waitPerCall);
+        EXPECT_EQ(printer->ReceivedCount(), 0u);
+
+        printer->Change([](emulator::PrinterState& s) { s.faults.silent = false; });
+        EXPECT_TRUE(TookAll(Spool(port, job), job.size()));
+        ASSERT_TRUE(monitor.EndDocPort(port));
+        EXPECT_TRUE(FramedJob(printer->Received(), id, job, Trailer(id)));
+        EXPECT_TRUE(PrintedAsOneJob(id, 1));
+        Close(port);
+    }
+}
+
+}  // namespace
+}  // namespace langmon::scenario
