@@ -52,6 +52,7 @@ Activity Printer::CurrentActivity() const {
 
 void Printer::AdvanceLocked() {
     uint32_t now = GetTickCount();
+    EndQuietInputLocked(now);
     for (;;) {
         if (!state_.poweredOn) break;
         if (warming_) {
@@ -300,16 +301,23 @@ void Printer::StartDocument() {
 void Printer::EndDocument() {
     std::lock_guard lock(mutex_);
     AdvanceLocked();
+    inputEndDue_ = true;
+    inputEndTick_ = GetTickCount();
+}
+
+void Printer::EndQuietInputLocked(uint32_t now) {
+    if (!inputEndDue_ || now - inputEndTick_ < InputIdleMs) return;
+    inputEndDue_ = false;
     Reader reader(*this);
     stream_.EndOfDocument(reader);
     if (Job* job = InputJob(); job && !job->framed) EndInput(*job, nullptr);
-    AdvanceLocked();
 }
 
 size_t Printer::Write(std::string_view bytes) {
     std::lock_guard lock(mutex_);
     AdvanceLocked();
     if (!state_.poweredOn || state_.faults.silent) return 0;
+    inputEndDue_ = false;
     if (state_.faults.writeLimit != 0 && bytes.size() > state_.faults.writeLimit) {
         bytes = bytes.substr(0, state_.faults.writeLimit);
     }

@@ -44,6 +44,10 @@ struct JobRecordOfPrinter {
     uint64_t dataBytes = 0;  // page-description bytes, PJL not counted
 };
 
+// How long the printer's input stays quiet before it takes what came as all
+// there is: a printer's I/O time-out, short so that jobs end soon.
+constexpr uint32_t InputIdleMs = 1000;
+
 class Printer {
 public:
     explicit Printer(PrinterState state = PrinterState::Default());
@@ -53,8 +57,11 @@ public:
 
     // --- What a port passes on.
 
-    // A document begins and ends on the port: the span of one connection.
-    // Data sent without a JOB line ends with its document.
+    // A document begins and ends on the port. The line itself knows no
+    // documents, so the printer sees only that its input went quiet: once it
+    // has been quiet for InputIdleMs, data sent without a JOB line ends and a
+    // command line without its LF is taken as it stands. Bytes that come
+    // sooner simply go on.
     void StartDocument();
     void EndDocument();
     // Takes what it can of `bytes`: all of them, or as many as its write
@@ -115,6 +122,8 @@ private:
     friend class Reader;
 
     void AdvanceLocked();
+    // The input has been quiet since a document's end for InputIdleMs.
+    void EndQuietInputLocked(uint32_t now);
     Activity CurrentActivity() const;
     void ReportIfChanged();
     void Send(std::string response);
@@ -139,6 +148,8 @@ private:
     PageScanner::Language nextLanguage_ = PageScanner::Language::Unknown;
 
     uint32_t cursor_ = 0;  // the tick up to which the printer has run
+    bool inputEndDue_ = false;  // a document ended and no byte came since
+    uint32_t inputEndTick_ = 0;
     bool pageInProgress_ = false;
     uint32_t pageStart_ = 0;
     bool warming_ = false;

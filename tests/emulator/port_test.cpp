@@ -126,6 +126,32 @@ TEST_F(PortTest, WritesAndReadsOnlyInsideADocument) {
     EXPECT_EQ(printer.ReceivedCount(), 2 * bytes.size());
 }
 
+TEST_F(PortTest, ADocumentsEndIsAPauseInTheStreamNotItsEnd) {
+    Printer& printer = Connect();
+    auto document = [&](const std::string& bytes) {
+        ASSERT_TRUE(StartDoc());
+        Send(bytes);
+        ASSERT_TRUE(table()->EndDocPort(handle_));
+    };
+    // Data without a JOB line, in two documents: one job, ended once the
+    // input has been quiet for the printer's I/O time-out.
+    document(Pages(1));
+    document(Pages(1));
+    ASSERT_EQ(printer.Jobs().size(), 1u);
+    EXPECT_FALSE(printer.Jobs()[0].finished);
+    Sleep(InputIdleMs + 2 * printer.State().pageTimeMs);
+    EXPECT_TRUE(printer.Jobs()[0].finished);
+    EXPECT_EQ(printer.Jobs()[0].pagesPrinted, 2u);
+
+    // An EOJ line cut between two documents is read whole.
+    document(Uel + "@PJL JOB NAME=\"cut\"\r\n" + Pages(1) + "@PJL EOJ NA");
+    document("ME=\"cut\"\r\n" + Uel);
+    Sleep(InputIdleMs + 2 * printer.State().pageTimeMs);
+    ASSERT_EQ(printer.Jobs().size(), 2u);
+    EXPECT_EQ(printer.Jobs()[1].endName, "cut");
+    EXPECT_TRUE(printer.Jobs()[1].finished);
+}
+
 TEST_F(PortTest, DeviceIdRequests) {
     Connect();
     const std::string id = DeviceId(17);
