@@ -35,8 +35,6 @@ constexpr DWORD StallRespite = 20000;
 constexpr int GateTries = 3;
 constexpr DWORD NoTick = 0xFFFFFFFFu;
 
-bool IsUsbPort(const PortContext* port) { return IsUsbName(port->portName) != 0; }
-
 /* The lines of a job's first block that say whose PJL job it is. */
 struct SniffKeyword {
     std::string_view text;

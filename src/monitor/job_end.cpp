@@ -54,7 +54,7 @@ void SendTrailer(PortContext* port) {
     // on the heap, so that no failure can lose the job's last bytes.
     uint8_t payload[DataTailLength + JobFrameBufferSize];
     DWORD held = 0;
-    if (!IsUsbName(port->portName) && (port->portMode & PM_ECP) == 0 && !HasPortFlag(port, PF_DISCARD)) {
+    if (!IsUsbPort(port) && (port->portMode & PM_ECP) == 0 && !HasPortFlag(port, PF_DISCARD)) {
         held = port->tailLength;
         std::memcpy(payload, HeldJobBytes(port), held);
     }

@@ -157,11 +157,11 @@ BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LP
         LowerEndDoc(port);
     }
     if (LowerStartDoc(port, pPrinterName, JobId, Level, pDocInfo)) {
-        if (!IsUsbName(port->portName)) {
+        if (!IsUsbPort(port)) {
             SetReadTimeouts(port);
         }
         SetPortFlag(port, PF_DOC_OPEN);
-    } else if (!IsUsbName(port->portName)) {
+    } else if (!IsUsbPort(port)) {
         return FailJobStart(port);
     }
     // A USB port whose document would not open carries on: WritePort tries again.

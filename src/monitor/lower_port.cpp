@@ -26,10 +26,6 @@ constexpr DWORD JobResetControl = 7;
 // Serial lines want a pause around each document.
 constexpr DWORD SerialDocumentPause = 100;
 
-bool IsUsbPort(const PortContext* port) {
-    return port->portName != nullptr && IsUsbName(port->portName) != 0;
-}
-
 /* AppendPending: puts text at the end of the queue. A failed allocation loses
    the text and leaves the queue as it was. */
 void AppendPending(PortContext* port, const uint8_t* text, DWORD length) {

@@ -198,6 +198,7 @@ PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
     port->portName = reinterpret_cast<char*>(port + 1);
     std::memcpy(port->portName, name, nameBytes);
     port->recordSize = static_cast<uint32_t>(size);
+    port->usbPort = IsUsbName(port->portName) != 0 ? 1 : 0;
     port->signature = PortSignature;
 
     port->printerName = DuplicateString(printerName);

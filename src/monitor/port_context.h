@@ -126,7 +126,12 @@ struct PortContext {
     uint32_t jobIsPostScript;
     uint32_t cancelStateCount;
     uint32_t jobOpen;
+    // The name says USB ("USB001" to "USB128"). Read on every block of a
+    // job, so the name is read once, when the record is made.
+    uint32_t usbPort;
 };
+
+inline bool IsUsbPort(const PortContext* port) { return port->usbPort != 0; }
 
 // One atomic step per change of a bit.
 inline bool HasPortFlag(const PortContext* port, uint32_t bits) {
