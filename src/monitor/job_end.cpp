@@ -166,8 +166,9 @@ BOOL EndDocPort(HANDLE hPort) {
         return TRUE;
     }
     if ((port->portKind & PK_BIDI) == 0) {
+        // jobOpen stays: nothing on such a port asks it, and a port reset
+        // clears it.
         EndPassThroughJob(port);
-        port->jobOpen = 0;
         return TRUE;
     }
 
