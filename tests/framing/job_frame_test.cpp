@@ -9,6 +9,7 @@
 #include "portkind/port_kind.h"
 #include "variables/status_variable.h"
 
+#include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 
 #include <cstring>
@@ -20,7 +21,7 @@ namespace {
 using testing::MonitorTest;
 
 const std::string Identifier = "035043000000F17D00001A2B";
-const std::string Uel = "\x1b%-12345X";
+using testing::Uel;
 
 class JobFrameTest : public MonitorTest {
 protected:

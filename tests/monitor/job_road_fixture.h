@@ -12,6 +12,7 @@
 #include "monitor/port_mode.h"
 #include "portkind/port_kind.h"
 
+#include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 #include "support/scripted_port_monitor.h"
 
@@ -19,22 +20,6 @@
 #include <vector>
 
 namespace langmon::testing {
-
-inline const std::string Uel = "\x1b%-12345X";
-
-// The header a two-way job with a client gets, naming `identifier`.
-inline std::string ExpectedHeader(const std::string& identifier) {
-    return Uel +
-           "@PJL USTATUS DEVICE=ON\r\n"
-           "@PJL USTATUS JOB=ON\r\n"
-           "@PJL USTATUS PAGE=ON\r\n"
-           "@PJL INFO STATUS\r\n"
-           "@PJL JOB NAME=\"" + identifier + "\"\r\n";
-}
-
-inline std::string ExpectedTrailer(const std::string& identifier) {
-    return "@PJL EOJ NAME=\"" + identifier + "\"\r\n" + Uel;
-}
 
 class JobRoadTest : public MonitorTest {
 protected:

@@ -8,6 +8,7 @@
 #include "manager/manager_link.h"
 #include "monitor/port_context.h"
 
+#include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 
 #include <memory>
@@ -16,11 +17,9 @@
 
 namespace langmon::scenario {
 
-inline const std::string Uel = "\x1b%-12345X";
+using testing::Uel;
 
-inline std::string Trailer(const std::string& identifier) {
-    return "@PJL EOJ NAME=\"" + identifier + "\"\r\n" + Uel;
-}
+inline std::string Trailer(const std::string& identifier) { return testing::ExpectedTrailer(identifier); }
 
 // A PostScript job of `pages` pages and about `size` bytes. Every line is
 // numbered, so a byte lost, doubled or out of place shows.
