@@ -42,9 +42,7 @@ TEST_F(JobRoadTest, TheLast80BytesLeaveWithTheTrailerInOneWrite) {
 
 TEST_F(JobRoadTest, UsbAndEcpPortsSendTheTrailerAlone) {
     PortContext* usb = Open("USB001");
-    ASSERT_TRUE(Start(usb));
-    Send(usb, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(usb));
+    RunJob(usb, PostScriptJob);
     const std::string usbTrailer = ExpectedTrailer(usb->trailerIdentifier);
     EXPECT_EQ(usbTrailer.size(), 51u);
     EXPECT_EQ(lower.Port("USB001").Calls(CallKind::WritePort).back().bytes, usbTrailer);
@@ -52,23 +50,17 @@ TEST_F(JobRoadTest, UsbAndEcpPortsSendTheTrailerAlone) {
 
     FixPortMode(PM_ECP);
     PortContext* ecp = Open("LPT1");
-    ASSERT_TRUE(Start(ecp));
-    Send(ecp, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(ecp));
+    RunJob(ecp, PostScriptJob);
     EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(ecp->trailerIdentifier));
 }
 
 TEST_F(JobRoadTest, AShortJobSendsItsOwnBytesAndNothingOfTheJobBefore) {
     PortContext* port = Open("LPT1");
-    ASSERT_TRUE(Start(port));
-    Send(port, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(port));
+    RunJob(port, PostScriptJob);
     lower.Port("LPT1").ForgetCalls();
 
     const std::string shortJob = "%!PS-Adobe-3.0\nshowpage\n";
-    ASSERT_TRUE(Start(port));
-    Send(port, shortJob);
-    ASSERT_TRUE(EndDocPort(port));
+    RunJob(port, shortJob);
     EXPECT_EQ(Received("LPT1"), shortJob + ExpectedTrailer(port->trailerIdentifier));
 }
 
@@ -112,9 +104,7 @@ TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
 
 TEST_F(JobRoadTest, AJobWithoutClientGetsTheTrailerButIsNotFollowed) {
     PortContext* port = Open("LPT1");
-    ASSERT_TRUE(Start(port));
-    Send(port, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(port));
+    RunJob(port, PostScriptJob);
     EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier))
         << "an EOJ without a JOB line";
     EXPECT_EQ(port->jobListHead, nullptr);
@@ -143,9 +133,7 @@ TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {
     EXPECT_FALSE(HasPortFlag(port, PF_JOB_RESET));
 
     // The bytes the reset job left in the delay line never join the next job.
-    ASSERT_TRUE(Start(port));
-    Send(port, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(port));
+    RunJob(port, PostScriptJob);
     EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier));
 }
 

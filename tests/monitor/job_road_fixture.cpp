@@ -73,4 +73,10 @@ std::size_t JobRoadTest::Send(PortContext* port, const std::string& job, std::si
     return at;
 }
 
+void JobRoadTest::RunJob(PortContext* port, const std::string& job) {
+    ASSERT_TRUE(Start(port));
+    EXPECT_EQ(Send(port, job), job.size());
+    EXPECT_TRUE(EndDocPort(port));
+}
+
 }  // namespace langmon::testing

@@ -45,6 +45,8 @@ protected:
     // what was not taken, at most `calls` calls. Returns the bytes taken.
     std::size_t Send(PortContext* port, const std::string& job, std::size_t block = 4096,
                      int calls = 10000);
+    // A whole job as the spooler runs it: start, every byte, end.
+    void RunJob(PortContext* port, const std::string& job);
     std::string Received(const char* name) { return lower.Port(name).Received(); }
 
     ScriptedPortMonitor lower;
