@@ -10,6 +10,14 @@ namespace langmon {
 
 struct PortContext;
 
+// The manager library's calls that the monitor makes on a client's values.
+// 0 is success; -33 or -36 from a read: the buffer is too small and
+// `needed` says what it takes.
+using GetPrinterStatusFn = int32_t (*)(uint32_t managerHandle, const char* name, void* buffer,
+                                       DWORD size, DWORD* needed);
+using UpdatePrinterStatusFn = int32_t (*)(uint32_t managerHandle, const char* name,
+                                          const void* value, DWORD size);
+
 // One printer on a port bound (or waiting to be bound) to the status manager.
 // The block is zero-filled at creation, so every field starts as 0 or null.
 struct ManagerLink {
@@ -18,14 +26,14 @@ struct ManagerLink {
     uint32_t managerHandle;  // 0: no manager bound
     HANDLE spoolerHandle;    // the spooler's printer handle for printerName
 
-    // The manager library's functions, each null if not found. Their types
-    // come with the manager binding; until then they are plain addresses.
+    // The manager library's functions, each null if not found. Those the
+    // monitor doesn't call yet are plain addresses.
     void* OpenManagerExA;
     void* CloseManager;
-    void* GetPrinterStatusA;
+    GetPrinterStatusFn GetPrinterStatusA;
     void* SetReqPrinterStatusEventA;
     void* ResSetPrinterStatus;
-    void* UpdatePrinterStatusA;
+    UpdatePrinterStatusFn UpdatePrinterStatusA;
     void* SetNotificationEventA;
     void* SetNotificationEventExA;
     void* KillNotificationEvent;

@@ -20,8 +20,6 @@ char pseudoDocName[] = "TAKRIN Doc";
 
 // The lower monitor's code for reading the device ID of a USB printer.
 constexpr DWORD UsbDeviceIdCode = 0x16000C;
-constexpr DWORD DeviceIdControl = 17;
-constexpr DWORD JobResetControl = 7;
 
 // Serial lines want a pause around each document.
 constexpr DWORD SerialDocumentPause = 100;

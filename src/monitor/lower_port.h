@@ -8,6 +8,10 @@
 
 namespace langmon {
 
+// The ControlIDs of GetPrinterDataFromPort the monitor itself gives meaning.
+constexpr DWORD DeviceIdControl = 17;  // the printer's IEEE 1284 device ID
+constexpr DWORD JobResetControl = 7;   // the spooler resets the running job
+
 // The pseudo document, always passed with JobId 0 and Level 2.
 extern const DOC_INFO_2 PseudoDocInfo;
 // The time-outs every USB port gets at each document start.

@@ -1,7 +1,7 @@
 #include "monitor/monitor_entry.h"
 
+#include "acquisition/lm_values.h"
 #include "framing/job_record.h"
-
 #include "manager/manager_link.h"
 #include "monitor/device_requests.h"
 #include "monitor/job_data.h"
@@ -125,6 +125,7 @@ extern "C" LANGMON_API BOOL InitializeMonitorEx(LPSTR pRegistryRoot, LPMONITOR p
     static std::once_flag initialised;
     std::call_once(initialised, [] {
         InitializeCriticalSection(&globalLock);
+        InitializeLmValues();
         platform::LoadMachineFromEnvironmentOnce();
     });
     FreeString(registryRoot);
@@ -240,6 +241,8 @@ int DestroyPortContext(PortContext* port) {
     if (!UnlinkFromPortList(port)) {
         return 0;
     }
+    // The LM_ table must never point into a port that is gone.
+    UnbindLmValues(port);
     FreeVariables(port->variables);
     port->variables = nullptr;
 

@@ -35,6 +35,11 @@ struct PjlParserState {
     uint32_t RestRepeated;
 };
 
+// One NUL-terminated block of what the printer sent, as the reader got it.
+// Returns the last result of the parse; the reader stops parsing on 2.
+// `publish` 1: what changed goes to the clients at once.
+int ParseResponseBuffer(PortContext* port, char* text, int publish);
+
 // Back to "between responses". With `full` the job record under construction
 // is dropped too.
 void ResetParser(PjlParserState* state, int full);

@@ -9,4 +9,8 @@ int PublishVariables(PortContext* port) {
     return port->variables == nullptr ? -1 : 0;
 }
 
+int ReplayVariables(PortContext* port, ManagerLink* link) {
+    return port->variables == nullptr || link == nullptr ? -1 : 0;
+}
+
 }  // namespace langmon

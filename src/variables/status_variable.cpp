@@ -296,4 +296,37 @@ uint32_t VariableSize(const StatusVariable* row) {
     return row->ElementSize * count + 4;
 }
 
+int UpdateVariable(StatusVariable* row, const void* bytes) {
+    if (SetVariable(row, bytes) == 0) {
+        return 0;
+    }
+    row->Dirty = 1;
+    return 1;
+}
+
+int ReplaceVariable(StatusVariable* row, const void* bytes, uint32_t blockSize) {
+    if (row == nullptr || bytes == nullptr) {
+        return 0;
+    }
+    uint32_t size = row->Size;
+    if (size == CountedSize) {
+        uint32_t count = 0;
+        std::memcpy(&count, bytes, sizeof count);
+        size = row->ElementSize * count + 4;
+    }
+    if (row->Value != nullptr && VariableSize(row) == size && size <= blockSize &&
+        std::memcmp(row->Value, bytes, size) == 0) {
+        return 0;
+    }
+    void* block = GlobalAlloc(GPTR, blockSize);
+    if (block == nullptr) {
+        return 0;
+    }
+    std::memcpy(block, bytes, blockSize);
+    GlobalFree(row->Value);
+    row->Value = block;
+    row->Dirty = 1;
+    return 1;
+}
+
 }  // namespace langmon

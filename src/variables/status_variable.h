@@ -55,4 +55,13 @@ StatusVariable* FindVariableForClient(const char* name, StatusVariable* table,
 int SetVariable(StatusVariable* row, const void* bytes);
 uint32_t VariableSize(const StatusVariable* row);
 
+// The writers' step: the bytes become the row's value and the row is marked
+// Dirty, unless the value already reads so. 1 when something changed; 0 also
+// when there is no row or no block could be had, and the old value stays.
+int UpdateVariable(StatusVariable* row, const void* bytes);
+// The same for a value that may change size (a counted value): a new block of
+// `blockSize` bytes takes the old one's place. The values compare over the
+// size the row's rule gives them.
+int ReplaceVariable(StatusVariable* row, const void* bytes, uint32_t blockSize);
+
 }  // namespace langmon

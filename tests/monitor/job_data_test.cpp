@@ -81,7 +81,7 @@ TEST_F(JobRoadTest, AJobsLeadingUelIsTakenOnceForTheHeadersOwn) {
 TEST_F(JobRoadTest, AnAnsweringPrinterOfNoKnownModelGetsNoHeader) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
-    ClearPortFlag(port, PF_MODEL_KNOWN);
+    PrinterAnswers(port, testing::ForeignPrinterId);
     ASSERT_TRUE(Start(port));
     const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'c');
     EXPECT_EQ(Send(port, job), job.size());
@@ -94,15 +94,19 @@ TEST_F(JobRoadTest, AnAnsweringPrinterOfNoKnownModelGetsNoHeader) {
 TEST_F(JobRoadTest, ASilentPrinterIsProbedTwiceThenTheJobGoesOnWithoutHeader) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
-    ClearPortFlag(port, PF_MODEL_KNOWN);
+    PrinterSilent(port);
     ASSERT_TRUE(Start(port));
-    SetPortFlag(port, PF_OFFLINE);
+    EXPECT_TRUE(HasPortFlag(port, PF_OFFLINE));
     const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'd');
     DWORD written = 0;
+    const DWORD started = Elapsed();
     ASSERT_TRUE(Write(port, job, &written));
     EXPECT_EQ(written, job.size());
-    // Two NUL probes, 100 ms after each, then the data behind them.
-    EXPECT_EQ(Elapsed(), 200u);
+    // Three polls of three tries a second apart, two NUL probes 100 ms
+    // apart between them, then the data behind the probes.
+    EXPECT_EQ(Elapsed() - started, 3 * 2000u + 2 * 100u);
+    // The start's poll and the gate's three, of three tries each.
+    EXPECT_EQ(lower.Port("LPT1").Count(CallKind::GetPrinterDataFromPort), 4 * 3);
     const auto writes = lower.Port("LPT1").Calls(CallKind::WritePort);
     ASSERT_GE(writes.size(), 3u);
     EXPECT_EQ(writes[0].bytes, std::string(1, '\0'));
@@ -115,9 +119,8 @@ TEST_F(JobRoadTest, ASilentPrinterIsProbedTwiceThenTheJobGoesOnWithoutHeader) {
 TEST_F(JobRoadTest, APortThatRefusesTheProbeTakesNothing) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
-    ClearPortFlag(port, PF_MODEL_KNOWN);
+    PrinterSilent(port);
     ASSERT_TRUE(Start(port));
-    SetPortFlag(port, PF_OFFLINE);
     lower.Port("LPT1").QueueWrite(WriteAnswer::Refuse(ERROR_TIMEOUT));
     DWORD written = 7;
     SetLastError(0xdeadbeef);
@@ -148,39 +151,44 @@ TEST_F(JobRoadTest, AHeaderThatGoesOutInPartHoldsTheDataUntilItsRestIsOut) {
 TEST_F(JobRoadTest, ASilentUsbPrinterHoldsTheSpoolerUnlessTheJobIsDiscarded) {
     PortContext* port = Open("USB001");
     ASSERT_TRUE(port->portKind & PK_BIDI);
+    PrinterSilent(port);
     ASSERT_TRUE(Start(port));
-    SetPortFlag(port, PF_OFFLINE);
+    EXPECT_TRUE(HasPortFlag(port, PF_OFFLINE));
     DWORD written = 7;
+    DWORD started = Elapsed();
     ASSERT_TRUE(Write(port, std::string(50, 'f'), &written));
     EXPECT_EQ(written, 0u);
-    EXPECT_EQ(Elapsed(), 14000u);
+    // 4 s, a poll of three tries a second apart, 10 s.
+    EXPECT_EQ(Elapsed() - started, 4000u + 2000u + 10000u);
     EXPECT_EQ(Received("USB001"), "");
 
     SetPortFlag(port, PF_DISCARD);
     SetLastError(0);
+    started = Elapsed();
     ASSERT_TRUE(Write(port, std::string(50, 'f'), &written));
     EXPECT_EQ(written, 50u) << "swallowed";
-    EXPECT_EQ(Elapsed(), 14000u) << "at once";
+    EXPECT_EQ(Elapsed(), started) << "at once";
     EXPECT_EQ(Received("USB001"), "");
     EXPECT_TRUE(EndDocPort(port));
 }
 
 TEST_F(JobRoadTest, AUsbDocumentThatWouldNotOpenIsTriedAgainByEachWrite) {
     PortContext* port = Open("USB001");
-    lower.Port("USB001").FailStartDoc(ERROR_ACCESS_DENIED);
+    lower.Port("USB001").FailStartDoc(ERROR_ACCESS_DENIED, true);
     ASSERT_TRUE(Start(port));
     DWORD written = 7;
+    const DWORD started = Elapsed();
     ASSERT_TRUE(Write(port, std::string(30, 'g'), &written));
     EXPECT_EQ(written, 0u);
-    EXPECT_EQ(Elapsed(), 4000u);
+    EXPECT_EQ(Elapsed() - started, 4000u);
     lower.Port("USB001").FailStartDoc(0);
     ASSERT_TRUE(Write(port, std::string(30, 'g'), &written));
     EXPECT_EQ(written, 30u);
     EXPECT_TRUE(HasPortFlag(port, PF_DOC_OPEN));
     const auto starts = lower.Port("USB001").Calls(CallKind::StartDocPort);
-    ASSERT_EQ(starts.size(), 3u);
-    EXPECT_EQ(starts[2].jobId, 12u) << "the job's own document";
-    EXPECT_EQ(starts[2].docName, "letter");
+    EXPECT_EQ(lower.Port("USB001").JobDocumentStarts(), 3);
+    EXPECT_EQ(starts.back().jobId, 12u) << "the job's own document";
+    EXPECT_EQ(starts.back().docName, "letter");
     EXPECT_EQ(Received("USB001"), std::string(30, 'g'));
     EXPECT_TRUE(EndDocPort(port));
 }

@@ -69,14 +69,15 @@ TEST_F(JobRoadTest, TheTrailerNamesTheHeadersJobOnlyWhenTheDataNamedItToo) {
     GiveClient(port);
     const std::string pjlJob = Uel + "@PJL JOB NAME=\"own\"\r\n" + std::string(100, 'q') + "@PJL EOJ\r\n" + Uel;
     const std::string other = "\x1b" "E" + std::string(100, 'r');  // neither PJL nor PostScript
-    for (const std::string& job : {PostScriptJob, pjlJob, other}) {
+    const std::string jobs[] = {PostScriptJob, pjlJob, other};
+    for (const std::string& job : jobs) {
         ASSERT_TRUE(Start(port));
         const std::string id = port->jobIdentifier;
         Send(port, job);
         ASSERT_TRUE(EndDocPort(port));
         EXPECT_STREQ(port->jobListTail->StartIdentifier, id.c_str());
         EXPECT_STREQ(port->jobListTail->EndIdentifier, id.c_str()) << "the record keeps the header's name";
-        if (&job == &other) {
+        if (&job == &jobs[2]) {
             EXPECT_STRNE(port->trailerIdentifier, id.c_str()) << "an EOJ under a name of its own";
             EXPECT_EQ(std::strlen(port->trailerIdentifier), 24u);
         } else {
@@ -178,6 +179,8 @@ TEST_F(JobRoadTest, AnEcpPortStaysBusyWhileTheSpoolerHasJobsWaiting) {
     platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
     FixPortMode(PM_ECP);
     PortContext* port = Open("LPT1");
+    // A job with a header: one without is wound up, and its port let go.
+    GiveClient(port);
     const std::pair<DWORD, DWORD> queue[] = {{12, JOB_STATUS_PRINTING}, {13, 0x1 /* paused */}, {14, 0}, {15, 0}};
     for (const auto& [jobId, status] : queue) {
         platform::SpoolerJob job;

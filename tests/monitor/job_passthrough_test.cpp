@@ -87,7 +87,7 @@ TEST_F(JobPassThroughTest, TheChannelFormNeedsNothingBelow) {
     // Level 1 with no document name is an ordinary job.
     DOC_INFO_1 unnamed{nullptr, nullptr, nullptr};
     ASSERT_TRUE(Start(port, 1, &unnamed));
-    EXPECT_EQ(lower.Port("LPT1").Count(CallKind::StartDocPort), 1);
+    EXPECT_EQ(lower.Port("LPT1").JobDocumentStarts(), 1);
     EXPECT_TRUE(EndDocPort(port));
     EXPECT_TRUE(ClosePort(port));
 }
@@ -101,7 +101,7 @@ TEST_F(JobPassThroughTest, ASecondStartWhileAJobRunsIsBusy) {
     EXPECT_EQ(port->jobOpen, 0u) << "cleared although the first job goes on";
     EXPECT_EQ(port->jobId, 1u);
     EXPECT_TRUE(HasPortFlag(port, PF_JOB_ACTIVE));
-    EXPECT_EQ(lower.Port("LPT1").Count(CallKind::StartDocPort), 1);
+    EXPECT_EQ(lower.Port("LPT1").JobDocumentStarts(), 1);
     // The semaphore was given back: the first job still ends.
     EXPECT_TRUE(EndDocPort(port));
     EXPECT_TRUE(ClosePort(port));

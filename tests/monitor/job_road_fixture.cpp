@@ -1,6 +1,7 @@
 #include "monitor/job_road_fixture.h"
 
 #include "platform/registry.h"
+#include "platform/spooler_jobs.h"
 
 #include <algorithm>
 
@@ -25,6 +26,11 @@ void JobRoadTest::TearDown() {
         FreeJobRecords(port);
         EXPECT_TRUE(ClosePort(port));
     }
+    // The job's start opened the spooler's handle for the client's printer.
+    if (client_.spoolerHandle != nullptr) {
+        ClosePrinter(client_.spoolerHandle);
+        client_.spoolerHandle = nullptr;
+    }
     MonitorTest::TearDown();
 }
 
@@ -42,14 +48,24 @@ PortContext* JobRoadTest::Open(const char* name) {
     HANDLE handle = nullptr;
     EXPECT_TRUE(OpenPortEx(const_cast<LPSTR>(name), const_cast<LPSTR>(Printer), &handle, lower.Table()));
     auto* port = static_cast<PortContext*>(handle);
-    if (port != nullptr) opened_.push_back(port);
+    if (port != nullptr) {
+        opened_.push_back(port);
+        PrinterAnswers(port, KnownPrinterId);
+    }
     return port;
 }
 
 void JobRoadTest::GiveClient(PortContext* port) {
     client_.printerName = clientName_;
     port->managers = &client_;
-    SetPortFlag(port, PF_MODEL_KNOWN);
+}
+
+void JobRoadTest::PrinterAnswers(PortContext* port, const std::string& deviceId) {
+    lower.Port(port->portName).SetDeviceId(deviceId);
+}
+
+void JobRoadTest::PrinterSilent(PortContext* port) {
+    lower.Port(port->portName).FailDeviceId(ERROR_TIMEOUT);
 }
 
 BOOL JobRoadTest::Start(PortContext* port, DWORD jobId) {

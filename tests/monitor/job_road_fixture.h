@@ -12,6 +12,7 @@
 #include "monitor/port_mode.h"
 #include "portkind/port_kind.h"
 
+#include "support/device_ids.h"
 #include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 #include "support/scripted_port_monitor.h"
@@ -33,11 +34,16 @@ protected:
     // "MyPortMode": 0 removes the fixed mode.
     static void FixPortMode(DWORD mode);
 
-    // Opens a port; TearDown closes it.
+    // Opens a port with a ready printer of a known model behind it;
+    // TearDown closes it.
     PortContext* Open(const char* name);
-    // The printer on the port gets a client and is a model the monitor knows,
-    // as the poll and the manager binding would find.
+    // The printer on the port gets a client, as the manager binding would
+    // give it.
     void GiveClient(PortContext* port);
+    // What the printer on the port answers from now on: a device ID, or
+    // nothing at all.
+    void PrinterAnswers(PortContext* port, const std::string& deviceId);
+    void PrinterSilent(PortContext* port);
     BOOL Start(PortContext* port, DWORD jobId = 12);
     // One WritePort call, as the spooler makes it.
     BOOL Write(PortContext* port, const std::string& bytes, DWORD* written);

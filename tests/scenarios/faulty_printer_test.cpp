@@ -61,8 +61,10 @@ TEST_F(ScenarioTest, ATrailerCutByAPartialWriteStillEndsTheJobAtThePrinter) {
 }
 
 TEST_F(ScenarioTest, ASilentPrinterHoldsTheJobBackUntilItAnswersAgain) {
-    // On USB a write that takes nothing waits out the port's write time-out.
-    for (const auto& [portName, waitPerCall] : {std::pair{"LPT1", 0u}, std::pair{"USB001", 10000u}}) {
+    // Each call polls the printer: three tries a second apart. On LPT1 the
+    // port then refuses the probe byte; on USB the call waits 4 s before the
+    // poll and 10 s after it.
+    for (const auto& [portName, waitPerCall] : {std::pair{"LPT1", 2000u}, std::pair{"USB001", 16000u}}) {
         SCOPED_TRACE(portName);
         PortContext* port = Connect(portName, PM_COMPAT, true, {.silent = true});
         const std::string job = PostScriptJob(1, 3000);

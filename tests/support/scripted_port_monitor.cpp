@@ -117,10 +117,11 @@ void ScriptedPort::FailOpen(DWORD error) {
     openError_ = error;
 }
 
-void ScriptedPort::FailStartDoc(DWORD error) {
+void ScriptedPort::FailStartDoc(DWORD error, bool jobsOnly) {
     std::lock_guard lock(scriptLock);
     failStartDoc_ = error != 0;
     startDocError_ = error;
+    startDocJobsOnly_ = jobsOnly;
 }
 
 void ScriptedPort::FailEndDoc(DWORD error) {
@@ -189,6 +190,14 @@ int ScriptedPort::Count(CallKind kind) const {
     std::lock_guard lock(scriptLock);
     return static_cast<int>(std::count_if(calls_.begin(), calls_.end(),
                                           [kind](const PortCall& call) { return call.kind == kind; }));
+}
+
+int ScriptedPort::JobDocumentStarts() const {
+    int count = 0;
+    for (const PortCall& call : Calls(CallKind::StartDocPort)) {
+        if (call.jobId != 0) ++count;
+    }
+    return count;
 }
 
 std::string ScriptedPort::Received() const {
@@ -298,7 +307,8 @@ struct ScriptedEntries {
                 call.docJobId = doc2->JobId;
             }
         }
-        call.result = Scripted(port->failStartDoc_, port->startDocError_);
+        call.result = Scripted(port->failStartDoc_ && (JobId != 0 || !port->startDocJobsOnly_),
+                               port->startDocError_);
         Record(port, call);
         return call.result;
     }

@@ -109,7 +109,9 @@ public:
     // Script. OpenPort, StartDocPort and EndDocPort fail from now on with
     // `error` as the last error; an error of 0 makes them succeed again.
     void FailOpen(DWORD error);
-    void FailStartDoc(DWORD error);
+    // With `jobsOnly` only a job's document fails; the monitor's own, with
+    // JobId 0, still opens.
+    void FailStartDoc(DWORD error, bool jobsOnly = false);
     void FailEndDoc(DWORD error);
     // Answers for the next writes, in order; once they are used up every write
     // takes all.
@@ -133,6 +135,8 @@ public:
     std::vector<PortCall> Calls(CallKind kind) const;
     std::vector<CallKind> CallKinds() const;
     int Count(CallKind kind) const;
+    // StartDocPort calls for a job's document: the monitor's own carry JobId 0.
+    int JobDocumentStarts() const;
     // Every byte the port took, all writes in order.
     std::string Received() const;
     void ForgetCalls();  // calls and received bytes, not the script
@@ -147,6 +151,7 @@ private:
     DWORD openError_ = 0;
     bool failStartDoc_ = false;
     DWORD startDocError_ = 0;
+    bool startDocJobsOnly_ = false;
     bool failEndDoc_ = false;
     DWORD endDocError_ = 0;
     std::deque<WriteAnswer> writes_;
