@@ -1,5 +1,6 @@
 // The langmon command.
 
+#include "decode_command.h"
 #include "print_command.h"
 
 #include <iostream>
@@ -19,7 +20,13 @@ constexpr const char* Usage =
     "  emulator:model=Laser Printer 6300tx,toner.cyan=4,state=FILE; see the\n"
     "  README), or file:PATH (the bytes go to a file).\n"
     "  The machine the monitor sees is described by the file that the\n"
-    "  environment variable LANGMON_REGISTRY names (see the README).\n";
+    "  environment variable LANGMON_REGISTRY names (see the README).\n"
+    "\n"
+    "usage: langmon decode DEVICE_ID [--json]\n"
+    "  Shows what the monitor makes of a printer's IEEE 1284 device ID: the\n"
+    "  status variables one poll gives it and the LM_ values. DEVICE_ID is the\n"
+    "  text, quoted, or - to read it from standard input, e.g.\n"
+    "    langmon decode - < /sys/class/usbmisc/lp0/device/ieee1284_id\n";
 
 }  // namespace
 
@@ -38,6 +45,15 @@ int main(int argc, char** argv) {
             return 2;
         }
         return langmon::tool::RunPrint(options, std::cout);
+    }
+    if (words[0] == "decode") {
+        langmon::tool::DecodeOptions options;
+        std::string error;
+        if (!langmon::tool::ParseDecodeOptions({words.begin() + 1, words.end()}, &options, &error)) {
+            std::cerr << "langmon decode: " << error << '\n' << Usage;
+            return 2;
+        }
+        return langmon::tool::RunDecode(options, std::cout, std::cerr);
     }
     std::cerr << "langmon: unknown command " << words[0] << '\n' << Usage;
     return 2;

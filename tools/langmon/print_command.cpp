@@ -2,9 +2,11 @@
 
 #include "file_port_monitor.h"
 #include "job_report.h"
+#include "status_report.h"
 
 #include "emulator/port_monitor.h"
 #include "emulator/printer_description.h"
+#include "monitor/port_context.h"
 #include "platform/clock.h"
 
 #include <langmon/monitor.h>
@@ -220,8 +222,13 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         Line(out, "EndDocPort", Outcome(ok));
         exitCode = ok ? exitCode : 1;
     }
+    // The variables go with the port: what the last poll made of the printer
+    // is taken before it closes.
+    std::ostringstream status;
+    DescribePrinterStatus(status, static_cast<PortContext*>(port), false);
     ok = monitor.ClosePort(port);
     Line(out, "ClosePort", Outcome(ok));
+    out << "what the monitor's last poll made of the printer:\n" << status.str();
     exitCode = ok ? exitCode : 1;
 
     const std::string_view jobBytes(job.data(), job.size());

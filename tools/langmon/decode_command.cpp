@@ -1,0 +1,144 @@
+#include "decode_command.h"
+
+#include "status_report.h"
+
+#include "acquisition/poll.h"
+#include "monitor/monitor_entry.h"
+#include "monitor/port_context.h"
+#include "portkind/port_kind.h"
+
+#include <langmon/monitor.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+#include <iterator>
+#include <ostream>
+
+namespace langmon::tool {
+
+namespace {
+
+// The port monitor below the port: a printer whose only word is the text.
+std::string answerText;
+int answerPort;
+
+BOOL OpenAnswerPort(LPSTR, PHANDLE handle) {
+    *handle = &answerPort;
+    return TRUE;
+}
+BOOL StartAnswerDoc(HANDLE, LPSTR, DWORD, DWORD, LPBYTE) { return TRUE; }
+BOOL WriteAnswerPort(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
+    *written = length;
+    return TRUE;
+}
+BOOL ReadAnswerPort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
+    *read = 0;
+    return TRUE;
+}
+BOOL EndAnswerDoc(HANDLE) { return TRUE; }
+BOOL CloseAnswerPort(HANDLE) { return TRUE; }
+BOOL AnswerDeviceId(HANDLE, DWORD, LPSTR, LPSTR, DWORD, LPSTR out, DWORD outSize, LPDWORD returned) {
+    const DWORD length = static_cast<DWORD>(std::min<std::size_t>(answerText.size(), outSize));
+    std::memcpy(out, answerText.data(), length);
+    *returned = length;
+    return TRUE;
+}
+
+MONITOR AnswerPortMonitor() {
+    MONITOR table{};
+    table.OpenPort = OpenAnswerPort;
+    table.StartDocPort = StartAnswerDoc;
+    table.WritePort = WriteAnswerPort;
+    table.ReadPort = ReadAnswerPort;
+    table.EndDocPort = EndAnswerDoc;
+    table.ClosePort = CloseAnswerPort;
+    table.GetPrinterDataFromPort = AnswerDeviceId;
+    return table;
+}
+
+// Why the monitor would not read the text, or empty.
+std::string Unreadable(const std::string& text) {
+    if (text.empty()) return "the text is empty";
+    if (text.size() > DeviceIdBytes) {
+        return "the text is " + std::to_string(text.size()) + " bytes long; a printer's answer holds at most " +
+               std::to_string(DeviceIdBytes);
+    }
+    if (text.find('\0') != std::string::npos) return "the text holds a NUL byte";
+    if (DeviceIdUsable(text.c_str()) == 0) {
+        return text.find(std::string(258, ' ')) != std::string::npos
+                   ? "the text holds a run of 258 or more blanks"
+                   : "the text does not end in ';' (trailing blanks aside), as a device ID's fields of KEY:value; do";
+    }
+    return {};
+}
+
+}  // namespace
+
+bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* options,
+                        std::string* error) {
+    bool haveText = false;
+    for (const std::string& word : words) {
+        if (word == "--json") {
+            options->json = true;
+        } else if (word.size() > 1 && word[0] == '-' && word.find(':') == std::string::npos) {
+            *error = "unknown option " + word;
+            return false;
+        } else if (haveText) {
+            *error = "one device ID at a time (quote it: it holds blanks and ';')";
+            return false;
+        } else {
+            options->deviceId = word;
+            haveText = true;
+        }
+    }
+    if (!haveText) {
+        *error = "which device ID? langmon decode DEVICE_ID";
+        return false;
+    }
+    if (options->deviceId == "-") {
+        options->deviceId.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+        // A file read whole ends in the line break the shell or the kernel put there.
+        while (!options->deviceId.empty() &&
+               (options->deviceId.back() == '\n' || options->deviceId.back() == '\r')) {
+            options->deviceId.pop_back();
+        }
+    }
+    return true;
+}
+
+int RunDecode(const DecodeOptions& options, std::ostream& out, std::ostream& err) {
+    if (const std::string why = Unreadable(options.deviceId); !why.empty()) {
+        err << "langmon decode: not a device ID: " << why << '\n';
+        return 2;
+    }
+    answerText = options.deviceId;
+    MONITOR lower = AnswerPortMonitor();
+    MONITOR monitor{};
+    InitializeMonitorEx(nullptr, &monitor);
+    char portName[] = "LPT1:";
+    char printerName[] = "langmon decode";
+    HANDLE handle = nullptr;
+    if (!monitor.OpenPortEx(portName, printerName, &handle, &lower)) {
+        err << "langmon decode: the port would not open, last error " << GetLastError() << '\n';
+        return 1;
+    }
+    auto* port = static_cast<PortContext*>(handle);
+    if ((port->portKind & PK_BIDI) == 0) {
+        err << "langmon decode: the machine description makes " << portName
+            << " a one-way port, which is never polled\n";
+        monitor.ClosePort(handle);
+        return 1;
+    }
+    PollPrinterStatusHoldingSemaphore(port);
+    if (options.json) {
+        WritePrinterStatusJson(out, port);
+    } else {
+        out << "what the monitor makes of the device ID\n";
+        DescribePrinterStatus(out, port, true);
+    }
+    monitor.ClosePort(handle);
+    return 0;
+}
+
+}  // namespace langmon::tool
