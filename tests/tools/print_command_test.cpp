@@ -109,6 +109,9 @@ TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
     EXPECT_NE(report.str().find("has not finished a job without a PJL JOB line: 0 pages"), std::string::npos)
         << report.str();
     EXPECT_NE(report.str().find("the printer shows \"Paper jam\""), std::string::npos) << report.str();
+    // The monitor read the jam from the printer's device ID.
+    EXPECT_NE(report.str().find("  status       paper jam (error)\n"), std::string::npos) << report.str();
+    EXPECT_EQ(report.str().find("  jams         none"), std::string::npos) << report.str();
     std::remove(job.c_str());
 }
 
