@@ -4,7 +4,7 @@
 // nothing more of its data. Thousands of seeded schedules per strategy; a
 // failing one prints its seed, and LANGMON_SEED=<seed> replays it alone.
 
-#include "monitor/job_road_fixture.h"
+#include "support/job_road_fixture.h"
 
 #include <cstdlib>
 #include <map>

@@ -1,7 +1,7 @@
 // A job's data on its way down: what the first block shows, the header gate,
 // the ports that hold the spooler back, and the three ways of writing.
 
-#include "monitor/job_road_fixture.h"
+#include "support/job_road_fixture.h"
 
 #include "monitor/write_strategy.h"
 

@@ -1,7 +1,7 @@
 // The end of a job: the trailer and what precedes it, the names it carries,
 // what the port keeps of the job, and the spooler's queue.
 
-#include "monitor/job_road_fixture.h"
+#include "support/job_road_fixture.h"
 
 #include "platform/registry.h"
 #include "platform/spooler_jobs.h"

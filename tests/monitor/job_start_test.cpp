@@ -1,7 +1,7 @@
 // The start of a job: the port's mode, what a job with and without a client
 // gets, and the spooler thread's priority.
 
-#include "monitor/job_road_fixture.h"
+#include "support/job_road_fixture.h"
 
 #include "platform/registry.h"
 #include "platform/spooler.h"

@@ -1,4 +1,4 @@
-#include "monitor/job_road_fixture.h"
+#include "support/job_road_fixture.h"
 
 #include "platform/registry.h"
 #include "platform/spooler_jobs.h"
