@@ -16,6 +16,8 @@
 #include "platform/sync.h"
 #include "portkind/port_kind.h"
 
+#include "sink_port_monitor.h"
+
 #include <benchmark/benchmark.h>
 #include <langmon/monitor.h>
 
@@ -41,67 +43,8 @@ char portName[] = "USB001";
 constexpr const char* UsbPortKey =
     "System\\CurrentControlSet\\control\\Print\\Monitors\\USB Monitor\\Ports\\USB001";
 
-// A known model, idle, its status block the same on every answer.
-constexpr char DeviceId[] =
-    "MFG:Quor;CMD:PJL,NPDL,NMPS-C;MDL:Laser Printer 6200tx;CLS:PRINTER;DES:Quor Laser Printer 6200tx;"
-    "STS:AAAPAQAAAAAABAJ/WiNLIzwjLSNkAwADUIKAggAAQQIAAQAAAAAAAAAA;";
-// The status block alone, as DecodeStsBlock finds it behind "STS:".
-constexpr char StsField[] = "AAAPAQAAAAAABAJ/WiNLIzwjLSNkAwADUIKAggAAQQIAAQAAAAAAAAAA;";
-
-// The control codes under which the port monitor below gives the device ID:
-// the plain one, and the one a USB port monitor knows it by.
-constexpr DWORD DeviceIdControlId = 17;
-constexpr DWORD UsbDeviceIdControlId = 0x16000C;
-
-// The port monitor below: every call succeeds, and a device ID request is
-// answered at once with DeviceId.
-int sinkPort;
-
-BOOL SinkOpenPort(LPSTR, PHANDLE handle) {
-    *handle = &sinkPort;
-    return TRUE;
-}
-BOOL SinkStartDocPort(HANDLE, LPSTR, DWORD, DWORD, LPBYTE) { return TRUE; }
-BOOL SinkWritePort(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
-    *written = length;
-    return TRUE;
-}
-// A printer that sends nothing unasked.
-BOOL SinkReadPort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
-    *read = 0;
-    return TRUE;
-}
-BOOL SinkEndDocPort(HANDLE) { return TRUE; }
-BOOL SinkClosePort(HANDLE) { return TRUE; }
-BOOL SinkGetPrinterDataFromPort(HANDLE, DWORD controlId, LPSTR, LPSTR, DWORD, LPSTR out, DWORD outSize,
-                                LPDWORD returned) {
-    if (controlId != DeviceIdControlId && controlId != UsbDeviceIdControlId) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    constexpr DWORD length = sizeof DeviceId - 1;
-    if (out == nullptr || outSize < length) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
-    std::memcpy(out, DeviceId, length);
-    *returned = length;
-    return TRUE;
-}
-BOOL SinkSetPortTimeOuts(HANDLE, LPCOMMTIMEOUTS, DWORD) { return TRUE; }
-
-MONITOR SinkTable() {
-    MONITOR table{};
-    table.OpenPort = SinkOpenPort;
-    table.StartDocPort = SinkStartDocPort;
-    table.WritePort = SinkWritePort;
-    table.ReadPort = SinkReadPort;
-    table.EndDocPort = SinkEndDocPort;
-    table.ClosePort = SinkClosePort;
-    table.GetPrinterDataFromPort = SinkGetPrinterDataFromPort;
-    table.SetPortTimeOuts = SinkSetPortTimeOuts;
-    return table;
-}
+// The code under which a USB port monitor gives the device ID.
+constexpr DWORD UsbDeviceIdCode = 0x16000C;
 
 // The language monitor's entry table, filled once in main.
 MONITOR languageMonitor{};
@@ -125,7 +68,7 @@ void LowerDirect(benchmark::State& state) {
         sink.SetPortTimeOuts(handle, &timeouts, 0);
         std::memset(answer, 0, sizeof answer);
         DWORD returned = 0;
-        sink.GetPrinterDataFromPort(handle, UsbDeviceIdControlId, nullptr, nullptr, 0, answer,
+        sink.GetPrinterDataFromPort(handle, UsbDeviceIdCode, nullptr, nullptr, 0, answer,
                                     DeviceIdBytes, &returned);
         benchmark::DoNotOptimize(answer);
         sink.EndDocPort(handle);
@@ -186,7 +129,7 @@ void PollSteady(benchmark::State& state) {
 
 /* DecodeSts: the status block alone, from its 56 characters to a record. */
 void DecodeSts(benchmark::State& state) {
-    const char* text = StsField;
+    const char* text = SinkStsField;
     StatusRecord record{};
     for (auto _ : state) {
         benchmark::DoNotOptimize(text);

@@ -12,6 +12,8 @@
 #include "platform/registry.h"
 #include "portkind/port_kind.h"
 
+#include "sink_port_monitor.h"
+
 #include <benchmark/benchmark.h>
 #include <langmon/monitor.h>
 
@@ -50,37 +52,6 @@ std::array<BYTE, BlockSize> MakeBlock() {
     return block;
 }
 std::array<BYTE, BlockSize> block = MakeBlock();
-
-// The port monitor below: every call succeeds, every byte is taken.
-int sinkPort;
-
-BOOL SinkOpenPort(LPSTR, PHANDLE handle) {
-    *handle = &sinkPort;
-    return TRUE;
-}
-BOOL SinkStartDocPort(HANDLE, LPSTR, DWORD, DWORD, LPBYTE) { return TRUE; }
-BOOL SinkWritePort(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
-    *written = length;
-    return TRUE;
-}
-// A printer that never answers; only there so that a read never meets a null entry.
-BOOL SinkReadPort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
-    *read = 0;
-    return TRUE;
-}
-BOOL SinkEndDocPort(HANDLE) { return TRUE; }
-BOOL SinkClosePort(HANDLE) { return TRUE; }
-
-MONITOR SinkTable() {
-    MONITOR table{};
-    table.OpenPort = SinkOpenPort;
-    table.StartDocPort = SinkStartDocPort;
-    table.WritePort = SinkWritePort;
-    table.ReadPort = SinkReadPort;
-    table.EndDocPort = SinkEndDocPort;
-    table.ClosePort = SinkClosePort;
-    return table;
-}
 
 // The language monitor's entry table, filled once in main.
 MONITOR languageMonitor{};
