@@ -116,6 +116,28 @@ TEST_F(JobRoadTest, ASilentPrinterIsProbedTwiceThenTheJobGoesOnWithoutHeader) {
     EXPECT_TRUE(EndDocPort(port));
 }
 
+TEST_F(JobRoadTest, APrinterBackAtTheGateGetsTwoSecondsBeforeItsHeader) {
+    PortContext* port = Open("LPT1");
+    GiveClient(port);
+    PrinterSilent(port);
+    ASSERT_TRUE(Start(port));
+    ASSERT_TRUE(HasPortFlag(port, PF_OFFLINE));
+    PrinterAnswers(port, testing::KnownPrinterId);
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(200, 'k');
+    DWORD written = 7;
+    const DWORD started = Elapsed();
+    SetLastError(0xdeadbeef);
+    ASSERT_TRUE(Write(port, job, &written));
+    EXPECT_EQ(written, 0u) << "the printer settles first";
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_EQ(Elapsed() - started, 2000u);
+    EXPECT_FALSE(HasPortFlag(port, PF_OFFLINE));
+    EXPECT_EQ(Received("LPT1"), "");
+    EXPECT_EQ(Send(port, job), job.size());
+    EXPECT_EQ(Received("LPT1"), ExpectedHeader(port->jobIdentifier) + job.substr(0, job.size() - 80));
+    EXPECT_TRUE(EndDocPort(port));
+}
+
 TEST_F(JobRoadTest, APortThatRefusesTheProbeTakesNothing) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
