@@ -16,18 +16,25 @@ void Put32(StatusBlock& block, size_t at, uint32_t value) {
 // A level the printer cannot measure goes out as this whole word.
 constexpr uint16_t UnknownLevelWord = 0x7F03;
 
+// A measured level of 127 with nothing else to say would be that same word,
+// and the host would read "unknown". Bit 7, which the host doesn't read,
+// keeps it a measurement.
+uint16_t MeasuredWord(uint16_t word) { return word == UnknownLevelWord ? word | 0x0080 : word; }
+
 uint16_t TonerWord(const Toner& toner) {
     if (toner.level == UnknownLevel) return UnknownLevelWord;
-    return static_cast<uint16_t>((toner.level & 0x7F) << 8 | (toner.fault ? 0x40 : 0) |
-                                 (toner.fitted ? 0x20 : 0) |
-                                 static_cast<uint16_t>(SupplyStateForLevel(toner.level)));
+    const auto state = static_cast<uint16_t>(SupplyStateForLevel(toner.level));
+    const auto word = static_cast<uint16_t>((toner.level & 0x7F) << 8 | (toner.fault ? 0x40 : 0) |
+                                            (toner.fitted ? 0x20 : 0) | state);
+    return MeasuredWord(word);
 }
 
 uint16_t UnitWord(const Unit& unit) {
     if (unit.level == UnknownLevel) return UnknownLevelWord;
     // The unit reports its own faults in bits 5-3; it has no "fitted" bit.
-    return static_cast<uint16_t>((unit.level & 0x7F) << 8 | (unit.fault ? 0x08 : 0) |
-                                 static_cast<uint16_t>(SupplyStateForLevel(unit.level)));
+    const auto word = static_cast<uint16_t>((unit.level & 0x7F) << 8 | (unit.fault ? 0x08 : 0) |
+                                            static_cast<uint16_t>(SupplyStateForLevel(unit.level)));
+    return MeasuredWord(word);
 }
 
 uint16_t TrayWord(const Tray& tray) {
