@@ -1,0 +1,172 @@
+// The printer's device ID as the port reads it: which printers are known
+// models, and what maker, model, languages and status the fields leave in
+// the variables.
+#include "acquisition/acquisition_fixture.h"
+
+#include "acquisition/device_id.h"
+#include "platform/memory.h"
+#include "support/device_ids.h"
+
+#include <cstring>
+#include <string>
+
+namespace langmon {
+namespace {
+
+using testing::AcquisitionTest;
+using testing::ForeignPrinterId;
+using testing::KnownPrinterId;
+using testing::ReadyStatusBlock;
+
+class DeviceIdTest : public AcquisitionTest {
+protected:
+    std::string Text(const char* name) {
+        const StatusVariable* row = Var(name);
+        return row != nullptr && row->Value != nullptr ? static_cast<const char*>(row->Value)
+                                                       : "(none)";
+    }
+    std::string SysName() { return std::string(port->lmBlock.LM_SysName, 32); }
+};
+
+bool SameMask(ModelMask a, ModelMask b) {
+    return a.low == b.low && a.high == b.high;
+}
+
+TEST_F(DeviceIdTest, TheModelFieldDecidesWhetherThePrinterIsKnown) {
+    constexpr ModelMask Earlier{0x5, 0x5};  // what an earlier poll left
+    constexpr ModelMask Foreign{0, 0};
+    const struct {
+        std::string text;
+        int known;
+        ModelMask mask;
+    } cases[] = {
+        {"MFG:Quor;MDL:Laser Printer 6200tx;", 1, ModelMask6200},
+        {KnownPrinterId, 1, ModelMask6200},
+        {"MODEL:Laser Printer 6300tx;", 1, ModelMask6300},
+        {"MDL:Laser Printer 6200tx X;", 0, Foreign},
+        {"MDL:laser printer 6200tx;", 0, Foreign},
+        {"MDL:Laser Printer 6300tx;MODEL:Laser Printer 6200tx;", 1, ModelMask6200},
+        {"MDL:Laser Printer 6200tx;MDL:Office Jet 12;", 0, Foreign},
+        {ForeignPrinterId, 0, Foreign},
+        {"MFG:Quor;CMD:PJL;", 0, Earlier},
+        {" MDL:Laser Printer 6200tx;", 0, Earlier},
+        {"DES:MDL:Laser Printer 6200tx;", 0, Earlier},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        port->modelMask = Earlier;
+        std::string copy = c.text;
+        EXPECT_EQ(IdentifyPrinter(port, copy.data()), c.known);
+        EXPECT_TRUE(SameMask(port->modelMask, c.mask))
+            << std::hex << port->modelMask.low << " " << port->modelMask.high;
+    }
+}
+
+TEST_F(DeviceIdTest, AKnownPrintersFieldsReachTheVariables) {
+    std::string text = KnownPrinterId;
+    ApplyDeviceId(text.data(), port);
+    EXPECT_EQ(text, KnownPrinterId);  // every ';' put back
+    EXPECT_EQ(Text("PrinterManufacturer"), "Quor");
+    EXPECT_EQ(Text("PrinterModel"), "Laser Printer 6200tx");
+    EXPECT_EQ(SysName(), std::string("Laser Printer 6200tx") + std::string(12, '\0'));
+    EXPECT_EQ(Words("EmulationInfo", 3), (std::vector<uint32_t>{2, 0, 5}));
+    EXPECT_EQ(Word("PrinterMemory"), 131072u);
+    EXPECT_EQ(Words("PrinterStatus", 3), (std::vector<uint32_t>{0, 0, 1}));
+    EXPECT_EQ(Word("PrinterBinConfig"), 2u);
+
+    std::string maker = "MANUFACTURER:Quor Co;MDL:Laser Printer 6200tx;";
+    ApplyDeviceId(maker.data(), port);
+    EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
+}
+
+TEST_F(DeviceIdTest, AnStsFieldThatDoesNotDecodeChangesNothing) {
+    const auto status = Words("PrinterStatus", 3);
+    for (const std::string& block : {ReadyStatusBlock.substr(0, 55), ReadyStatusBlock + "A",
+                                     "-" + ReadyStatusBlock.substr(1)}) {
+        SCOPED_TRACE(block);
+        std::string text = "MDL:Laser Printer 6200tx;STS:" + block + ";MFG:Quor;";
+        ApplyDeviceId(text.data(), port);
+        EXPECT_EQ(Words("PrinterStatus", 3), status);
+        EXPECT_EQ(Var("PrinterMemory")->Value, nullptr);
+        EXPECT_EQ(Text("PrinterManufacturer"), "Quor");  // the walk goes on
+    }
+}
+
+TEST_F(DeviceIdTest, OnlyAForeignPrinterIsReadUnderModel) {
+    std::string text = "MODEL:Laser Printer 6300tx;CMD:NPDL;";
+    std::string copy = text;
+    ASSERT_EQ(IdentifyPrinter(port, copy.data()), 1);
+    ApplyDeviceId(text.data(), port);
+    EXPECT_EQ(Text("PrinterModel"), "(none)");
+    EXPECT_EQ(SysName(), std::string(32, '\0'));
+    EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));
+
+    std::string foreign = "MFG:Other;CMD:PCL,NMPS-C;MODEL:Office Jet 12;";
+    ApplyForeignDeviceId(foreign.data(), port);
+    EXPECT_EQ(foreign, "MFG:Other;CMD:PCL,NMPS-C;MODEL:Office Jet 12;");
+    EXPECT_EQ(Text("PrinterManufacturer"), "Other");
+    EXPECT_EQ(Text("PrinterModel"), "Office Jet 12");
+    EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));  // languages are not read
+}
+
+TEST_F(DeviceIdTest, LanguagesAreKnownNamesAnywhereInTheFieldInAscendingCodes) {
+    const struct {
+        const char* value;
+        std::vector<uint32_t> info;
+    } cases[] = {
+        {"PJL,NPDL,NMPS-C;", {2, 0, 5}},
+        {"NMPS-C,NPDL;CMD:NPDL;", {2, 0, 5}},
+        {"PJL;", {0}},
+        {"XNPDL;", {1, 0}},
+        {"NMPS-C,NPDL,NMPS-C,NPDL", {4, 0, 0, 5, 5}},
+        {"NMPS,NPD;NPDL", {0}},
+        {"", {0}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        StoreEmulations(c.value, port);
+        EXPECT_EQ(VariableSize(Var("EmulationInfo")), 4 * c.info.size());
+        EXPECT_EQ(Words("EmulationInfo", c.info.size()), c.info);
+    }
+}
+
+TEST_F(DeviceIdTest, AnUnchangedValueIsNotSentAgain) {
+    EXPECT_EQ(StoreManufacturer("Quor", port), 1);
+    EXPECT_EQ(StoreEmulations("PJL,NPDL,NMPS-C;", port), 1);
+    ClearDirty();
+    EXPECT_EQ(StoreManufacturer("Quor", port), 0);
+    EXPECT_EQ(StoreEmulations("NMPS-C,NPDL;", port), 0);
+    EXPECT_EQ(Var("PrinterManufacturer")->Dirty, 0u);
+    EXPECT_EQ(Var("EmulationInfo")->Dirty, 0u);
+    EXPECT_EQ(StoreManufacturer("Quor Co", port), 1);
+    EXPECT_EQ(Var("PrinterManufacturer")->Dirty, 1u);
+
+    // A value that can't be had leaves the last one.
+    platform::FailAllocation(1, true);
+    EXPECT_EQ(StoreManufacturer("Other", port), 0);
+    EXPECT_EQ(StoreEmulations("NPDL;", port), 0);
+    platform::StopFailingAllocations();
+    EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
+    EXPECT_EQ(Words("EmulationInfo", 3), (std::vector<uint32_t>{2, 0, 5}));
+}
+
+TEST_F(DeviceIdTest, ALongModelTextIsCutToEachValuesRoom) {
+    const std::string model = "Laser Printer 6200tx, a name of 40 bytes";
+    ASSERT_EQ(model.size(), 40u);
+    std::string text = "MDL:" + model + ";";
+    ApplyDeviceId(text.data(), port);
+    std::vector<uint8_t> block(model.begin(), model.end());
+    block.resize(64, 0);
+    EXPECT_EQ(Bytes("PrinterModel", 64), block);
+    EXPECT_EQ(SysName(), model.substr(0, 32));  // all 32 bytes text, no NUL
+
+    const std::string longer(70, 'm');
+    StoreModel(longer.c_str(), port);
+    block.assign(63, 'm');
+    block.push_back(0);
+    EXPECT_EQ(Bytes("PrinterModel", 64), block);
+    EXPECT_EQ(SysName(), std::string(32, 'm'));
+}
+
+}  // namespace
+}  // namespace langmon
