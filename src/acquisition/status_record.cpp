@@ -95,10 +95,6 @@ void FillBinEntry(uint8_t* entry, uint32_t slot, uint16_t word) {
 }
 
 void ApplyTrays(StatusRecord* record, PortContext* port) {
-    // The new value's block comes first: without it the trays change nowhere,
-    // so PrinterBinConfig, their LM_ picture and the feeder never disagree.
-    void* block = GlobalAlloc(GPTR, BinConfigBytes);
-    if (block == nullptr) return;
     uint8_t config[BinConfigBytes] = {};
     uint32_t count = 0;
     for (uint32_t slot = 0; slot < 3; ++slot) {
@@ -107,17 +103,23 @@ void ApplyTrays(StatusRecord* record, PortContext* port) {
         ++count;
     }
     std::memcpy(config, &count, sizeof count);
-    FillLmTrays(record, config, port);
+    // A new value needs its block before anything changes: without it the
+    // trays change nowhere, so PrinterBinConfig, their LM_ picture and the
+    // feeder never disagree. Trays as they were cost no block at all.
     const uint32_t filled = 4 + BinEntryBytes * count;  // the rest of the 40 bytes is zero
     StatusVariable* row = Row(port, "PrinterBinConfig", 0);
+    void* block = nullptr;
     if (row != nullptr && (row->Value == nullptr || VariableSize(row) != filled ||
                            std::memcmp(row->Value, config, filled) != 0)) {
+        block = GlobalAlloc(GPTR, BinConfigBytes);
+        if (block == nullptr) return;
+    }
+    FillLmTrays(record, config, port);
+    if (block != nullptr) {
         std::memcpy(block, config, sizeof config);
         GlobalFree(row->Value);
         row->Value = block;
         row->Dirty = 1;
-    } else {
-        GlobalFree(block);
     }
 
     // The feeding tray. The feed word's fourth slot names no tray: it
