@@ -29,16 +29,9 @@ inline StatusRecord ReadyRecord() {
     r.StatusCode = 0x0F01;
     r.MemoryUnits = 4;
     r.CoverWord = 0x027F;
-    r.SupplyWord[0] = 0x5A23;
-    r.SupplyWord[1] = 0x4B23;
-    r.SupplyWord[2] = 0x3C23;
-    r.SupplyWord[3] = 0x2D23;
-    r.CruWord = 0x6403;
-    r.AuxByte = 3;
-    r.TrayWord[0] = 0x5082;
-    r.TrayWord[1] = 0x8082;
-    r.FeedWord = 0x4102;
-    r.OptionWord = 1;
+    r.SupplyWord[0] = 0x5A23, r.SupplyWord[1] = 0x4B23, r.SupplyWord[2] = 0x3C23;
+    r.SupplyWord[3] = 0x2D23, r.CruWord = 0x6403, r.AuxByte = 3;
+    r.TrayWord[0] = 0x5082, r.TrayWord[1] = 0x8082, r.FeedWord = 0x4102, r.OptionWord = 1;
     return r;
 }
 
@@ -46,11 +39,9 @@ class AcquisitionTest : public MonitorTest {
 protected:
     void SetUp() override {
         MonitorTest::SetUp();
-        for (const char* name : {"LPT1", "LPT2"}) {
+        for (const std::string name : {"LPT1", "LPT2"}) {
             const std::string key =
-                std::string(
-                    "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\") +
-                name;
+                "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\" + name;
             platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
             platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", "Printer Port");
         }
@@ -94,8 +85,8 @@ protected:
     }
     std::vector<uint32_t> Words(const char* name, std::size_t n) {
         const std::vector<uint8_t> bytes = Bytes(name, 4 * n);
-        std::vector<uint32_t> words(bytes.empty() ? 0 : n);
-        if (!bytes.empty()) std::memcpy(words.data(), bytes.data(), bytes.size());
+        std::vector<uint32_t> words(bytes.size() / 4);
+        std::memcpy(words.data(), bytes.data(), bytes.size());
         return words;
     }
     // A 32-bit value, or 0xDEADBEEF while the row has none.

@@ -7,7 +7,6 @@
 #include "platform/memory.h"
 #include "support/device_ids.h"
 
-#include <cstring>
 #include <string>
 
 namespace langmon {
@@ -16,7 +15,6 @@ namespace {
 using testing::AcquisitionTest;
 using testing::ForeignPrinterId;
 using testing::KnownPrinterId;
-using testing::ReadyStatusBlock;
 
 class DeviceIdTest : public AcquisitionTest {
 protected:
@@ -79,19 +77,6 @@ TEST_F(DeviceIdTest, AKnownPrintersFieldsReachTheVariables) {
     EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
 }
 
-TEST_F(DeviceIdTest, AnStsFieldThatDoesNotDecodeChangesNothing) {
-    const auto status = Words("PrinterStatus", 3);
-    for (const std::string& block : {ReadyStatusBlock.substr(0, 55), ReadyStatusBlock + "A",
-                                     "-" + ReadyStatusBlock.substr(1)}) {
-        SCOPED_TRACE(block);
-        std::string text = "MDL:Laser Printer 6200tx;STS:" + block + ";MFG:Quor;";
-        ApplyDeviceId(text.data(), port);
-        EXPECT_EQ(Words("PrinterStatus", 3), status);
-        EXPECT_EQ(Var("PrinterMemory")->Value, nullptr);
-        EXPECT_EQ(Text("PrinterManufacturer"), "Quor");  // the walk goes on
-    }
-}
-
 TEST_F(DeviceIdTest, OnlyAForeignPrinterIsReadUnderModel) {
     std::string text = "MODEL:Laser Printer 6300tx;CMD:NPDL;";
     std::string copy = text;
@@ -148,24 +133,6 @@ TEST_F(DeviceIdTest, AnUnchangedValueIsNotSentAgain) {
     platform::StopFailingAllocations();
     EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
     EXPECT_EQ(Words("EmulationInfo", 3), (std::vector<uint32_t>{2, 0, 5}));
-}
-
-TEST_F(DeviceIdTest, ALongModelTextIsCutToEachValuesRoom) {
-    const std::string model = "Laser Printer 6200tx, a name of 40 bytes";
-    ASSERT_EQ(model.size(), 40u);
-    std::string text = "MDL:" + model + ";";
-    ApplyDeviceId(text.data(), port);
-    std::vector<uint8_t> block(model.begin(), model.end());
-    block.resize(64, 0);
-    EXPECT_EQ(Bytes("PrinterModel", 64), block);
-    EXPECT_EQ(SysName(), model.substr(0, 32));  // all 32 bytes text, no NUL
-
-    const std::string longer(70, 'm');
-    StoreModel(longer.c_str(), port);
-    block.assign(63, 'm');
-    block.push_back(0);
-    EXPECT_EQ(Bytes("PrinterModel", 64), block);
-    EXPECT_EQ(SysName(), std::string(32, 'm'));
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace langmon {
 namespace {
@@ -21,80 +23,61 @@ StatusRecord Untouched() {
     return r;
 }
 
-// The record's bytes, so that a mismatch shows where.
+// The record's bytes in hex, so that a mismatch shows where.
 std::string Hex(const StatusRecord& r) {
     std::string out;
-    const auto* bytes = reinterpret_cast<const uint8_t*>(&r);
+    char pair[4];
     for (std::size_t i = 0; i < sizeof r; ++i) {
-        out += "0123456789ABCDEF"[bytes[i] >> 4];
-        out += "0123456789ABCDEF"[bytes[i] & 0xF];
-        out += i % 2 == 1 ? " " : "";
+        std::snprintf(pair, sizeof pair, "%02X ", reinterpret_cast<const uint8_t*>(&r)[i]);
+        out += pair;
     }
     return out;
 }
 
-TEST(StsBlock, TheReadyPrinterDecodesFieldByField) {
+TEST(StsBlock, FieldsDecodeBigEndianInPlace) {
     StatusRecord r = Untouched();
     ASSERT_EQ(DecodeStsBlock((Ready + ";CLS:PRINTER;").c_str(), &r), 1);
     EXPECT_EQ(Hex(r), Hex(testing::ReadyRecord()));
-}
 
-TEST(StsBlock, WideFieldsAreBigEndianOnTheWire) {
     // Bytes 0..5: 12 34 56 78 9A BC; bytes 34..37: DE AD BE EF.
-    const std::string text = "EjRWeJq8" + std::string(36, 'A') + "AN6tvu8AAAAA";
-    StatusRecord r{};
-    ASSERT_EQ(DecodeStsBlock(text.c_str(), &r), 1);
-    // The record is packed: its fields are compared as copies.
-    EXPECT_EQ(uint32_t{r.StatusCode}, 0x12345678u);
+    const std::string wide = "EjRWeJq8" + std::string(36, 'A') + "AN6tvu8AAAAA";
+    ASSERT_EQ(DecodeStsBlock(wide.c_str(), &r), 1);
+    EXPECT_EQ(uint32_t{r.StatusCode}, 0x12345678u);  // packed: compared as copies
     EXPECT_EQ(uint16_t{r.HwErrorHigh}, 0x9ABCu);
     EXPECT_EQ(uint32_t{r.JamWord}, 0xDEADBEEFu);
 }
 
-TEST(StsBlock, OnlyFiftySixCharactersBeforeTheSemicolonOrTheEnd) {
+TEST(StsBlock, OnlyFiftySixGoodCharactersBeforeTheSemicolonOrTheEnd) {
+    std::string equals = Ready;
+    equals[3] = '=';  // the 'P' of the status code gone: "=" is a zero
+    StatusRecord lowCode = testing::ReadyRecord();
+    lowCode.StatusCode = 0x0001;
     const struct {
         std::string text;
         int result;
+        StatusRecord record;
     } cases[] = {
-        {Ready.substr(0, 55) + ";", 0},
-        {Ready.substr(0, 55), 0},
-        {Ready + "A;", 0},
-        {Ready + "A", 0},
-        {"", 0},
-        {";" + Ready, 0},
-        {Ready, 1},
-        {Ready + ";", 1},
-        {Ready + ";MDL:Laser Printer 6200tx;", 1},
+        {Ready.substr(0, 55) + ";", 0, Untouched()},
+        {Ready.substr(0, 55), 0, Untouched()},
+        {Ready + "A;", 0, Untouched()},
+        {Ready + "A", 0, Untouched()},
+        {"", 0, Untouched()},
+        {";" + Ready, 0, Untouched()},
+        {Ready, 1, testing::ReadyRecord()},
+        {Ready + ";MDL:Laser Printer 6200tx;", 1, testing::ReadyRecord()},
+        {std::string(56, 'A'), 1, StatusRecord{}},
+        {std::string(56, '='), 1, StatusRecord{}},
+        {equals, 1, lowCode},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         StatusRecord r = Untouched();
         EXPECT_EQ(DecodeStsBlock(c.text.c_str(), &r), c.result);
-        if (c.result == 0) {
-            EXPECT_EQ(Hex(r), Hex(Untouched()));
-        }
+        EXPECT_EQ(Hex(r), Hex(c.record));
     }
-}
-
-TEST(StsBlock, EqualsSignCountsAsZeroWhereverItStands) {
-    StatusRecord r = Untouched();
-    for (const char zero : {'A', '='}) {
-        ASSERT_EQ(DecodeStsBlock(std::string(56, zero).c_str(), &r), 1);
-        EXPECT_EQ(Hex(r), Hex(StatusRecord{}));  // a cover counts as open, no trays
-    }
-    // The 'P' of the status code gone: the rest of the block still decodes.
-    std::string text = Ready;
-    text[3] = '=';
-    StatusRecord expected = testing::ReadyRecord();
-    expected.StatusCode = 0x0001;
-    ASSERT_EQ(DecodeStsBlock(text.c_str(), &r), 1);
-    EXPECT_EQ(Hex(r), Hex(expected));
-}
-
-TEST(StsBlock, OneCharacterOutsideTheAlphabetRefusesTheBlock) {
     for (const char bad : {'-', '\x80', '_', ' ', '\xFF'}) {
         for (std::size_t at = 0; at < 56; ++at) {
-            SCOPED_TRACE(::testing::Message()
-                         << "byte " << int(static_cast<unsigned char>(bad)) << " at " << at);
+            SCOPED_TRACE(::testing::Message() << int(uint8_t(bad)) << " at " << at);
             std::string text = Ready;
             text[at] = bad;
             StatusRecord r = Untouched();
@@ -104,68 +87,32 @@ TEST(StsBlock, OneCharacterOutsideTheAlphabetRefusesTheBlock) {
     }
 }
 
-// The printer's status code table, written out once more as the printer's
-// documentation gives it: class, then low byte.
-uint32_t ExpectedCondition(uint32_t cls, uint32_t low) {
-    switch (cls) {
-        case 0:
-        case 1:
-        case 2:
-        case 3:
-            return 7;
-        case 4:
-            return low == 0 ? 4 : low == 1 ? 5 : 0;
-        case 7:
-            return 16;
-        case 8:
-            if (low <= 4) return 11;
-            if (low <= 9) return 13;
-            if (low <= 15) return 17;
-            if (low <= 20) return 13;
-            if (low <= 29) return 12;
-            return 0;
-        case 9:
-            return 10;
-        case 10:
-            return low == 0 ? 26 : low == 1 ? 19 : low == 2 ? 18 : low == 3 ? 23 : 0;
-        case 12:
-            return low == 1 ? 28 : (low == 2 || low == 3) ? 40 : (low == 4 || low == 5) ? 31 : 0;
-        case 13:
-            return low <= 3 ? 33 : 0;
-        case 14:
-            if (low <= 3) return 11;
-            if (low <= 7) return 17;
-            if (low <= 13) return 38;
-            return low == 15 ? 39 : 0;
-        case 15:
-            return low == 0 ? 31 : low == 1 ? 41 : 0;
-        default:
-            return 0;
-    }
-}
-
+// The printer's status code table as its documentation gives it: a class, a
+// range of low bytes and the Condition; any other code gives 0.
 TEST(StatusCode, EveryClassAndLowByteGivesItsCondition) {
-    for (uint32_t cls = 0; cls <= 16; ++cls) {
-        for (uint32_t low = 0; low <= 255; ++low) {
-            const uint32_t code = cls << 8 | low;
-            ASSERT_EQ(ConditionOfStatusCode(code), ExpectedCondition(cls, low))
-                << std::hex << "code 0x" << code;
-        }
-    }
-}
-
-TEST(StatusCode, NamedCodesInPlace) {
     const struct {
-        uint32_t code;
-        uint32_t condition;
-    } cases[] = {{0x0F01, 41}, {0x081E, 0}, {0x00010F01, 0}, {0xFFFFFFFF, 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(::testing::Message() << std::hex << "code 0x" << c.code);
-        StatusRecord r{};
-        r.StatusCode = c.code;
-        r.CoverWord = 0x027F;
+        uint32_t cls, first, last, condition;
+    } rows[] = {
+        {0, 0, 255, 7},   {1, 0, 255, 7},  {2, 0, 255, 7},  {3, 0, 255, 7},   {4, 0, 0, 4},
+        {4, 1, 1, 5},     {7, 0, 255, 16}, {8, 0, 4, 11},   {8, 5, 9, 13},    {8, 10, 15, 17},
+        {8, 16, 20, 13},  {8, 21, 29, 12}, {9, 0, 255, 10}, {10, 0, 0, 26},   {10, 1, 1, 19},
+        {10, 2, 2, 18},   {10, 3, 3, 23},  {12, 1, 1, 28},  {12, 2, 3, 40},   {12, 4, 5, 31},
+        {13, 0, 3, 33},   {14, 0, 3, 11},  {14, 4, 7, 17},  {14, 8, 13, 38},  {14, 15, 15, 39},
+        {15, 0, 0, 31},   {15, 1, 1, 41},
+    };
+    for (uint32_t code = 0; code <= 0x10FF; ++code) {
+        uint32_t expected = 0;
+        for (const auto& row : rows) {
+            const uint32_t low = code & 0xFF;
+            if (code >> 8 == row.cls && low >= row.first && low <= row.last) expected = row.condition;
+        }
+        ASSERT_EQ(ConditionOfStatusCode(code), expected) << std::hex << "code 0x" << code;
+    }
+    for (const auto& [code, condition] : {std::pair{0x0F01u, 41u}, {0x00010F01u, 0u}, {~0u, 0u}}) {
+        StatusRecord r = testing::ReadyRecord();
+        r.StatusCode = code;
         MapStatusCode(&r);
-        EXPECT_EQ(uint32_t{r.StatusCode}, c.condition);
+        EXPECT_EQ(uint32_t{r.StatusCode}, condition) << std::hex << code;
         EXPECT_EQ(uint16_t{r.CoverWord}, 0x027Fu);
     }
 }
