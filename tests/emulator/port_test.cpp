@@ -206,28 +206,6 @@ TEST_F(PortTest, SilentPrinterTakesNothingAndTimesOut) {
     EXPECT_TRUE(ReadAll().starts_with("@PJL INFO STATUS\r\n"));
 }
 
-TEST_F(PortTest, PrinterThatTakesFewBytesAWrite) {
-    for (uint32_t limit : {5u, 1u}) {
-        SCOPED_TRACE(limit);
-        PrinterState state = PrinterState::Default();
-        state.faults.writeLimit = limit;
-        Printer& printer = Connect(state);
-        ASSERT_TRUE(StartDoc());
-        std::string header = JobHeader(IdA);
-        size_t calls = 0;
-        for (size_t at = 0; at < header.size(); ++calls) {
-            DWORD written = 0;
-            ASSERT_TRUE(table()->WritePort(handle_, reinterpret_cast<BYTE*>(header.data() + at),
-                                           static_cast<DWORD>(header.size() - at), &written));
-            ASSERT_EQ(written, std::min<size_t>(limit, header.size() - at));
-            at += written;
-        }
-        EXPECT_EQ(calls, (header.size() + limit - 1) / limit);
-        EXPECT_EQ(printer.Received(), header);
-        EXPECT_NE(ReadAll().find("START\r\nNAME=\"" + std::string(IdA) + "\"\r\n"), std::string::npos);
-    }
-}
-
 TEST_F(PortTest, FaultsOnTheWayBack) {
     const std::string request = Uel + "@PJL INFO STATUS\r\n@PJL INFO CONFIG\r\n@PJL INQUIRE COPIES\r\n";
     Printer twin;  // the same printer without the fault
@@ -293,6 +271,8 @@ TEST_F(PortTest, FaultsThatStopTheEngine) {
          [](PrinterState& s) { s.toners[3].level = 100; }, 0x0803, 18, 0x0020},
         {"out of memory", [](PrinterState& s) { s.outOfMemory = true; },
          [](PrinterState& s) { s.outOfMemory = false; }, 0x0A03, 0, 0},
+        {"feeding tray empty", [](PrinterState& s) { s.trays[1].sheets = 0; },
+         [](PrinterState& s) { s.trays[1].sheets = 100; }, 0x0A00, 30, 0x4102},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -324,32 +304,10 @@ TEST_F(PortTest, FaultsThatStopTheEngine) {
         EXPECT_TRUE(printer.Jobs()[0].finished);
         EXPECT_EQ(Sts().code(), 0x0F01u);
     }
-}
-
-TEST_F(PortTest, FeedingTrayRunsOutThenSheetsAreAdded) {
-    PrinterState state = PrinterState::Default();
-    state.trays[1].sheets = 2;
-    Printer& printer = Connect(state);
-    ASSERT_TRUE(StartDoc());
-    Send(JobHeader(IdA) + Pages(4) + JobTrailer(IdA));
-    Sleep(60000);
-    EXPECT_EQ(PagesPrinted(), 2u);
-    const Block block = Sts();
-    EXPECT_EQ(block.code(), 0x0A00u);
-    EXPECT_EQ(block.u16(30), 0x4102u);          // cassette 1 wants plain A4
-    EXPECT_EQ(HostBinLevel(block.u16(26)), 0);  // and is empty
-    printer.Change([](PrinterState& s) { s.trays[1].sheets = 100; });
-    Sleep(6000);
-    EXPECT_EQ(PagesPrinted(), 4u);
-    EXPECT_EQ(printer.State().trays[1].sheets, 98);
-}
-
-TEST_F(PortTest, TonerLowKeepsPrinting) {
-    PrinterState state = PrinterState::Default();
-    state.toners[3].level = 5;
-    Connect(state);
-    EXPECT_EQ(HostCondition(Sts().code()), 38);  // toner low
-    EXPECT_EQ(Sts().u16(18), 0x0522u);           // level 5, fitted, state 2
+    // A toner that runs low is no reason to stop.
+    PrinterState low = PrinterState::Default();
+    low.toners[3].level = 5;
+    Connect(low);
     ASSERT_TRUE(StartDoc());
     Send(JobHeader(IdA) + Pages(2) + JobTrailer(IdA));
     Sleep(6000);
@@ -402,7 +360,7 @@ TEST_F(PortTest, JobCancelledAtThePanel) {
     Sleep(7000);
     EXPECT_EQ(PagesPrinted(), 2u);
     printer.CancelAtPanel();
-    EXPECT_EQ(HostCondition(Sts().code()), 4);  // cancelling
+    EXPECT_EQ(Sts().code(), 0x0400u);  // cancelling
     Send(JobTrailer(IdB));
     std::string end;
     for (const std::string& response : Responses(ReadAll())) {
@@ -415,20 +373,6 @@ TEST_F(PortTest, JobCancelledAtThePanel) {
     Sleep(30000);
     EXPECT_EQ(PagesPrinted(), 2u);
     EXPECT_EQ(printer.Jobs()[0].result, JobResult::CancelledAtPanel);
-    EXPECT_EQ(Sts().code(), 0x0F01u);
-}
-
-TEST_F(PortTest, SwappedForAForeignModel) {
-    Printer& printer = Connect();
-    printer.Change([](PrinterState& s) {
-        s.model = "Foreign Printer 1";
-        s.manufacturer = "Other";
-    });
-    const std::string id = DeviceId();
-    EXPECT_NE(id.find("MDL:Foreign Printer 1;"), std::string::npos) << id;
-    EXPECT_EQ(id.find("STS:"), std::string::npos) << id;
-    printer.Change([](PrinterState& s) { s.model = Model6300; });
-    EXPECT_NE(DeviceId().find("MDL:Laser Printer 6300tx;"), std::string::npos);
     EXPECT_EQ(Sts().code(), 0x0F01u);
 }
 
