@@ -16,6 +16,7 @@
 #include "platform/sync.h"
 #include "portkind/port_kind.h"
 
+#include "run_summary.h"
 #include "sink_port_monitor.h"
 
 #include <benchmark/benchmark.h>
@@ -141,52 +142,9 @@ void DecodeSts(benchmark::State& state) {
     }
 }
 
-/* What each benchmark measured: time per iteration and the counters. */
-struct Measured {
-    std::vector<double> runs;  // CPU ns per iteration, one per repetition
-    double median = 0;         // CPU ns per iteration, when repetitions were aggregated
-    bool haveMedian = false;
-    double allocations = 0;
-    double liveGrowth = 0;
-    bool failed = false;
-    std::string error;
-};
-
-/* SummaryReporter: the console table as usual, and behind it the steady
-   poll against its target, its allocations, and the decode's time. The time
-   is CPU time, which a busy machine disturbs less than the wall clock; with
-   repetitions the medians count. Allocations and blocks left are the worst
-   run's, taken from the mean when only aggregates are reported. */
-class SummaryReporter : public benchmark::ConsoleReporter {
+class SummaryReporter : public CollectingReporter {
 public:
-    using ConsoleReporter::ConsoleReporter;
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            Measured& m = measured_[run.run_name.function_name];
-            if (run.error_occurred) {
-                m.failed = true;
-                m.error = run.error_message;
-                continue;
-            }
-            const bool aggregate = run.run_type == Run::RT_Aggregate;
-            if (aggregate && run.aggregate_name == "median") {
-                m.median = run.GetAdjustedCPUTime();
-                m.haveMedian = true;
-            } else if (!aggregate) {
-                m.runs.push_back(run.GetAdjustedCPUTime());
-            }
-            if (!aggregate || run.aggregate_name == "mean") {
-                if (auto c = run.counters.find("allocs/poll"); c != run.counters.end()) {
-                    m.allocations = std::max(m.allocations, c->second.value);
-                }
-                if (auto c = run.counters.find("live+"); c != run.counters.end()) {
-                    m.liveGrowth = std::max(m.liveGrowth, c->second.value);
-                }
-            }
-        }
-    }
+    using CollectingReporter::CollectingReporter;
 
     void PrintSummary() const {
         std::printf("\n");
@@ -196,14 +154,14 @@ public:
         } else if (poll->failed) {
             std::printf("PollSteady: not measured: %s\n", poll->error.c_str());
         } else {
-            const double time = Time(*poll);
+            const double time = poll->Time();
             std::printf("Steady poll: %.0f ns per poll, at most %.0f ns: %s\n", time, TargetPollNs,
                         time <= TargetPollNs ? "met" : "not met");
             if (const Measured* lower = Find("LowerDirect"); lower != nullptr && !lower->failed) {
-                std::printf("  of which the port monitor below, called directly: %.0f ns\n", Time(*lower));
+                std::printf("  of which the port monitor below, called directly: %.0f ns\n", lower->Time());
             }
             std::printf("  %g allocations per poll, %g blocks left over the loop; no allocation: %s\n",
-                        poll->allocations, poll->liveGrowth, poll->allocations == 0 ? "met" : "not met");
+                        poll->Counter("allocs/poll"), poll->Counter("live+"), poll->Counter("allocs/poll") == 0 ? "met" : "not met");
         }
         const Measured* decode = Find("DecodeSts");
         if (decode == nullptr) {
@@ -211,25 +169,10 @@ public:
         } else if (decode->failed) {
             std::printf("DecodeSts: not measured: %s\n", decode->error.c_str());
         } else {
-            std::printf("Status block decode: %.1f ns per decode\n", Time(*decode));
+            std::printf("Status block decode: %.1f ns per decode\n", decode->Time());
         }
     }
 
-private:
-    const Measured* Find(const std::string& name) const {
-        const auto it = measured_.find(name);
-        if (it == measured_.end()) return nullptr;
-        if (!it->second.failed && !it->second.haveMedian && it->second.runs.empty()) return nullptr;
-        return &it->second;
-    }
-    static double Time(const Measured& m) {
-        if (m.haveMedian) return m.median;
-        double sum = 0;
-        for (double t : m.runs) sum += t;
-        return sum / static_cast<double>(m.runs.size());
-    }
-
-    std::map<std::string, Measured> measured_;
 };
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "platform/registry.h"
 #include "portkind/port_kind.h"
 
+#include "run_summary.h"
 #include "sink_port_monitor.h"
 
 #include <benchmark/benchmark.h>
@@ -162,48 +163,9 @@ void Strategy(benchmark::State& state, StrategyCase meant) {
     }
 }
 
-/* What each benchmark measured: time per block and allocations per block. */
-struct Measured {
-    std::vector<double> runs;  // CPU ns per block, one per repetition
-    double median = 0;         // CPU ns per block, when repetitions were aggregated
-    bool haveMedian = false;
-    double allocations = 0;
-    bool failed = false;
-    std::string error;
-};
-
-/* SummaryReporter: the console table as usual, and behind it each
-   strategy's time per block against the direct call's of the same run. The
-   time is CPU time, which a busy machine disturbs less than the wall clock;
-   with repetitions the medians are compared. Allocations are the worst
-   run's, taken from the mean when only aggregates are reported. */
-class SummaryReporter : public benchmark::ConsoleReporter {
+class SummaryReporter : public CollectingReporter {
 public:
-    using ConsoleReporter::ConsoleReporter;
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            Measured& m = measured_[run.run_name.function_name];
-            if (run.error_occurred) {
-                m.failed = true;
-                m.error = run.error_message;
-                continue;
-            }
-            const bool aggregate = run.run_type == Run::RT_Aggregate;
-            if (aggregate && run.aggregate_name == "median") {
-                m.median = run.GetAdjustedCPUTime();
-                m.haveMedian = true;
-            } else if (!aggregate) {
-                m.runs.push_back(run.GetAdjustedCPUTime());
-            }
-            if (!aggregate || run.aggregate_name == "mean") {
-                if (auto counter = run.counters.find("allocs/block"); counter != run.counters.end()) {
-                    m.allocations = std::max(m.allocations, counter->second.value);
-                }
-            }
-        }
-    }
+    using CollectingReporter::CollectingReporter;
 
     void PrintSummary() const {
         const Measured* direct = Find("DirectCall");
@@ -211,7 +173,7 @@ public:
             std::printf("\nThe direct call was not measured: no ratio.\n");
             return;
         }
-        const double base = Time(*direct);
+        const double base = direct->Time();
         std::printf("\nCPU time per %u-byte block against the port monitor's WritePort called directly"
                     " (%.1f ns):\n",
                     BlockSize, base);
@@ -222,30 +184,15 @@ public:
                 std::printf("%s: not measured: %s\n", name, m->error.c_str());
                 continue;
             }
-            const double time = Time(*m);
+            const double time = m->Time();
             const double ratio = time / base;
             std::printf("%s: %.2fx the direct call (+%.1f ns), %g allocations per block; "
                         "at most %.2fx: %s, no allocation: %s\n",
-                        name, ratio, time - base, m->allocations, TargetRatio,
-                        ratio <= TargetRatio ? "met" : "not met", m->allocations == 0 ? "met" : "not met");
+                        name, ratio, time - base, m->Counter("allocs/block"), TargetRatio,
+                        ratio <= TargetRatio ? "met" : "not met", m->Counter("allocs/block") == 0 ? "met" : "not met");
         }
     }
 
-private:
-    const Measured* Find(const std::string& name) const {
-        const auto it = measured_.find(name);
-        if (it == measured_.end()) return nullptr;
-        if (!it->second.failed && !it->second.haveMedian && it->second.runs.empty()) return nullptr;
-        return &it->second;
-    }
-    static double Time(const Measured& m) {
-        if (m.haveMedian) return m.median;
-        double sum = 0;
-        for (double t : m.runs) sum += t;
-        return sum / static_cast<double>(m.runs.size());
-    }
-
-    std::map<std::string, Measured> measured_;
 };
 
 }  // namespace

@@ -1,0 +1,78 @@
+// What each benchmark of a program measured, collected as Google Benchmark
+// reports it, for the summary a program prints behind the console table.
+// The time is CPU time, which a busy machine disturbs less than the wall
+// clock; with repetitions the medians count. Counters are the worst run's,
+// taken from the mean when only aggregates are reported.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace langmon::bench {
+
+struct Measured {
+    std::vector<double> runs;  // CPU ns per iteration, one per repetition
+    double median = 0;         // CPU ns per iteration, when repetitions were aggregated
+    bool haveMedian = false;
+    std::map<std::string, double> counters;  // the worst run's value of each counter
+    bool failed = false;
+    std::string error;
+
+    double Time() const {
+        if (haveMedian) return median;
+        double sum = 0;
+        for (double t : runs) sum += t;
+        return sum / static_cast<double>(runs.size());
+    }
+    double Counter(const std::string& name) const {
+        const auto it = counters.find(name);
+        return it == counters.end() ? 0 : it->second;
+    }
+};
+
+class CollectingReporter : public benchmark::ConsoleReporter {
+public:
+    using ConsoleReporter::ConsoleReporter;
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            Measured& m = measured_[run.run_name.function_name];
+            if (run.error_occurred) {
+                m.failed = true;
+                m.error = run.error_message;
+                continue;
+            }
+            const bool aggregate = run.run_type == Run::RT_Aggregate;
+            if (aggregate && run.aggregate_name == "median") {
+                m.median = run.GetAdjustedCPUTime();
+                m.haveMedian = true;
+            } else if (!aggregate) {
+                m.runs.push_back(run.GetAdjustedCPUTime());
+            }
+            if (!aggregate || run.aggregate_name == "mean") {
+                for (const auto& [name, counter] : run.counters) {
+                    double& worst = m.counters[name];
+                    worst = std::max(worst, counter.value);
+                }
+            }
+        }
+    }
+
+    // The benchmark of that name if it ran, failed or not; null otherwise.
+    const Measured* Find(const std::string& name) const {
+        const auto it = measured_.find(name);
+        if (it == measured_.end()) return nullptr;
+        if (!it->second.failed && !it->second.haveMedian && it->second.runs.empty()) return nullptr;
+        return &it->second;
+    }
+
+private:
+    std::map<std::string, Measured> measured_;
+};
+
+}  // namespace langmon::bench
