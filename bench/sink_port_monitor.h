@@ -1,7 +1,7 @@
-// The port monitor below the benchmarks: every call succeeds, every byte is
-// taken, nothing is ever read back, and a device ID request is answered at
-// once with the same text, a known model that is ready. So what a benchmark
-// measures is the language monitor alone.
+// The port monitor below the benchmarks: the answering port monitor of
+// `langmon decode`, whose printer is a known model that is ready. It takes
+// every byte, reads nothing back and answers the device ID at once, so what
+// a benchmark measures is the language monitor alone.
 #pragma once
 
 #include <langmon/monitor.h>

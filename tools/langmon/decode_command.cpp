@@ -1,5 +1,6 @@
 #include "decode_command.h"
 
+#include "answer_port_monitor.h"
 #include "status_report.h"
 
 #include "acquisition/poll.h"
@@ -9,8 +10,6 @@
 
 #include <langmon/monitor.h>
 
-#include <algorithm>
-#include <cstring>
 #include <iostream>
 #include <iterator>
 #include <ostream>
@@ -18,44 +17,6 @@
 namespace langmon::tool {
 
 namespace {
-
-// The port monitor below the port: a printer whose only word is the text.
-std::string answerText;
-int answerPort;
-
-BOOL OpenAnswerPort(LPSTR, PHANDLE handle) {
-    *handle = &answerPort;
-    return TRUE;
-}
-BOOL StartAnswerDoc(HANDLE, LPSTR, DWORD, DWORD, LPBYTE) { return TRUE; }
-BOOL WriteAnswerPort(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
-    *written = length;
-    return TRUE;
-}
-BOOL ReadAnswerPort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
-    *read = 0;
-    return TRUE;
-}
-BOOL EndAnswerDoc(HANDLE) { return TRUE; }
-BOOL CloseAnswerPort(HANDLE) { return TRUE; }
-BOOL AnswerDeviceId(HANDLE, DWORD, LPSTR, LPSTR, DWORD, LPSTR out, DWORD outSize, LPDWORD returned) {
-    const DWORD length = static_cast<DWORD>(std::min<std::size_t>(answerText.size(), outSize));
-    std::memcpy(out, answerText.data(), length);
-    *returned = length;
-    return TRUE;
-}
-
-MONITOR AnswerPortMonitor() {
-    MONITOR table{};
-    table.OpenPort = OpenAnswerPort;
-    table.StartDocPort = StartAnswerDoc;
-    table.WritePort = WriteAnswerPort;
-    table.ReadPort = ReadAnswerPort;
-    table.EndDocPort = EndAnswerDoc;
-    table.ClosePort = CloseAnswerPort;
-    table.GetPrinterDataFromPort = AnswerDeviceId;
-    return table;
-}
 
 // Why the monitor would not read the text, or empty.
 std::string Unreadable(const std::string& text) {
@@ -112,8 +73,7 @@ int RunDecode(const DecodeOptions& options, std::ostream& out, std::ostream& err
         err << "langmon decode: not a device ID: " << why << '\n';
         return 2;
     }
-    answerText = options.deviceId;
-    MONITOR lower = AnswerPortMonitor();
+    MONITOR lower = AnswerPortMonitor(options.deviceId);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
     char portName[] = "LPT1:";
