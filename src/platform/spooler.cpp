@@ -35,7 +35,7 @@ struct Gate {
 };
 
 // One gate per SpoolerCall: keep this on the last one as calls are added.
-constexpr std::size_t kCallCount = static_cast<std::size_t>(platform::SpoolerCall::EnumPorts) + 1;
+constexpr std::size_t kCallCount = static_cast<std::size_t>(platform::SpoolerCall::SetPrinter) + 1;
 
 struct Gates {
     std::mutex mutex;

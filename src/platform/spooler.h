@@ -24,7 +24,8 @@ BOOL EnumPortsA(LPSTR serverName, DWORD level, LPBYTE ports, DWORD bufferSize, L
 
 namespace platform {
 
-enum class SpoolerCall { EnumPorts };
+// The calls that can be made to fail; keep SetPrinter last.
+enum class SpoolerCall { EnumPorts, GetPrinter, EnumPrinters, SetPrinter };
 
 // Makes the next `times` calls of `call` fail with `error` (times < 0: every
 // call until StopFailingSpoolerCalls).

@@ -1,0 +1,43 @@
+// The spooler's printers as the monitor asks for them and tells them: their
+// settings (GetPrinterA, EnumPrintersA) from the machine description, and the
+// status word the spooler shows for each (SetPrinterA). Every status word a
+// printer is given is recorded, so that a host can show the spooler's view.
+#pragma once
+
+#include "platform/spooler.h"
+#include "platform/win32_types.h"
+
+#include <string>
+#include <vector>
+
+namespace langmon {
+
+constexpr DWORD PRINTER_ENUM_LOCAL = 0x00000002u;
+constexpr DWORD PRINTER_CONTROL_SET_STATUS = 4;
+
+// Levels 2 and 5 of a printer opened with OpenPrinterA, packed as the spooler
+// packs them. A buffer too small (or none): FALSE, ERROR_INSUFFICIENT_BUFFER and
+// *needed the size that would do. pPortName is the printer's "Port",
+// pDriverName its "Printer Driver", pPrintProcessor its "Print Processor";
+// Status is the status word it was last given.
+BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed);
+// Every printer of the machine, at level 2 or 5, with the same size rules and
+// *returned the number of records. The flags and the name are not looked at:
+// there is one machine and its printers are all local.
+BOOL EnumPrintersA(DWORD flags, LPSTR name, DWORD level, LPBYTE buffer, DWORD size,
+                   LPDWORD needed, LPDWORD returned);
+// Level 0 with PRINTER_CONTROL_SET_STATUS: the status word travels in the
+// place of the buffer pointer and becomes the printer's Status. Other levels
+// and commands fail with ERROR_NOT_SUPPORTED.
+BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command);
+
+namespace platform {
+
+// Every status word given to the printer (case does not matter) through
+// SetPrinterA, in order, the refused ones left out.
+std::vector<DWORD> PrinterStatusWords(const std::string& printerName);
+// Forgets the status words given to every printer.
+void ForgetPrinterStatusWords();
+
+}  // namespace platform
+}  // namespace langmon
