@@ -91,20 +91,6 @@ void FreeVariables(StatusVariable* table) {
     GlobalFree(table);
 }
 
-void FreeJobInfoChain(PortContext* port) {
-    JobInfoNode* node = port->jobInfoChain;
-    port->jobInfoChain = nullptr;
-    while (node != nullptr) {
-        JobInfoNode* next = node->Next;
-        if (node->Snapshot != nullptr) {
-            GlobalFree(node->Snapshot->Value);
-            GlobalFree(node->Snapshot);
-        }
-        GlobalFree(node);
-        node = next;
-    }
-}
-
 // What PrinterStatus says when the port goes: the printer is no longer watched.
 void MarkPrinterClosed(PortContext* port) {
     LockPort(port);
@@ -243,6 +229,9 @@ int DestroyPortContext(PortContext* port) {
     }
     // The LM_ table must never point into a port that is gone.
     UnbindLmValues(port);
+    // The chain may share a block with its row: it goes first, while the row
+    // can still say which.
+    ClearJobInfoChain(port);
     FreeVariables(port->variables);
     port->variables = nullptr;
 
@@ -260,7 +249,6 @@ int DestroyPortContext(PortContext* port) {
     CloseHandle(port->serialSemaphore);
     CloseHandle(port->closingEvent);
 
-    FreeJobInfoChain(port);
     FreeJobRecords(port);
 
     // A port closed in the middle of a job still holds its copy of the job's

@@ -116,6 +116,7 @@ public:
     void ThreadEnded(ThreadRecord* thread, DWORD exitCode);
     DWORD NextThreadId() { return nextThreadId_++; }
     void ResumeLocked(ThreadRecord* thread);
+    std::size_t ThreadCount() const { return threads_.size(); }
 
     void UseVirtualClock(uint64_t start);
     void UseRealClock();

@@ -157,4 +157,13 @@ BOOL SetThreadPriority(HANDLE thread, int priority) {
     return TRUE;
 }
 
+namespace platform {
+
+std::size_t ManagedThreadCount() {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    return kernel.ThreadCount();
+}
+
+}  // namespace platform
 }  // namespace langmon

@@ -22,4 +22,10 @@ DWORD GetCurrentThreadId();
 int GetThreadPriority(HANDLE thread);
 BOOL SetThreadPriority(HANDLE thread, int priority);
 
+namespace platform {
+// Managed threads that have not ended, the caller included: a test waits for
+// the short-lived threads it caused by sleeping until only it is left.
+std::size_t ManagedThreadCount();
+}  // namespace platform
+
 }  // namespace langmon

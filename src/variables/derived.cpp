@@ -57,8 +57,6 @@ constexpr DWORD SpoolerRetryMs = 120;
 constexpr DWORD QueueSettleMs = 200;
 constexpr uint32_t DocumentBytes = 256;
 constexpr uint32_t UserNameBytes = 32;
-constexpr uint32_t JobIdOffset = 288;
-constexpr uint32_t PagesOffset = 292;
 
 StatusVariable* Row(PortContext* port, const char* name, int create) {
     return GetVariable(name, port->variables, port, create);
@@ -402,13 +400,22 @@ int CancelJobTracking(PortContext* port, int cancel) {
     return result;
 }
 
+void FreeJobInfoNode(JobInfoNode* node, const void* rowValue) {
+    if (node->Snapshot != nullptr) {
+        if (node->Snapshot->Value != rowValue) GlobalFree(node->Snapshot->Value);
+        GlobalFree(node->Snapshot);
+    }
+    GlobalFree(node);
+}
+
 void ClearJobInfoChain(PortContext* port) {
+    StatusVariable* row = Row(port, "PrintingJobInfo2", 0);
+    const void* rowValue = row != nullptr ? row->Value : nullptr;
     JobInfoNode* node = port->jobInfoChain;
     port->jobInfoChain = nullptr;
     while (node != nullptr) {
         JobInfoNode* next = node->Next;
-        GlobalFree(node->Snapshot);
-        GlobalFree(node);
+        FreeJobInfoNode(node, rowValue);
         node = next;
     }
 }

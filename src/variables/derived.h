@@ -7,6 +7,7 @@
 namespace langmon {
 
 struct PortContext;
+struct JobInfoNode;
 
 // The JobStatus bits as clients see them.
 enum JobStatusBits : uint32_t {
@@ -21,6 +22,19 @@ constexpr uint32_t PrinterLostWord = 0x100;
 constexpr uint32_t PrinterForeignWord = 0x200;
 // StatusWord2's mark of a job on the port; it outlives every overwrite.
 constexpr uint32_t JobOnPortBit = 0x8;
+
+// Where the records of SendingJobInfo and PrintingJobInfo2 keep a job's
+// figures; JobId lies at the same place in both.
+enum JobInfoOffsets : uint32_t {
+    JobIdOffset = 288,
+    PagesOffset = 292,  // PrintingJobInfo2 only, from here on
+    ColorPagesOffset = 296,
+    BwPagesOffset = 300,
+    YellowCoverageOffset = 304,
+    MagentaCoverageOffset = 308,
+    CyanCoverageOffset = 312,
+    BlackCoverageOffset = 316,
+};
 
 // A `publish` of 1: what changed is marked dirty and published before return.
 
@@ -48,8 +62,10 @@ void CheckSpoolerJob(PortContext* port);
 // Winds up the tracking of the port's jobs; with `cancel` the running job's
 // data is swallowed from now on. 1 only if `cancel` was honoured.
 int CancelJobTracking(PortContext* port, int cancel);
-// Frees every node of jobInfoChain and its snapshot, not the snapshots'
-// values: the first may be PrintingJobInfo2's own.
+// Frees every node of jobInfoChain with its snapshot and the snapshot's
+// value, except a value that PrintingJobInfo2 holds as its own: a job that
+// moved up shares its block with the row.
 void ClearJobInfoChain(PortContext* port);
-
+// Frees one node the same way; `rowValue` is the row's value it may share.
+void FreeJobInfoNode(JobInfoNode* node, const void* rowValue);
 }  // namespace langmon

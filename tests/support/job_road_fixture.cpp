@@ -20,8 +20,9 @@ void JobRoadTest::SetUp() {
 
 void JobRoadTest::TearDown() {
     for (PortContext* port : opened_) {
-        port->managers = nullptr;
-        port->jobManager = nullptr;
+        // The stand-in client is the test's own: the port must not free it.
+        if (port->managers == &client_) port->managers = nullptr;
+        if (port->jobManager == &client_) port->jobManager = nullptr;
         // The printer's reports would end the jobs; nobody waits for them here.
         FreeJobRecords(port);
         EXPECT_TRUE(ClosePort(port));
@@ -31,6 +32,7 @@ void JobRoadTest::TearDown() {
         ClosePrinter(client_.spoolerHandle);
         client_.spoolerHandle = nullptr;
     }
+    SettleThreads();
     MonitorTest::TearDown();
 }
 

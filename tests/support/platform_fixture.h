@@ -22,6 +22,10 @@ protected:
     void SetUp() override;
     void TearDown() override;
 
+    // Lets virtual time run until every thread but the test's own has ended:
+    // the short threads the monitor starts hold blocks until they end.
+    static void SettleThreads();
+
     // Milliseconds of virtual time since the test began.
     DWORD Elapsed() const { return GetTickCount() - TestStartTick; }
 

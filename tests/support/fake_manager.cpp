@@ -1,0 +1,175 @@
+#include "support/fake_manager.h"
+
+#include "manager/manager_library.h"
+#include "platform/library.h"
+
+#include <cstring>
+
+namespace langmon::testing {
+
+namespace {
+
+FakeManager* registered = nullptr;
+
+}  // namespace
+
+uint32_t HandedValue::Word(std::size_t offset) const {
+    uint32_t word = 0;
+    if (offset + sizeof word <= bytes.size()) std::memcpy(&word, bytes.data() + offset, sizeof word);
+    return word;
+}
+
+FakeManager::FakeManager() {
+    registered = this;
+    platform::RegisterLibrary(ManagerLibraryName, &FakeManager::Lookup);
+}
+
+FakeManager::~FakeManager() {
+    platform::UnregisterLibrary(ManagerLibraryName);
+    registered = nullptr;
+}
+
+void* FakeManager::Lookup(const char* function) {
+    if (registered == nullptr) return nullptr;
+    {
+        std::lock_guard lock(registered->mutex_);
+        if (registered->withheld_.count(function) != 0) return nullptr;
+    }
+    const std::string name = function;
+    if (name == "OpenManagerExA") return reinterpret_cast<void*>(&FakeManager::Open);
+    if (name == "CloseManager") return reinterpret_cast<void*>(&FakeManager::Close);
+    if (name == "GetPrinterStatusA") return reinterpret_cast<void*>(&FakeManager::Get);
+    if (name == "UpdatePrinterStatusA") return reinterpret_cast<void*>(&FakeManager::Update);
+    return nullptr;
+}
+
+void FakeManager::DontOpen(const std::string& printer, bool dont) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].opens = !dont;
+}
+
+void FakeManager::Refuse(const std::string& printer, bool refuse) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].refuses = refuse;
+}
+
+void FakeManager::ServePorts(const std::string& printer, uint32_t count, const std::string& first,
+                             const std::string& second) {
+    std::lock_guard lock(mutex_);
+    std::vector<uint8_t>& ports = printers_[printer].ports;
+    std::fill(ports.begin(), ports.end(), 0);
+    std::memcpy(ports.data(), &count, sizeof count);
+    std::memcpy(ports.data() + 4, first.data(), std::min<std::size_t>(first.size(), 127));
+    std::memcpy(ports.data() + 132, second.data(), std::min<std::size_t>(second.size(), 127));
+}
+
+void FakeManager::PortUnreadable(const std::string& printer) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].portReadable = false;
+}
+
+void FakeManager::Terminate(const std::string& printer, uint32_t word) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].terminate = word;
+}
+
+void FakeManager::TerminateUnreadable(const std::string& printer) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].terminateReadable = false;
+}
+
+void FakeManager::Withhold(const std::string& function) {
+    std::lock_guard lock(mutex_);
+    withheld_.insert(function);
+}
+
+std::vector<HandedValue> FakeManager::Handed() const {
+    std::lock_guard lock(mutex_);
+    return handed_;
+}
+
+std::vector<HandedValue> FakeManager::HandedTo(const std::string& printer, const std::string& name) const {
+    std::vector<HandedValue> values;
+    for (const HandedValue& value : Handed()) {
+        if (value.printer == printer && (name.empty() || value.name == name)) values.push_back(value);
+    }
+    return values;
+}
+
+std::vector<std::string> FakeManager::NamesHandedTo(const std::string& printer) const {
+    std::vector<std::string> names;
+    for (const HandedValue& value : HandedTo(printer)) names.push_back(value.name);
+    return names;
+}
+
+void FakeManager::ForgetHanded() {
+    std::lock_guard lock(mutex_);
+    handed_.clear();
+}
+
+int FakeManager::OpenManagers() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<int>(handles_.size());
+}
+
+int FakeManager::Opens() const {
+    std::lock_guard lock(mutex_);
+    return opens_;
+}
+
+int32_t FakeManager::Open(const char* printer, const char*, uint32_t, uint32_t* handle) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    if (!fake.printers_[printer].opens) return -1;
+    *handle = fake.nextHandle_++;
+    fake.handles_[*handle] = printer;
+    ++fake.opens_;
+    return 0;
+}
+
+int32_t FakeManager::Close(uint32_t handle) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    return fake.handles_.erase(handle) != 0 ? 0 : STATUS_MANAGER_BAD_HANDLE;
+}
+
+int32_t FakeManager::Get(uint32_t handle, const char* name, void* buffer, DWORD size, DWORD* needed) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    auto owner = fake.handles_.find(handle);
+    if (owner == fake.handles_.end()) return STATUS_MANAGER_BAD_HANDLE;
+    PrinterSetup& setup = fake.printers_[owner->second];
+    std::vector<uint8_t> value;
+    const std::string variable = name;
+    if (variable == "Port") {
+        if (!setup.portReadable) return STATUS_MANAGER_NO_VARIABLE;
+        value = setup.ports;
+    } else if (variable == "TerminateManager") {
+        if (!setup.terminateReadable) return STATUS_MANAGER_NO_VARIABLE;
+        value.resize(4);
+        std::memcpy(value.data(), &setup.terminate, 4);
+    } else if (auto stored = setup.store.find(variable); stored != setup.store.end()) {
+        value = stored->second;
+    } else {
+        return STATUS_MANAGER_NO_VARIABLE;
+    }
+    if (needed != nullptr) *needed = static_cast<DWORD>(value.size());
+    if (size < value.size()) return STATUS_MANAGER_BUFFER_TOO_SMALL;
+    std::memcpy(buffer, value.data(), value.size());
+    return 0;
+}
+
+int32_t FakeManager::Update(uint32_t handle, const char* name, const void* value, DWORD size) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    auto owner = fake.handles_.find(handle);
+    if (owner == fake.handles_.end()) return STATUS_MANAGER_BAD_HANDLE;
+    PrinterSetup& setup = fake.printers_[owner->second];
+    const auto* bytes = static_cast<const uint8_t*>(value);
+    fake.handed_.push_back({owner->second, name, std::vector<uint8_t>(bytes, bytes + size), !setup.refuses});
+    if (setup.refuses) return -1;
+    setup.store[name] = fake.handed_.back().bytes;
+    return 0;
+}
+
+}  // namespace langmon::testing
