@@ -117,6 +117,11 @@ int FakeManager::Opens() const {
     return opens_;
 }
 
+int FakeManager::StaleCalls() const {
+    std::lock_guard lock(mutex_);
+    return staleCalls_;
+}
+
 int32_t FakeManager::Open(const char* printer, const char*, uint32_t, uint32_t* handle) {
     FakeManager& fake = *registered;
     std::lock_guard lock(fake.mutex_);
@@ -130,14 +135,19 @@ int32_t FakeManager::Open(const char* printer, const char*, uint32_t, uint32_t* 
 int32_t FakeManager::Close(uint32_t handle) {
     FakeManager& fake = *registered;
     std::lock_guard lock(fake.mutex_);
-    return fake.handles_.erase(handle) != 0 ? 0 : STATUS_MANAGER_BAD_HANDLE;
+    if (fake.handles_.erase(handle) != 0) return 0;
+    ++fake.staleCalls_;
+    return STATUS_MANAGER_BAD_HANDLE;
 }
 
 int32_t FakeManager::Get(uint32_t handle, const char* name, void* buffer, DWORD size, DWORD* needed) {
     FakeManager& fake = *registered;
     std::lock_guard lock(fake.mutex_);
     auto owner = fake.handles_.find(handle);
-    if (owner == fake.handles_.end()) return STATUS_MANAGER_BAD_HANDLE;
+    if (owner == fake.handles_.end()) {
+        ++fake.staleCalls_;
+        return STATUS_MANAGER_BAD_HANDLE;
+    }
     PrinterSetup& setup = fake.printers_[owner->second];
     std::vector<uint8_t> value;
     const std::string variable = name;
@@ -163,7 +173,10 @@ int32_t FakeManager::Update(uint32_t handle, const char* name, const void* value
     FakeManager& fake = *registered;
     std::lock_guard lock(fake.mutex_);
     auto owner = fake.handles_.find(handle);
-    if (owner == fake.handles_.end()) return STATUS_MANAGER_BAD_HANDLE;
+    if (owner == fake.handles_.end()) {
+        ++fake.staleCalls_;
+        return STATUS_MANAGER_BAD_HANDLE;
+    }
     PrinterSetup& setup = fake.printers_[owner->second];
     const auto* bytes = static_cast<const uint8_t*>(value);
     fake.handed_.push_back({owner->second, name, std::vector<uint8_t>(bytes, bytes + size), !setup.refuses});

@@ -54,6 +54,7 @@ public:
     void ForgetHanded();
     int OpenManagers() const;  // handles open now
     int Opens() const;         // OpenManagerExA calls that gave a handle
+    int StaleCalls() const;    // calls with a handle that was not open
 
     // The library's functions, dispatched to the one registered fake.
     static int32_t Open(const char* printer, const char* device, uint32_t mode, uint32_t* handle);
@@ -79,6 +80,7 @@ private:
     std::map<uint32_t, std::string> handles_;
     uint32_t nextHandle_ = 0x100;
     int opens_ = 0;
+    int staleCalls_ = 0;
     std::set<std::string> withheld_;
     std::vector<HandedValue> handed_;
 };
