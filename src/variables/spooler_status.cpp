@@ -12,6 +12,7 @@
 #include "platform/thread.h"
 #include "variables/status_variable.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -57,6 +58,8 @@ struct SpoolerStatusRequest {
     char* PrinterName;
 };
 
+std::atomic<int> threadsRunning{0};
+
 BOOL GiveStatus(const SpoolerStatusRequest* request) {
     auto* word = reinterpret_cast<LPBYTE>(static_cast<uintptr_t>(request->StatusValue));
     return SetPrinterA(request->PrinterHandle->printer, 0, word, PRINTER_CONTROL_SET_STATUS);
@@ -77,6 +80,7 @@ DWORD SpoolerStatusThread(LPVOID argument) {
     // holds it as given.
     ReleasePrinterHandle(request->PrinterHandle);
     GlobalFree(request);
+    --threadsRunning;
     return static_cast<DWORD>(given);
 }
 
@@ -152,6 +156,8 @@ int NotifySpoolerStatus(PortContext* port) {
     return result;
 }
 
+int SpoolerStatusThreadsRunning() { return threadsRunning.load(); }
+
 int StartSpoolerStatusThread(SharedPrinterHandle* printer, uint32_t statusValue,
                              const char* printerName) {
     if (printer == nullptr || printer->printer == nullptr) return 0;
@@ -165,10 +171,12 @@ int StartSpoolerStatusThread(SharedPrinterHandle* printer, uint32_t statusValue,
     if (printerName != nullptr) std::memcpy(request->PrinterName, printerName, nameBytes);
 
     UsePrinterHandle(printer);
+    ++threadsRunning;
     DWORD id = 0;
     HANDLE thread = ThrottledCreateThread(nullptr, SpoolerStatusStack, SpoolerStatusThread, request,
                                           CREATE_SUSPENDED, &id);
     if (thread == nullptr) {
+        --threadsRunning;
         ReleasePrinterHandle(printer);
         GlobalFree(request);
         return 0;

@@ -43,6 +43,10 @@ int NotifyLinkStatus(PortContext* port, ManagerLink* link, const uint32_t* statu
 int StartSpoolerStatusThread(SharedPrinterHandle* printer, uint32_t statusValue,
                              const char* printerName);
 
+// Threads started to give the spooler a status word that have not ended:
+// a host that ends waits for them.
+int SpoolerStatusThreadsRunning();
+
 // The spooler's retry plan: five attempts this far apart, then one more after
 // the long pause.
 inline constexpr int SpoolerStatusAttempts = 5;

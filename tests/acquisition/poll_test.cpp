@@ -4,7 +4,7 @@
 
 #include "acquisition/poll.h"
 #include "framing/job_record.h"
-#include "support/job_road_fixture.h"
+#include "support/client_fixture.h"
 #include "variables/derived.h"
 #include "variables/status_variable.h"
 
@@ -18,7 +18,7 @@ using testing::CallKind;
 using testing::ForeignPrinterId;
 using testing::KnownPrinterId;
 
-class PollTest : public testing::JobRoadTest {
+class PollTest : public testing::ClientTest {
 protected:
     std::vector<uint32_t> Status(PortContext* port) {
         const StatusVariable* row = FindVariable("PrinterStatus", port->variables, port);
@@ -26,13 +26,17 @@ protected:
         const auto* words = static_cast<const uint32_t*>(row->Value);
         return {words[0], words[1], words[2]};
     }
-    static void ForgetDirty(PortContext* port) {
-        for (StatusVariable* row = port->variables; row->Name != nullptr; ++row) row->Dirty = 0;
+    // The port's printer, "Laser", gets a client of the 6200's driver; what a
+    // poll changes shows in what the client is handed.
+    void Bind(PortContext* port) {
+        DescribePrinter(Printer, testing::Driver6200, port->portName);
+        ASSERT_NE(CreateManagerLink(Printer, port), nullptr);
     }
-    static std::vector<std::string> DirtyRows(PortContext* port) {
+    // The names the client was handed since the last ForgetHanded, once each.
+    std::vector<std::string> Sent() {
         std::vector<std::string> names;
-        for (StatusVariable* row = port->variables; row->Name != nullptr; ++row) {
-            if (row->Dirty != 0) names.emplace_back(row->Name);
+        for (const std::string& name : manager.NamesHandedTo(Printer)) {
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
         }
         return names;
     }
@@ -76,22 +80,25 @@ TEST_F(PollTest, EachFailedTryOnAParallelPortReopensTheChannel) {
 
 TEST_F(PollTest, ASecondSilentPollPublishesNothingAndWaitsForNothing) {
     PortContext* port = Open("LPT1");
+    Bind(port);
     EXPECT_EQ(PollPrinterStatus(port), 1);
     PrinterSilent(port);
+    manager.ForgetHanded();
     PollPrinterStatus(port);
-    EXPECT_FALSE(DirtyRows(port).empty());
-    ForgetDirty(port);
+    EXPECT_FALSE(Sent().empty());
+    manager.ForgetHanded();
     const DWORD before = Elapsed();
     PollPrinterStatus(port);
-    EXPECT_EQ(DirtyRows(port), std::vector<std::string>{});
+    EXPECT_EQ(Sent(), std::vector<std::string>{});
     EXPECT_EQ(Elapsed(), before);
     EXPECT_TRUE(HasPortFlag(port, PF_OFFLINE));
 }
 
 TEST_F(PollTest, AnAnswerThatIsNoDeviceIdChangesNothing) {
     PortContext* port = Open("LPT1");
+    Bind(port);
     ASSERT_EQ(PollPrinterStatus(port), 1);
-    ForgetDirty(port);
+    manager.ForgetHanded();
     const std::vector<uint32_t> before = Status(port);
     const std::string unusable[] = {
         "MFG:Quor;MDL:Laser Printer 6200tx",              // no closing ';'
@@ -104,7 +111,7 @@ TEST_F(PollTest, AnAnswerThatIsNoDeviceIdChangesNothing) {
         EXPECT_TRUE(HasPortFlag(port, PF_MODEL_KNOWN));
         EXPECT_FALSE(HasPortFlag(port, PF_OFFLINE | PF_DOC_OPEN));
         EXPECT_EQ(Status(port), before);
-        EXPECT_EQ(DirtyRows(port), std::vector<std::string>{});
+        EXPECT_EQ(Sent(), std::vector<std::string>{});
     }
     // 257 trailing blanks still end in ';'.
     PrinterAnswers(port, KnownPrinterId + std::string(257, ' '));
@@ -123,6 +130,7 @@ TEST_F(PollTest, AnAnswerThatIsNoDeviceIdChangesNothing) {
 
 TEST_F(PollTest, AForeignPrinterIsShownOnceUnlessAJobMarksItsStatus) {
     PortContext* port = Open("LPT1");
+    Bind(port);
     PrinterAnswers(port, ForeignPrinterId);
     EXPECT_EQ(PollPrinterStatus(port), 0);
     EXPECT_FALSE(HasPortFlag(port, PF_MODEL_KNOWN | PF_OFFLINE));
@@ -133,32 +141,35 @@ TEST_F(PollTest, AForeignPrinterIsShownOnceUnlessAJobMarksItsStatus) {
     EXPECT_STREQ(static_cast<const char*>(model->Value), "Office Jet 12");
     EXPECT_EQ(FindVariable("EmulationInfo", port->variables, port)->Value, nullptr) << "no languages of a foreign printer";
 
-    ForgetDirty(port);
+    manager.ForgetHanded();
     PollPrinterStatus(port);
-    EXPECT_EQ(DirtyRows(port), std::vector<std::string>{});
+    EXPECT_EQ(Sent(), std::vector<std::string>{});
 
     // With a job's bit in it the status never reads as the foreign form, and
-    // each poll writes it again.
+    // each poll sends it again.
     SetPrinterJobBit(port, 1);
     for (int poll = 0; poll < 2; ++poll) {
-        ForgetDirty(port);
+        manager.ForgetHanded();
         PollPrinterStatus(port);
         EXPECT_EQ(Status(port), (std::vector<uint32_t>{0, 0x200, 0x8}));
-        EXPECT_EQ(FindVariable("PrinterStatus", port->variables, port)->Dirty, 1u);
+        const auto sent = manager.HandedTo(Printer, "PrinterStatus");
+        ASSERT_EQ(sent.size(), 1u) << "poll " << poll;
+        EXPECT_EQ(sent[0].Word(8), 0x8u);
     }
 }
 
 TEST_F(PollTest, TheFirstKnownAnswerAfterALostPhaseSendsEveryValueAgain) {
     PortContext* port = Open("LPT1");
+    Bind(port);
     ASSERT_EQ(PollPrinterStatus(port), 1);
     PrinterSilent(port);
     PollPrinterStatus(port);
-    ForgetDirty(port);
+    manager.ForgetHanded();
     PrinterAnswers(port, KnownPrinterId);
     EXPECT_EQ(PollPrinterStatus(port), 1);
     EXPECT_TRUE(HasPortFlag(port, PF_MODEL_KNOWN));
     EXPECT_FALSE(HasPortFlag(port, PF_OFFLINE));
-    const std::vector<std::string> dirty = DirtyRows(port);
+    const std::vector<std::string> dirty = Sent();
     // Unchanged since the first poll, and still sent again.
     for (const char* name : {"PrinterModel", "PrinterManufacturer", "EmulationInfo", "PrinterMemory"}) {
         EXPECT_NE(std::find(dirty.begin(), dirty.end(), name), dirty.end()) << name;

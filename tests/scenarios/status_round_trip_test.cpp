@@ -439,7 +439,11 @@ bool StatusRoundTripTest::RunSeed(uint32_t seed) {
         const ModelMask mask = state.model == emulator::Model6200 ? ModelMask6200 : ModelMask6300;
         EXPECT_FALSE(MasksDiffer(port->modelMask.low, port->modelMask.high, mask.low, mask.high));
         for (const auto& [name, want] : expected) {
-            EXPECT_EQ(Hex(ValueOf(port, name, want ? want->size() : 4)), Hex(want)) << name;
+            const auto have = ValueOf(port, name, want ? want->size() : 4);
+            // IconState is not kept once it has gone out: with no client it
+            // goes at once, and only an unchanged one stays to be seen.
+            if (std::string_view(name) == "IconState" && !have) continue;
+            EXPECT_EQ(Hex(have), Hex(want)) << name;
         }
         EXPECT_EQ(Describe(port->lmBlock), Describe(kept.lm));
         // The named LM_ values show this port; the trays go out as one block.

@@ -5,7 +5,7 @@
 #include "acquisition/poll.h"
 #include "framing/job_record.h"
 #include "platform/spooler_jobs.h"
-#include "support/job_road_fixture.h"
+#include "support/client_fixture.h"
 #include "variables/derived.h"
 #include "variables/status_variable.h"
 
@@ -15,8 +15,23 @@
 namespace langmon {
 namespace {
 
-class DerivedTest : public testing::JobRoadTest {
+class DerivedTest : public testing::ClientTest {
 protected:
+    // A port whose printer, "Laser", a 6200 read once, has a client: what
+    // the variables say shows in what the client is handed from now on.
+    PortContext* OpenWithClient() {
+        DescribePrinter(Printer, testing::Driver6200, "LPT1");
+        PortContext* port = Open("LPT1");
+        EXPECT_NE(CreateManagerLink(Printer, port), nullptr);
+        EXPECT_EQ(PollPrinterStatus(port), 1);
+        manager.ForgetHanded();
+        return port;
+    }
+    // The words of the last value of `name` the client was handed.
+    uint32_t Handed(const char* name, int index = 0) {
+        const auto values = manager.HandedTo(Printer, name);
+        return values.empty() ? 0xBADu : values.back().Word(4 * index);
+    }
     StatusVariable* Row(PortContext* port, const char* name) {
         return GetVariable(name, port->variables, port, 1);
     }
@@ -32,8 +47,7 @@ protected:
 };
 
 TEST_F(DerivedTest, AnErrorValueStaysWhileTheStatusReportsItsFaultAndFallsBackAfter) {
-    PortContext* port = Open("LPT1");
-    ASSERT_EQ(PollPrinterStatus(port), 1);
+    PortContext* port = OpenWithClient();
     SetWords(port, "ErrPaperJam", {0x41});
     SetWords(port, "ErrNoPaper2", {0x00090001, 0x00000500});
     SetWords(port, "ErrCoverOpen", {0x7F});
@@ -41,38 +55,41 @@ TEST_F(DerivedTest, AnErrorValueStaysWhileTheStatusReportsItsFaultAndFallsBackAf
     ASSERT_EQ(DeriveErrorVariables(port, 1), 1);
     EXPECT_EQ(Word(port, "ErrPaperJam"), 0x41u) << "the jam is still reported";
     EXPECT_EQ(Word(port, "ErrNoPaper2"), 0x00090001u);
+    EXPECT_TRUE(manager.HandedTo(Printer, "ErrPaperJam").empty()) << "nothing changed";
 
     SetWords(port, "PrinterStatus", {0, 0, 0x1});
     DeriveErrorVariables(port, 1);
-    EXPECT_EQ(Word(port, "ErrPaperJam"), 0xFFFFFFFFu);
-    EXPECT_EQ(Word(port, "ErrNoPaper2", 0), 0xFFFFFFFFu);
-    EXPECT_EQ(Word(port, "ErrNoPaper2", 1), 0xFFFFFFFFu) << "all eight bytes";
-    EXPECT_EQ(Row(port, "ErrPaperJam")->Dirty, 1u);
+    EXPECT_EQ(Handed("ErrPaperJam"), 0xFFFFFFFFu);
+    EXPECT_EQ(Handed("ErrNoPaper2", 0), 0xFFFFFFFFu);
+    EXPECT_EQ(Handed("ErrNoPaper2", 1), 0xFFFFFFFFu) << "all eight bytes";
     // The cover's value is the cover word's alone; it is only sent again.
-    EXPECT_EQ(Word(port, "ErrCoverOpen"), 0x7Fu);
-    EXPECT_EQ(Row(port, "ErrCoverOpen")->Dirty, 1u);
+    EXPECT_EQ(Handed("ErrCoverOpen"), 0x7Fu);
 
-    // Without publication nothing is marked.
+    // Without publication nothing is marked, and nothing goes out.
     SetWords(port, "ErrBinError", {0});
     DeriveErrorVariables(port, 0);
     EXPECT_EQ(Word(port, "ErrBinError"), 0xFFFFFFFFu);
     EXPECT_EQ(Row(port, "ErrBinError")->Dirty, 0u);
+    EXPECT_TRUE(manager.HandedTo(Printer, "ErrBinError").empty());
 }
 
 TEST_F(DerivedTest, AnUnreadablePrinterShowsUnknownsAndSendsThemEachTime) {
-    PortContext* port = Open("LPT1");
+    PortContext* port = OpenWithClient();
     // The second model answers, and still its status isn't read.
     PrinterAnswers(port, "MFG:Quor;MDL:Laser Printer 6300tx;");
     ASSERT_EQ(PollPrinterStatus(port), 1);
-    for (int pass = 0; pass < 2; ++pass) {
-        for (StatusVariable* row = port->variables; row->Name != nullptr; ++row) row->Dirty = 0;
-        DeriveErrorVariables(port, 0);
-        DerivePrinterVariables(port, 0);
+    for (std::size_t pass = 1; pass <= 2; ++pass) {
+        manager.ForgetHanded();
+        DeriveErrorVariables(port, 1);
+        DerivePrinterVariables(port, 1);
         for (const char* name : {"ErrCoverOpen", "ErrSupplies", "TonerRemain", "CRURemain", "IconState"}) {
             SCOPED_TRACE(name);
-            EXPECT_EQ(Word(port, name), 0xFFFFFFFFu);
-            EXPECT_EQ(Row(port, name)->Dirty, 1u);
+            EXPECT_FALSE(manager.HandedTo(Printer, name).empty()) << "pass " << pass;
+            EXPECT_EQ(Handed(name), 0xFFFFFFFFu);
         }
+        // The trays are another model's business than this client's: the
+        // port keeps them.
+        EXPECT_TRUE(manager.HandedTo(Printer, "PrinterBinConfig").empty());
         const StatusVariable* bins = FindVariable("PrinterBinConfig", port->variables, port);
         ASSERT_NE(bins->Value, nullptr);
         const auto* b = static_cast<const uint8_t*>(bins->Value);
@@ -89,16 +106,16 @@ TEST_F(DerivedTest, AnUnreadablePrinterShowsUnknownsAndSendsThemEachTime) {
 }
 
 TEST_F(DerivedTest, TheJobBitChangesPrinterStatusOnlyWhenItChanges) {
-    PortContext* port = Open("LPT1");
+    PortContext* port = OpenWithClient();
     SetWords(port, "PrinterStatus", {0, 0, 0x1});
     SetPrinterJobBit(port, 1);
     EXPECT_EQ(Word(port, "PrinterStatus", 2), 0x9u);
-    EXPECT_EQ(Row(port, "PrinterStatus")->Dirty, 1u);
-    Row(port, "PrinterStatus")->Dirty = 0;
+    EXPECT_EQ(Handed("PrinterStatus", 2), 0x9u);
     SetPrinterJobBit(port, 1);
-    EXPECT_EQ(Row(port, "PrinterStatus")->Dirty, 0u) << "nothing changed, nothing to send";
+    EXPECT_EQ(manager.HandedTo(Printer, "PrinterStatus").size(), 1u) << "nothing changed, nothing to send";
     SetPrinterJobBit(port, 0);
-    EXPECT_EQ(Word(port, "PrinterStatus", 2), 0x1u);
+    EXPECT_EQ(Handed("PrinterStatus", 2), 0x1u);
+    EXPECT_EQ(manager.HandedTo(Printer, "PrinterStatus").size(), 2u);
 }
 
 // The client's copy of JobStatus, as the status manager would hold it.
@@ -131,30 +148,30 @@ TEST_F(DerivedTest, JobStatusChangesFromTheClientsCopyAndOnlyWithAClient) {
 }
 
 TEST_F(DerivedTest, TheSendingJobCarriesTheSpoolersNamesCutToTheirFields) {
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
     platform::SpoolerJob job;
     job.jobId = 12;
     job.document = std::string(300, 'd');
     job.userName = "a user with a name far longer than thirty-one bytes";
-    platform::SubmitJob("Laser", job);
-    PortContext* port = Open("LPT1");
-    GiveClient(port);
+    platform::SubmitJob(Printer, job);
+    PortContext* port = OpenWithClient();
     ASSERT_TRUE(Start(port, 12));
-    const StatusVariable* row = FindVariable("SendingJobInfo", port->variables, port);
-    ASSERT_NE(row->Value, nullptr);
-    const auto* info = static_cast<const char*>(row->Value);
+    auto sent = manager.HandedTo(Printer, "SendingJobInfo");
+    ASSERT_EQ(sent.size(), 1u);
+    const auto* info = reinterpret_cast<const char*>(sent[0].bytes.data());
     EXPECT_EQ(std::string(info), std::string(255, 'd'));
     EXPECT_EQ(std::string(info + 256), job.userName.substr(0, 31));
-    uint32_t jobId = 0;
-    std::memcpy(&jobId, info + 288, 4);
-    EXPECT_EQ(jobId, 12u);
-    EXPECT_EQ(row->Attributes & (VarKeepValue | VarJobClosing), VarKeepValue);
+    EXPECT_EQ(sent[0].Word(288), 12u);
     EXPECT_FALSE(HasPortFlag(port, PF_JOB_DELETED));
     // The spooler now counts the job as printing.
-    EXPECT_EQ(platform::QueuedJobs("Laser")[0].status & JOB_STATUS_PRINTING, JOB_STATUS_PRINTING);
+    EXPECT_EQ(platform::QueuedJobs(Printer)[0].status & JOB_STATUS_PRINTING, JOB_STATUS_PRINTING);
     ASSERT_TRUE(EndDocPort(port));
-    EXPECT_EQ(std::string(info), "") << "the names go at the job's end";
-    EXPECT_EQ(row->Attributes & (VarKeepValue | VarJobClosing), VarJobClosing);
+    // The job's end: its names gone, and JobId 0 to say that it is over.
+    sent = manager.HandedTo(Printer, "SendingJobInfo");
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(sent[1].bytes.data())), "");
+    EXPECT_EQ(sent[1].Word(288), 0u);
+    EXPECT_EQ(FindVariable("SendingJobInfo", port->variables, port)->Value, nullptr)
+        << "a closed record is not kept";
 
     // A job the spooler doesn't know counts as deleted.
     ASSERT_TRUE(Start(port, 99));

@@ -1,5 +1,6 @@
 #include "print_command.h"
 
+#include "client_view.h"
 #include "file_port_monitor.h"
 #include "job_report.h"
 #include "status_report.h"
@@ -8,6 +9,9 @@
 #include "emulator/printer_description.h"
 #include "monitor/port_context.h"
 #include "platform/clock.h"
+#include "platform/spooler_jobs.h"
+#include "platform/spooler_printers.h"
+#include "platform/text.h"
 
 #include <langmon/monitor.h>
 
@@ -74,6 +78,44 @@ void WaitForPrinter(emulator::Printer& printer) {
             lastProgress = GetTickCount();
         }
     }
+}
+
+// The port name as the spooler's printer settings give it: without the
+// colon of "LPT1:".
+std::string BarePortName(std::string name) {
+    if (!name.empty() && name.back() == ':') name.pop_back();
+    return name;
+}
+
+// The machine's printer on the port, so that the job is the one its
+// spooler would send; "langmon" when there is none.
+std::string PrinterOnPort(const std::string& portName) {
+    DWORD needed = 0;
+    DWORD count = 0;
+    EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &count);
+    std::vector<BYTE> buffer(needed);
+    if (needed != 0 &&
+        EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, buffer.data(), needed, &needed, &count)) {
+        const auto* printers = reinterpret_cast<const PRINTER_INFO_2*>(buffer.data());
+        const std::string port = BarePortName(portName);
+        for (DWORD i = 0; i < count; ++i) {
+            if (printers[i].pPortName != nullptr &&
+                lstrcmpiA(BarePortName(printers[i].pPortName).c_str(), port.c_str()) == 0) {
+                return printers[i].pPrinterName;
+            }
+        }
+    }
+    return "langmon";
+}
+
+// Why a printer has no client: what the machine says of its queue.
+std::string NoClientReason(const std::string& printerName) {
+    HANDLE printer = nullptr;
+    if (!OpenPrinterA(const_cast<LPSTR>(printerName.c_str()), &printer, nullptr)) {
+        return "the machine has no printer of that name (see LANGMON_REGISTRY)";
+    }
+    ClosePrinter(printer);
+    return "its driver is not one of the known models, or has no status key";
 }
 
 }  // namespace
@@ -167,11 +209,12 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
-    out << "langmon print " << options.jobFile << " on port " << options.portName
-        << " of printer \"" << options.printerName << "\", to " << target << '\n';
-
     std::string portName = options.portName;
-    std::string printerName = options.printerName;
+    std::string printerName =
+        options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
+    out << "langmon print " << options.jobFile << " on port " << options.portName
+        << " of printer \"" << printerName << "\", to " << target << '\n';
+
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
     Line(out, "OpenPortEx", Outcome(ok));
@@ -226,9 +269,25 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     // is taken before it closes.
     std::ostringstream status;
     DescribePrinterStatus(status, static_cast<PortContext*>(port), false);
+    // A client reads the printer's store while the port is open; closing it
+    // tells every client that the printer is no longer watched.
+    std::string clientProblem;
+    const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
+    if (static_cast<PortContext*>(port)->jobListHead != nullptr) {
+        // Reported as it happens: the wait is long enough to look like a hang.
+        out << "  ClosePort waits up to two minutes for the printer to report the job's end\n"
+            << std::flush;
+    }
     ok = monitor.ClosePort(port);
     Line(out, "ClosePort", Outcome(ok));
     out << "what the monitor's last poll made of the printer:\n" << status.str();
+    out << "what a status client of \"" << printerName << "\" received:\n";
+    if (clientView.empty()) {
+        out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
+    }
+    DescribeClientView(out, clientView);
+    out << "the status words the spooler was given for \"" << printerName << "\":\n";
+    DescribeSpoolerView(out, printerName);
     exitCode = ok ? exitCode : 1;
 
     const std::string_view jobBytes(job.data(), job.size());

@@ -16,7 +16,9 @@ struct PrintOptions {
     // emulator/printer_description.h) or "file:PATH".
     std::string printer = "emulator";
     std::string portName = "LPT1:";
-    std::string printerName = "langmon";
+    // The spooler's name of the printer; when empty, the machine's printer
+    // on the port, or "langmon" when the machine has none there.
+    std::string printerName;
     std::string documentName;  // the job file's name when empty
     unsigned blockSize = 4096;
 };

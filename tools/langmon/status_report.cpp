@@ -74,7 +74,9 @@ constexpr StatusName StatusNames[] = {
     {40, "idle (engine off)"},   {41, "ready"},
 };
 
-std::string StatusText(uint32_t word1, uint32_t word2) {
+}  // namespace
+
+std::string PrinterStatusText(uint32_t word1, uint32_t word2) {
     if ((word1 & 0x100) != 0) return "the printer does not answer";
     if ((word1 & 0x200) != 0) return "a printer of no known model";
     if ((word1 & 0x400) != 0) return "the port has no way back from the printer";
@@ -83,11 +85,16 @@ std::string StatusText(uint32_t word1, uint32_t word2) {
         const ConditionStatus status = StatusOfCondition(name.Condition);
         // A job on the port adds its bit to any of them.
         if (status.StatusWord1 == word1 && (status.StatusWord2 | 0x8u) == (word2 | 0x8u)) {
-            return name.Name;
+            // The icon a status display shows for it, which the status words
+            // carry with them: IconState itself goes once it is published.
+            const char* severity = status.IconState == 1 ? " (error)" : status.IconState == 2 ? " (warning)" : "";
+            return std::string(name.Name) + severity;
         }
     }
     return word1 == 0 && (word2 & ~0x8u) == 0 ? "nothing to report" : "status words " + Hex32(word1) + " " + Hex32(word2);
 }
+
+namespace {
 
 std::string Level(uint8_t level) {
     if (level == 254) return "unknown";
@@ -180,12 +187,7 @@ void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariab
     out << (maker != nullptr ? Text(maker) + " " : "") << (model != nullptr ? Text(model) : "(no model named)")
         << (known ? ", a known model" : ", no known model") << '\n';
     if (const StatusVariable* status = Value(port, "PrinterStatus")) {
-        out << "  status       " << StatusText(Word(status, 1), Word(status, 2));
-        if (const StatusVariable* icon = Value(port, "IconState")) {
-            const uint32_t state = Word(icon);
-            out << (state == 1 ? " (error)" : state == 2 ? " (warning)" : "");
-        }
-        out << '\n';
+        out << "  status       " << PrinterStatusText(Word(status, 1), Word(status, 2)) << '\n';
     }
     // Levels, trays and faults mean something only for a printer whose
     // status the monitor reads; otherwise they stand at "unknown".

@@ -2,7 +2,9 @@
 // as one JSON object: the status variables with a value, and the LM_ values.
 #pragma once
 
+#include <cstdint>
 #include <iosfwd>
+#include <string>
 
 namespace langmon {
 struct PortContext;
@@ -15,6 +17,9 @@ namespace langmon::tool {
 // options, memory; with `listVariables` then every variable with a value,
 // in hex.
 void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariables);
+
+// What PrinterStatus's StatusWord1 and StatusWord2 say, in words.
+std::string PrinterStatusText(uint32_t word1, uint32_t word2);
 
 // {"model_known": bool, "model_mask": [low, high], "variables": {NAME:
 // {"hex": "...", "dirty": 0|1}}, "lm": {...}} on one line.

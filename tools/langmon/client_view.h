@@ -1,0 +1,32 @@
+// The printer as its status clients and the spooler see it: the variables a
+// client reads from the status manager library, and the status words the
+// spooler was given, by their PRINTER_STATUS names.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace langmon::tool {
+
+struct ClientVariable {
+    std::string name;
+    std::vector<uint8_t> bytes;
+};
+
+// Every status variable the printer's store holds, read the way any client
+// reads it: the library loaded by its name, the store opened by the printer's
+// name, each value asked for its size first. Empty, with the reason in
+// `problem`, when the library or the store can't be had.
+std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem);
+void DescribeClientView(std::ostream& out, const std::vector<ClientVariable>& variables);
+
+// "PRINTER_STATUS_PAPER_JAM | PRINTER_STATUS_DOOR_OPEN", or "0 (no special
+// state)".
+std::string SpoolerStatusNames(uint32_t value);
+// Waits until every status word the monitor means to give the spooler has
+// been given, a while at most, and lists them in order.
+void DescribeSpoolerView(std::ostream& out, const std::string& printerName);
+
+}  // namespace langmon::tool
