@@ -47,18 +47,6 @@ Gates& TheGates() {
     return gates;
 }
 
-// Counts the call; true with the error to fail with when one is due.
-bool InjectedFailure(platform::SpoolerCall call, DWORD* error) {
-    Gates& g = TheGates();
-    std::lock_guard lock(g.mutex);
-    Gate& gate = g.gates[static_cast<std::size_t>(call)];
-    ++gate.calls;
-    if (gate.remaining == 0) return false;
-    if (gate.remaining > 0) --gate.remaining;
-    *error = gate.error;
-    return true;
-}
-
 // ---------------------------------------------------------------------------
 // Ports.
 
@@ -97,7 +85,7 @@ std::vector<Port> ListPorts() {
 BOOL EnumPortsA(LPSTR /*serverName*/, DWORD level, LPBYTE ports, DWORD bufferSize, LPDWORD needed,
                 LPDWORD returned) {
     DWORD error;
-    if (InjectedFailure(platform::SpoolerCall::EnumPorts, &error)) {
+    if (platform::SpoolerCallFails(platform::SpoolerCall::EnumPorts, &error)) {
         if (needed) *needed = 0;
         if (returned) *returned = 0;
         SetLastError(error);
@@ -158,6 +146,17 @@ void StopFailingSpoolerCalls() {
     Gates& g = TheGates();
     std::lock_guard lock(g.mutex);
     for (Gate& gate : g.gates) gate = Gate{};
+}
+
+bool SpoolerCallFails(SpoolerCall call, DWORD* error) {
+    Gates& g = TheGates();
+    std::lock_guard lock(g.mutex);
+    Gate& gate = g.gates[static_cast<std::size_t>(call)];
+    ++gate.calls;
+    if (gate.remaining == 0) return false;
+    if (gate.remaining > 0) --gate.remaining;
+    *error = gate.error;
+    return true;
 }
 
 std::size_t SpoolerCallCount(SpoolerCall call) {

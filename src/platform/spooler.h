@@ -34,5 +34,9 @@ void StopFailingSpoolerCalls();
 // Calls made since the last StopFailingSpoolerCalls.
 std::size_t SpoolerCallCount(SpoolerCall call);
 
+// For the spooler's calls themselves, asked before anything else they do:
+// counts the call, and is true with the error to fail with when one is due.
+bool SpoolerCallFails(SpoolerCall call, DWORD* error);
+
 }  // namespace platform
 }  // namespace langmon

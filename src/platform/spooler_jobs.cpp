@@ -199,5 +199,14 @@ size_t OpenPrinterHandleCount() {
     return q.handles.size();
 }
 
+bool PrinterNameOf(HANDLE printer, std::string* name) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    PrinterHandle* handle = Known(q, printer);
+    if (!handle) return false;
+    *name = handle->name;
+    return true;
+}
+
 }  // namespace platform
 }  // namespace langmon

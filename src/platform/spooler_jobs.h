@@ -56,5 +56,9 @@ std::vector<std::string> JobCommands();
 void ForgetJobs();
 size_t OpenPrinterHandleCount();
 
+// For the spooler's other printer calls: the name a handle was opened with,
+// or false with ERROR_INVALID_HANDLE as the last error.
+bool PrinterNameOf(HANDLE printer, std::string* name);
+
 }  // namespace platform
 }  // namespace langmon

@@ -14,12 +14,21 @@ namespace langmon {
 
 constexpr DWORD PRINTER_ENUM_LOCAL = 0x00000002u;
 constexpr DWORD PRINTER_CONTROL_SET_STATUS = 4;
+constexpr DWORD PRINTER_ATTRIBUTE_LOCAL = 0x00000040u;
+
+// A handle whose printer has since left the machine description.
+#ifndef ERROR_PRINTER_DELETED
+#define ERROR_PRINTER_DELETED 1905u
+#endif
 
 // Levels 2 and 5 of a printer opened with OpenPrinterA, packed as the spooler
 // packs them. A buffer too small (or none): FALSE, ERROR_INSUFFICIENT_BUFFER and
 // *needed the size that would do. pPortName is the printer's "Port",
-// pDriverName its "Printer Driver", pPrintProcessor its "Print Processor";
-// Status is the status word it was last given.
+// pDriverName its "Printer Driver", pPrintProcessor its "Print Processor",
+// each null when the printer's key lacks the value; pPrinterName is the key's
+// own name, pDatatype "RAW". Status is the status word it was last given (0
+// before any), cJobs the jobs in its queue, Attributes PRINTER_ATTRIBUTE_LOCAL.
+// Everything else the machine description can't say: null texts, zero numbers.
 BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed);
 // Every printer of the machine, at level 2 or 5, with the same size rules and
 // *returned the number of records. The flags and the name are not looked at:
@@ -36,7 +45,7 @@ namespace platform {
 // Every status word given to the printer (case does not matter) through
 // SetPrinterA, in order, the refused ones left out.
 std::vector<DWORD> PrinterStatusWords(const std::string& printerName);
-// Forgets the status words given to every printer.
+// Forgets the status words given to every printer; their Status is 0 again.
 void ForgetPrinterStatusWords();
 
 }  // namespace platform

@@ -1,0 +1,221 @@
+// The spooler's printers: what the machine description says of each, packed
+// the way the spooler packs it, and the status words the monitor gives them.
+// Handles belong to spooler_jobs.cpp; the gates that make calls fail belong to
+// spooler.cpp. Both are asked, not copied, so a handle or a gate means the
+// same to every spooler call.
+
+#include "platform/spooler_printers.h"
+
+#include "platform/packed_answer.h"
+#include "platform/registry.h"
+#include "platform/spooler_jobs.h"
+#include "platform/text.h"
+
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace langmon {
+namespace {
+
+using platform::AnswerPacked;
+using platform::PackedWriter;
+
+constexpr const char* kPrintersKey = "System\\CurrentControlSet\\control\\Print\\Printers";
+
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    return text;
+}
+
+// ---------------------------------------------------------------------------
+// Status words, by lower-case printer name. Several ports' status threads
+// give them at once.
+
+struct StatusBook {
+    std::mutex mutex;
+    std::map<std::string, std::vector<DWORD>> words;
+};
+
+StatusBook& TheStatusBook() {
+    static StatusBook book;
+    return book;
+}
+
+// The printer's Status is the last word it was given, so forgetting the
+// words returns it to 0 as well: one record, no second copy to drift.
+DWORD LastStatusWord(const std::string& printerName) {
+    StatusBook& book = TheStatusBook();
+    std::lock_guard lock(book.mutex);
+    auto found = book.words.find(Lower(printerName));
+    return found == book.words.end() || found->second.empty() ? 0 : found->second.back();
+}
+
+// ---------------------------------------------------------------------------
+// Printers as the machine description has them.
+
+struct Printer {
+    std::string name;  // the key's own name, in its own case
+    std::optional<std::string> port;
+    std::optional<std::string> driver;
+    std::optional<std::string> processor;
+    DWORD status = 0;
+    DWORD jobs = 0;
+};
+
+Printer ReadPrinter(const std::string& keyName) {
+    const std::string key = std::string(kPrintersKey) + "\\" + keyName;
+    Printer printer;
+    printer.name = keyName;
+    printer.port = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Port");
+    printer.driver = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Printer Driver");
+    printer.processor = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Print Processor");
+    printer.status = LastStatusWord(keyName);
+    printer.jobs = static_cast<DWORD>(platform::QueuedJobs(keyName).size());
+    return printer;
+}
+
+// The printer a handle was opened for, under its key's own name. Nothing,
+// with the last error set, for a bad handle or a printer no longer on the
+// machine.
+std::optional<std::string> PrinterOfHandle(HANDLE handle) {
+    std::string opened;
+    if (!platform::PrinterNameOf(handle, &opened)) return std::nullopt;
+    for (const std::string& name : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kPrintersKey)) {
+        if (lstrcmpiA(name.c_str(), opened.c_str()) == 0) return name;
+    }
+    SetLastError(ERROR_PRINTER_DELETED);
+    return std::nullopt;
+}
+
+std::size_t RecordSize(DWORD level) {
+    return level == 2 ? sizeof(PRINTER_INFO_2) : sizeof(PRINTER_INFO_5);
+}
+
+std::size_t TextSize(const std::optional<std::string>& text) {
+    return text ? text->size() + 1 : 0;
+}
+
+std::size_t InfoSize(const Printer& printer, DWORD level) {
+    std::size_t size = RecordSize(level) + printer.name.size() + 1 + TextSize(printer.port);
+    if (level == 2) size += TextSize(printer.driver) + TextSize(printer.processor) + sizeof "RAW";
+    return size;
+}
+
+char* PutText(PackedWriter& out, const std::optional<std::string>& text) {
+    return text ? out.PutText(*text) : nullptr;
+}
+
+void PutInfo(PackedWriter& out, std::size_t index, const Printer& printer, DWORD level) {
+    if (level == 5) {
+        PRINTER_INFO_5 info{};
+        info.pPrinterName = out.PutText(printer.name);
+        info.pPortName = PutText(out, printer.port);
+        info.Attributes = PRINTER_ATTRIBUTE_LOCAL;
+        out.PutRecord(index, info);
+        return;
+    }
+    PRINTER_INFO_2 info{};
+    info.pPrinterName = out.PutText(printer.name);
+    info.pPortName = PutText(out, printer.port);
+    info.pDriverName = PutText(out, printer.driver);
+    info.pPrintProcessor = PutText(out, printer.processor);
+    // Jobs reach the port as the application made them.
+    info.pDatatype = out.PutText("RAW");
+    info.Attributes = PRINTER_ATTRIBUTE_LOCAL;
+    info.Status = printer.status;
+    info.cJobs = printer.jobs;
+    out.PutRecord(index, info);
+}
+
+// The one end of GetPrinterA and EnumPrintersA: the size rule, then the
+// records in order with their texts behind them.
+BOOL AnswerPrinters(const std::vector<Printer>& list, DWORD level, LPBYTE buffer, DWORD size,
+                    LPDWORD needed, LPDWORD returned) {
+    std::size_t total = 0;
+    for (const Printer& printer : list) total += InfoSize(printer, level);
+    return AnswerPacked(buffer, size, total, list.size(), needed, returned, [&] {
+        PackedWriter out(buffer, list.size() * RecordSize(level));
+        for (std::size_t i = 0; i < list.size(); ++i) PutInfo(out, i, list[i], level);
+    });
+}
+
+bool FailsAtGate(platform::SpoolerCall call, LPDWORD needed, LPDWORD returned) {
+    DWORD error;
+    if (!platform::SpoolerCallFails(call, &error)) return false;
+    if (needed) *needed = 0;
+    if (returned) *returned = 0;
+    SetLastError(error);
+    return true;
+}
+
+}  // namespace
+
+BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed) {
+    if (FailsAtGate(platform::SpoolerCall::GetPrinter, needed, nullptr)) return FALSE;
+    const std::optional<std::string> name = PrinterOfHandle(printer);
+    if (!name) return FALSE;
+    if (level != 2 && level != 5) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    if (!needed) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    DWORD returned = 0;
+    return AnswerPrinters({ReadPrinter(*name)}, level, buffer, size, needed, &returned);
+}
+
+BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, DWORD size,
+                   LPDWORD needed, LPDWORD returned) {
+    if (FailsAtGate(platform::SpoolerCall::EnumPrinters, needed, returned)) return FALSE;
+    if (!needed || !returned) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (level != 2 && level != 5) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    std::vector<Printer> list;
+    for (const std::string& name : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kPrintersKey)) {
+        list.push_back(ReadPrinter(name));
+    }
+    return AnswerPrinters(list, level, buffer, size, needed, returned);
+}
+
+BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) {
+    if (FailsAtGate(platform::SpoolerCall::SetPrinter, nullptr, nullptr)) return FALSE;
+    const std::optional<std::string> name = PrinterOfHandle(printer);
+    if (!name) return FALSE;
+    if (level != 0 || command != PRINTER_CONTROL_SET_STATUS) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    // The status word travels in the place of the buffer pointer: the pointer
+    // is the value, nothing is read through it.
+    const auto word = static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(buffer));
+    StatusBook& book = TheStatusBook();
+    std::lock_guard lock(book.mutex);
+    book.words[Lower(*name)].push_back(word);
+    return TRUE;
+}
+
+namespace platform {
+
+std::vector<DWORD> PrinterStatusWords(const std::string& printerName) {
+    StatusBook& book = TheStatusBook();
+    std::lock_guard lock(book.mutex);
+    auto found = book.words.find(Lower(printerName));
+    return found == book.words.end() ? std::vector<DWORD>{} : found->second;
+}
+
+void ForgetPrinterStatusWords() {
+    StatusBook& book = TheStatusBook();
+    std::lock_guard lock(book.mutex);
+    book.words.clear();
+}
+
+}  // namespace platform
+}  // namespace langmon
