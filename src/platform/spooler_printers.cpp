@@ -32,6 +32,9 @@ std::string Lower(std::string text) {
 // Status words, by lower-case printer name. Several ports' status threads
 // give them at once.
 
+// A host runs for months: each printer keeps its latest words, not all.
+constexpr std::size_t KeptStatusWords = 1024;
+
 struct StatusBook {
     std::mutex mutex;
     std::map<std::string, std::vector<DWORD>> words;
@@ -198,7 +201,9 @@ BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) {
     const auto word = static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(buffer));
     StatusBook& book = TheStatusBook();
     std::lock_guard lock(book.mutex);
-    book.words[Lower(*name)].push_back(word);
+    std::vector<DWORD>& words = book.words[Lower(*name)];
+    if (words.size() == KeptStatusWords) words.erase(words.begin());
+    words.push_back(word);
     return TRUE;
 }
 

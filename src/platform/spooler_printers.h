@@ -43,7 +43,7 @@ BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command);
 namespace platform {
 
 // Every status word given to the printer (case does not matter) through
-// SetPrinterA, in order, the refused ones left out.
+// SetPrinterA, in order, the refused ones left out; the latest 1024 of them.
 std::vector<DWORD> PrinterStatusWords(const std::string& printerName);
 // Forgets the status words given to every printer; their Status is 0 again.
 void ForgetPrinterStatusWords();
