@@ -99,7 +99,7 @@ TEST_F(SpoolerPrintersTest, RecordsCarryTheMachineDescriptionAndTheLastStatusWor
                                           info.pDatatype, info.pServerName, info.pShareName, info.pComment,
                                           info.pLocation, info.pSepFile, info.pParameters}),
               (Strings{"Quor CL6300", "LPT1:", "Quor Laser Printer 6300tx PCL6", "WINPRINT", "RAW", "-", "-", "-", "-", "-", "-"}));
-    EXPECT_EQ(info.Attributes + info.Status + info.cJobs, PRINTER_ATTRIBUTE_LOCAL + 2u);
+    EXPECT_EQ((Words{info.Attributes, info.Status, info.cJobs}), (Words{PRINTER_ATTRIBUTE_LOCAL, 0, 2}));
 
     // Each printer's words in order, every bit of each; the last is its Status.
     SetLastError(Unset);
