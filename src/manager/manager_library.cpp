@@ -3,13 +3,39 @@
 #include "manager/manager_link.h"
 #include "platform/library.h"
 
+#include <cstddef>
+#include <cstring>
+
 namespace langmon {
 
 namespace {
 
-template <typename Function>
-void Find(HMODULE library, const char* name, Function* slot) {
-    *slot = reinterpret_cast<Function>(GetProcAddress(library, name));
+// Where each of the library's functions lives in the link: one list serves
+// the lookup and the forgetting, so the two can't drift apart.
+struct ManagerFunction {
+    const char* name;
+    std::size_t offset;
+};
+constexpr ManagerFunction ManagerFunctions[] = {
+    {"OpenManagerExA", offsetof(ManagerLink, OpenManagerExA)},
+    {"CloseManager", offsetof(ManagerLink, CloseManager)},
+    {"GetPrinterStatusA", offsetof(ManagerLink, GetPrinterStatusA)},
+    {"SetReqPrinterStatusEventA", offsetof(ManagerLink, SetReqPrinterStatusEventA)},
+    {"ResSetPrinterStatus", offsetof(ManagerLink, ResSetPrinterStatus)},
+    {"UpdatePrinterStatusA", offsetof(ManagerLink, UpdatePrinterStatusA)},
+    {"SetNotificationEventA", offsetof(ManagerLink, SetNotificationEventA)},
+    {"SetNotificationEventExA", offsetof(ManagerLink, SetNotificationEventExA)},
+    {"KillNotificationEvent", offsetof(ManagerLink, KillNotificationEvent)},
+    {"SetNotificationCallbackExA", offsetof(ManagerLink, SetNotificationCallbackExA)},
+    {"KillNotificationCallback", offsetof(ManagerLink, KillNotificationCallback)},
+};
+
+// Each slot holds a function pointer, which on this platform has the size and
+// representation of the address GetProcAddress gives.
+static_assert(sizeof(OpenManagerExFn) == sizeof(void*));
+
+void StoreFunction(ManagerLink* link, const ManagerFunction& function, void* address) {
+    std::memcpy(reinterpret_cast<char*>(link) + function.offset, &address, sizeof address);
 }
 
 }  // namespace
@@ -17,18 +43,9 @@ void Find(HMODULE library, const char* name, Function* slot) {
 int LoadManagerLibrary(ManagerLink* link) {
     link->library = LoadLibraryA(ManagerLibraryName);
     if (link->library == nullptr) return 0;
-    HMODULE library = link->library;
-    Find(library, "OpenManagerExA", &link->OpenManagerExA);
-    Find(library, "CloseManager", &link->CloseManager);
-    Find(library, "GetPrinterStatusA", &link->GetPrinterStatusA);
-    Find(library, "SetReqPrinterStatusEventA", &link->SetReqPrinterStatusEventA);
-    Find(library, "ResSetPrinterStatus", &link->ResSetPrinterStatus);
-    Find(library, "UpdatePrinterStatusA", &link->UpdatePrinterStatusA);
-    Find(library, "SetNotificationEventA", &link->SetNotificationEventA);
-    Find(library, "SetNotificationEventExA", &link->SetNotificationEventExA);
-    Find(library, "KillNotificationEvent", &link->KillNotificationEvent);
-    Find(library, "SetNotificationCallbackExA", &link->SetNotificationCallbackExA);
-    Find(library, "KillNotificationCallback", &link->KillNotificationCallback);
+    for (const ManagerFunction& function : ManagerFunctions) {
+        StoreFunction(link, function, GetProcAddress(link->library, function.name));
+    }
     return 1;
 }
 
@@ -36,17 +53,7 @@ void UnloadManagerLibrary(ManagerLink* link) {
     if (link->library == nullptr) return;
     FreeLibrary(link->library);
     link->library = nullptr;
-    link->OpenManagerExA = nullptr;
-    link->CloseManager = nullptr;
-    link->GetPrinterStatusA = nullptr;
-    link->SetReqPrinterStatusEventA = nullptr;
-    link->ResSetPrinterStatus = nullptr;
-    link->UpdatePrinterStatusA = nullptr;
-    link->SetNotificationEventA = nullptr;
-    link->SetNotificationEventExA = nullptr;
-    link->KillNotificationEvent = nullptr;
-    link->SetNotificationCallbackExA = nullptr;
-    link->KillNotificationCallback = nullptr;
+    for (const ManagerFunction& function : ManagerFunctions) StoreFunction(link, function, nullptr);
 }
 
 }  // namespace langmon
