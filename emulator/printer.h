@@ -45,8 +45,10 @@ struct JobRecordOfPrinter {
 };
 
 // How long the printer's input stays quiet before it takes what came as all
-// there is: a printer's I/O time-out, short so that jobs end soon.
-constexpr uint32_t InputIdleMs = 1000;
+// there is: a printer's I/O time-out, as long as the usual factory setting.
+// A monitor that sends a trailer in pieces between its polls, seconds apart,
+// relies on it.
+constexpr uint32_t InputIdleMs = 15000;
 
 class Printer {
 public:

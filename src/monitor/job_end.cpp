@@ -27,10 +27,6 @@ namespace {
 // any of these is not waiting to be sent.
 constexpr DWORD NotWaitingStatus = 0x195;
 constexpr int SpoolerTries = 3;
-// How long a job's end keeps trying to send the text the port didn't take,
-// when no status thread is there to do it later.
-constexpr DWORD FlushLimit = 60000;
-constexpr DWORD FlushPause = 100;
 // The job bit of PrinterStatus's StatusWord2: a job is on the port.
 constexpr uint32_t PrinterJobBit = 0x8;
 constexpr int StatusWord2 = 2;
@@ -124,22 +120,6 @@ void TidyJobList(PortContext* port) {
     }
 }
 
-/* FlushPending: with no status thread alive nobody else will send what the
-   port didn't take; try for a minute, then let it go. */
-void FlushPending(PortContext* port) {
-    const DWORD start = GetTickCount();
-    while (port->pendingLength != 0) {
-        if (TickAge(GetTickCount(), start) > FlushLimit) {
-            DropPending(port);
-            return;
-        }
-        SendPjl(port, nullptr, 0, nullptr, 0, 0);
-        if (port->pendingLength != 0) {
-            Sleep(FlushPause);
-        }
-    }
-}
-
 /* EndPassThroughJob: a port that can't answer only closes the document and
    tells the spooler the job's last page is out. */
 void EndPassThroughJob(PortContext* port) {
@@ -201,9 +181,9 @@ BOOL EndDocPort(HANDLE hPort) {
     }
     ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
     port->jobOpen = 0;
-    if (!HasPortFlag(port, PF_STATUS_ALIVE) && port->pendingLength != 0) {
-        FlushPending(port);
-    }
+    // With no status thread alive nobody else will send what the port
+    // didn't take.
+    if (!HasPortFlag(port, PF_STATUS_ALIVE)) FlushPending(port);
     ClearPortFlag(port, PF_JOB_RESET);
     // An ECP port is looked at anew for each job.
     port->portMode &= ~PM_ECP;

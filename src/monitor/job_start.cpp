@@ -89,7 +89,7 @@ void FollowJob(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, L
         DrainPrinterInput(0, port);
     }
     if (port->jobManager != nullptr) {
-        port->watchJob = 1;
+        SetPortWord(port->watchJob, 1);
         if (!HasPortFlag(port, PF_STATUS_ALIVE)) {
             StartStatusThread(port);
         }

@@ -23,6 +23,9 @@ constexpr DWORD UsbDeviceIdCode = 0x16000C;
 
 // Serial lines want a pause around each document.
 constexpr DWORD SerialDocumentPause = 100;
+// How long the queued text is offered to the port before it is let go.
+constexpr DWORD FlushLimitMs = 60000;
+constexpr DWORD FlushPauseMs = 100;
 
 /* AppendPending: puts text at the end of the queue. A failed allocation loses
    the text and leaves the queue as it was. */
@@ -325,6 +328,18 @@ int SendPjl(PortContext* port, const void* data, DWORD length, DWORD* written, i
     }
     ::SetLastError(error);
     return result;
+}
+
+void FlushPending(PortContext* port) {
+    const DWORD start = GetTickCount();
+    while (port->pendingLength != 0) {
+        if (TickAge(GetTickCount(), start) > FlushLimitMs) {
+            DropPending(port);
+            return;
+        }
+        SendPjl(port, nullptr, 0, nullptr, 0, 0);
+        if (port->pendingLength != 0) Sleep(FlushPauseMs);
+    }
 }
 
 /* DropPending: forgets the text the port has not taken. */

@@ -38,5 +38,10 @@ void FreeDocInfo(DWORD level, void* copy);
 int SendPjl(PortContext* port, const void* data, DWORD length, DWORD* written,
             int queueOnFailure, int knownModelOnly);
 void DropPending(PortContext* port);
+// Sends the queued text over and over, a little apart, until the port has
+// taken it all; after a minute what is left is dropped. For those who are
+// the last to talk to the printer for a while: a trailer cut short would
+// have the printer print its rest as a job of its own.
+void FlushPending(PortContext* port);
 
 }  // namespace langmon

@@ -1,6 +1,7 @@
 #include "monitor/monitor_entry.h"
 
 #include "acquisition/lm_values.h"
+#include "background/status_thread.h"
 #include "framing/job_record.h"
 #include "manager/manager_link.h"
 #include "monitor/device_requests.h"
@@ -34,8 +35,6 @@ namespace {
 
 constexpr DWORD CloseDrainLimit = 120000;  // ms a closing port waits for its jobs
 constexpr DWORD CloseDrainStep = 1000;
-constexpr DWORD StatusThreadPoll = 500;
-constexpr DWORD StatusThreadGrace = 4010;  // a status thread's longest pass, and a little
 
 // The value PrinterStatus takes when its port closes: no printer behind it.
 constexpr uint32_t PrinterStatusClosed[3] = {0, 0x1000, 0};
@@ -73,11 +72,6 @@ bool JobsStillTracked(PortContext* port) {
     const bool tracked = port->jobListHead != nullptr;
     UnlockPort(port);
     return tracked;
-}
-
-// The status thread clears statusWakeEvent as its very last act.
-HANDLE StatusWakeEvent(PortContext* port) {
-    return std::atomic_ref<HANDLE>(port->statusWakeEvent).load();
 }
 
 void FreeVariables(StatusVariable* table) {
@@ -227,6 +221,8 @@ int DestroyPortContext(PortContext* port) {
     if (!UnlinkFromPortList(port)) {
         return 0;
     }
+    // Nothing of the port goes while its status thread can still touch it.
+    StopStatusThread(port);
     // The LM_ table must never point into a port that is gone.
     UnbindLmValues(port);
     // The chain may share a block with its row: it goes first, while the row
@@ -258,11 +254,6 @@ int DestroyPortContext(PortContext* port) {
     DropPending(port);
     GlobalFree(port->responseTail);
     port->responseTail = nullptr;
-
-    if (HasPortFlag(port, PF_STATUS_ALIVE)) {
-        ClearPortFlag(port, PF_STATUS_RUN);
-        Sleep(StatusThreadGrace);
-    }
 
     if (port->portLock != nullptr) {
         DeleteCriticalSection(port->portLock);
@@ -325,13 +316,7 @@ BOOL ClosePort(HANDLE hPort) {
         Sleep(CloseDrainStep);
     }
 
-    if (HasPortFlag(port, PF_STATUS_ALIVE)) {
-        ClearPortFlag(port, PF_STATUS_RUN);
-        SetEvent(StatusWakeEvent(port));
-        while (StatusWakeEvent(port) != nullptr) {
-            Sleep(StatusThreadPoll);
-        }
-    }
+    StopStatusThread(port);
 
     SetEvent(port->closingEvent);
     LowerClose(port);

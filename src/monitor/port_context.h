@@ -85,6 +85,17 @@ struct PortContext {
     uint32_t ecpBusy;
     CRITICAL_SECTION* portLock;  // allocated apart; null: the port runs unlocked
     HANDLE statusEndedEvent;
+    // The status thread, kept until it is joined: by the next start, by
+    // ClosePort, by the port's destruction. Nothing frees the port while its
+    // thread can still touch it.
+    HANDLE statusThread;
+    // The event behind statusWakeEvent. The thread clears statusWakeEvent as
+    // the sign that it is leaving, but the event lives on until the thread is
+    // joined, so a caller that read the field just before still signals a
+    // live event.
+    HANDLE statusWakeObject;
+    // Request words: plain words that other threads set and the status
+    // thread reads at every pass; read and written with PortWord.
     uint32_t suspendRequested;
     uint32_t wakeRequested;
     uint32_t watchJob;
@@ -130,6 +141,15 @@ struct PortContext {
     // job, so the name is read once, when the record is made.
     uint32_t usbPort;
 };
+
+// One atomic step per read or write of a word that threads share without a
+// lock (the request words, watchJob, goodbyePending).
+inline uint32_t PortWord(const uint32_t& word) {
+    return std::atomic_ref<uint32_t>(const_cast<uint32_t&>(word)).load();
+}
+inline void SetPortWord(uint32_t& word, uint32_t value) {
+    std::atomic_ref<uint32_t>(word).store(value);
+}
 
 inline bool IsUsbPort(const PortContext* port) { return port->usbPort != 0; }
 

@@ -258,6 +258,21 @@ void RegistryCreateKey(HKEY root, std::string_view path) {
     if (auto from = HostRoot(r, root)) WalkOrMake(from.get(), path);
 }
 
+bool RegistryDeleteKey(HKEY root, std::string_view path) {
+    const auto cut = path.rfind('\\');
+    const std::string_view parentPath = cut == std::string_view::npos ? "" : path.substr(0, cut);
+    const std::string_view name = cut == std::string_view::npos ? path : path.substr(cut + 1);
+    Registry& r = TheRegistry();
+    std::lock_guard lock(r.mutex);
+    auto from = HostRoot(r, root);
+    if (!from || name.empty()) return false;
+    auto parent = Walk(from, parentPath);
+    if (!parent) return false;
+    return std::erase_if(parent->children, [&](const auto& child) {
+               return SameName(child->name, name);
+           }) != 0;
+}
+
 void RegistrySetValue(HKEY root, std::string_view path, std::string_view name, DWORD type,
                       std::span<const BYTE> data) {
     Registry& r = TheRegistry();

@@ -61,6 +61,9 @@ void RegistrySetValue(HKEY root, std::string_view path, std::string_view name, D
 void RegistrySetString(HKEY root, std::string_view path, std::string_view name,
                        std::string_view value);
 void RegistrySetDword(HKEY root, std::string_view path, std::string_view name, DWORD value);
+// Takes the key out with everything below it, as a printer queue leaves the
+// machine. A handle still open on it keeps what it had. False when missing.
+bool RegistryDeleteKey(HKEY root, std::string_view path);
 
 struct RegistryValue {
     DWORD type = REG_NONE;

@@ -25,7 +25,7 @@ BOOL EnumPortsA(LPSTR serverName, DWORD level, LPBYTE ports, DWORD bufferSize, L
 namespace platform {
 
 // The calls that can be made to fail; keep SetPrinter last.
-enum class SpoolerCall { EnumPorts, GetPrinter, EnumPrinters, SetPrinter };
+enum class SpoolerCall { EnumPorts, GetPrinter, EnumPrinters, GetPrinterDriver, SetPrinter };
 
 // Makes the next `times` calls of `call` fail with `error` (times < 0: every
 // call until StopFailingSpoolerCalls).

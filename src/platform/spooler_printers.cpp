@@ -152,6 +152,46 @@ bool FailsAtGate(platform::SpoolerCall call, LPDWORD needed, LPDWORD returned) {
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// Drivers as the machine description has them.
+
+constexpr const char* kDriversKey =
+    "System\\CurrentControlSet\\control\\Print\\Environments\\Windows 4.0\\Drivers";
+constexpr char kEnvironment[] = "Windows 4.0";
+
+struct Driver {
+    std::string name;
+    std::optional<std::string> path, data, config, help, monitor, datatype;
+};
+
+Driver ReadDriver(const std::string& name) {
+    const std::string key = std::string(kDriversKey) + "\\" + name;
+    auto text = [&](const char* value) {
+        return platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, value);
+    };
+    return Driver{name,         text("Driver"),  text("Data File"), text("Configuration File"),
+                  text("Help File"), text("Monitor"), text("Datatype")};
+}
+
+std::size_t DriverSize(const Driver& driver) {
+    return sizeof(DRIVER_INFO_3) + driver.name.size() + 1 + sizeof kEnvironment +
+           TextSize(driver.path) + TextSize(driver.data) + TextSize(driver.config) +
+           TextSize(driver.help) + TextSize(driver.monitor) + TextSize(driver.datatype);
+}
+
+void PutDriver(PackedWriter& out, const Driver& driver) {
+    DRIVER_INFO_3 info{};
+    info.pName = out.PutText(driver.name);
+    info.pEnvironment = out.PutText(kEnvironment);
+    info.pDriverPath = PutText(out, driver.path);
+    info.pDataFile = PutText(out, driver.data);
+    info.pConfigFile = PutText(out, driver.config);
+    info.pHelpFile = PutText(out, driver.help);
+    info.pMonitorName = PutText(out, driver.monitor);
+    info.pDefaultDataType = PutText(out, driver.datatype);
+    out.PutRecord(0, info);
+}
+
 }  // namespace
 
 BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed) {
@@ -186,6 +226,32 @@ BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, 
         list.push_back(ReadPrinter(name));
     }
     return AnswerPrinters(list, level, buffer, size, needed, returned);
+}
+
+BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYTE buffer,
+                       DWORD size, LPDWORD needed) {
+    if (FailsAtGate(platform::SpoolerCall::GetPrinterDriver, needed, nullptr)) return FALSE;
+    const std::optional<std::string> name = PrinterOfHandle(printer);
+    if (!name) return FALSE;
+    if (level != 3) {
+        SetLastError(ERROR_INVALID_LEVEL);
+        return FALSE;
+    }
+    if (!needed) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    const std::optional<std::string> driverName = ReadPrinter(*name).driver;
+    if (!driverName) {
+        SetLastError(ERROR_UNKNOWN_PRINTER_DRIVER);
+        return FALSE;
+    }
+    const Driver driver = ReadDriver(*driverName);
+    DWORD returned = 0;
+    return AnswerPacked(buffer, size, DriverSize(driver), 1, needed, &returned, [&] {
+        PackedWriter out(buffer, sizeof(DRIVER_INFO_3));
+        PutDriver(out, driver);
+    });
 }
 
 BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) {

@@ -1,7 +1,8 @@
 // The spooler's printers as the monitor asks for them and tells them: their
-// settings (GetPrinterA, EnumPrintersA) from the machine description, and the
-// status word the spooler shows for each (SetPrinterA). Every status word a
-// printer is given is recorded, so that a host can show the spooler's view.
+// settings (GetPrinterA, EnumPrintersA) and drivers (GetPrinterDriverA) from
+// the machine description, and the status word the spooler shows for each
+// (SetPrinterA). Every status word a printer is given is recorded, so that a
+// host can show the spooler's view.
 #pragma once
 
 #include "platform/spooler.h"
@@ -20,6 +21,9 @@ constexpr DWORD PRINTER_ATTRIBUTE_LOCAL = 0x00000040u;
 #ifndef ERROR_PRINTER_DELETED
 #define ERROR_PRINTER_DELETED 1905u
 #endif
+#ifndef ERROR_UNKNOWN_PRINTER_DRIVER
+#define ERROR_UNKNOWN_PRINTER_DRIVER 1797u
+#endif
 
 // Levels 2 and 5 of a printer opened with OpenPrinterA, packed as the spooler
 // packs them. A buffer too small (or none): FALSE, ERROR_INSUFFICIENT_BUFFER and
@@ -35,6 +39,17 @@ BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD
 // there is one machine and its printers are all local.
 BOOL EnumPrintersA(DWORD flags, LPSTR name, DWORD level, LPBYTE buffer, DWORD size,
                    LPDWORD needed, LPDWORD returned);
+// Level 3 of the printer's driver, from the driver's key under
+// "System\CurrentControlSet\control\Print\Environments\Windows 4.0\Drivers":
+// pMonitorName is its "Monitor" (the driver's language monitor), pDriverPath
+// its "Driver", pDataFile "Data File", pConfigFile "Configuration File",
+// pHelpFile "Help File", pDefaultDataType "Datatype", each null when absent.
+// A driver without a key of its own is installed all the same, with nothing
+// but its name. The environment is "Windows 4.0" whatever is asked; a printer
+// that names no driver fails with ERROR_UNKNOWN_PRINTER_DRIVER. Sizes as
+// GetPrinterA.
+BOOL GetPrinterDriverA(HANDLE printer, LPSTR environment, DWORD level, LPBYTE buffer, DWORD size,
+                       LPDWORD needed);
 // Level 0 with PRINTER_CONTROL_SET_STATUS: the status word travels in the
 // place of the buffer pointer and becomes the printer's Status. Other levels
 // and commands fail with ERROR_NOT_SUPPORTED.

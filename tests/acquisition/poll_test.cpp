@@ -29,7 +29,7 @@ protected:
     // The port's printer, "Laser", gets a client of the 6200's driver; what a
     // poll changes shows in what the client is handed.
     void Bind(PortContext* port) {
-        DescribePrinter(Printer, testing::Driver6200, port->portName);
+        testing::DescribePrinter(Printer, testing::Driver6200, port->portName);
         ASSERT_NE(CreateManagerLink(Printer, port), nullptr);
     }
     // The names the client was handed since the last ForgetHanded, once each.

@@ -11,6 +11,7 @@
 namespace langmon {
 namespace {
 
+using testing::DescribePrinter;
 using testing::Driver6200;
 
 constexpr int Rounds = 200;

@@ -5,6 +5,8 @@
 // failing one prints its seed, and LANGMON_SEED=<seed> replays it alone.
 
 #include "support/job_road_fixture.h"
+#include "support/port_waits.h"
+#include "background/status_thread.h"
 
 #include <cstdlib>
 #include <map>
@@ -64,7 +66,11 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
     if (job.size() > 2000 && block < 256) block = 256;
 
     const bool client = Pick(2) == 1;
-    if (client) GiveClient(port);
+    if (client) {
+        GiveClient(port);
+    } else {
+        TakeClientAway(port);
+    }
     for (uint32_t n = Pick(60); n > 0; --n) {
         const uint32_t roll = Pick(10);
         below.QueueWrite(roll < 5   ? WriteAnswer::TakeAll()
@@ -98,6 +104,8 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
     }
     EXPECT_EQ(taken, job.size()) << "the spooler's job never went";
     EXPECT_TRUE(EndDocPort(port));
+    // With a client the status thread sends what the port left over.
+    EXPECT_TRUE(testing::WaitUntilPendingSent(port));
 
     const bool looked = !job.empty();
     const bool headed = client && looked;
@@ -105,7 +113,15 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
     const std::string header = headed ? ExpectedHeader(id) : "";
     const std::string trailer = looked ? ExpectedTrailer(port->trailerIdentifier) : "";
     const std::string data = job.substr(uelDropped ? 9 : 0);
-    const std::string received = below.Received();
+    std::string received = below.Received();
+    // A printer that stays idle through three polls has lost the job: the
+    // status thread winds it up and says goodbye behind the job's end, as
+    // much of it as the port takes at once.
+    const std::string_view goodbye = UstatusOffText;
+    if (const std::size_t end = received.rfind(trailer); !trailer.empty() && end != std::string::npos &&
+        goodbye.starts_with(std::string_view(received).substr(end + trailer.size()))) {
+        received.resize(end + trailer.size());
+    }
     if (kind != 0 && std::min(block, job.size()) >= 20) {
         EXPECT_EQ(port->trailerIdentifier, id) << "the job named itself: one name for both ends";
     }
@@ -130,8 +146,6 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
     LockPort(port);
     FreeJobRecords(port);
     UnlockPort(port);
-    port->managers = nullptr;
-    port->jobManager = nullptr;
     // A header still due stands for the port's next job: none is wanted here.
     ClearPortFlag(port, PF_MODEL_KNOWN | PF_HEADER_DUE);
     return !HasFailure();

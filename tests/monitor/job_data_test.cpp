@@ -95,6 +95,7 @@ TEST_F(JobRoadTest, ASilentPrinterIsProbedTwiceThenTheJobGoesOnWithoutHeader) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
     PrinterSilent(port);
+    const testing::StatusThreadHold hold(port);
     ASSERT_TRUE(Start(port));
     EXPECT_TRUE(HasPortFlag(port, PF_OFFLINE));
     const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'd');
@@ -120,6 +121,7 @@ TEST_F(JobRoadTest, APrinterBackAtTheGateGetsTwoSecondsBeforeItsHeader) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
     PrinterSilent(port);
+    const testing::StatusThreadHold hold(port);
     ASSERT_TRUE(Start(port));
     ASSERT_TRUE(HasPortFlag(port, PF_OFFLINE));
     PrinterAnswers(port, testing::KnownPrinterId);
@@ -142,6 +144,7 @@ TEST_F(JobRoadTest, APortThatRefusesTheProbeTakesNothing) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
     PrinterSilent(port);
+    const testing::StatusThreadHold hold(port);
     ASSERT_TRUE(Start(port));
     lower.Port("LPT1").QueueWrite(WriteAnswer::Refuse(ERROR_TIMEOUT));
     DWORD written = 7;

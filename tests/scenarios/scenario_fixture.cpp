@@ -133,19 +133,17 @@ PortContext* ScenarioTest::Connect(const char* portName, DWORD mode, bool client
     EXPECT_TRUE(monitor.OpenPortEx(name.data(), printerName_, &handle, &below_));
     auto* port = static_cast<PortContext*>(handle);
     EXPECT_TRUE(port != nullptr && (port->portKind & PK_BIDI) != 0) << portName << " is not two-way";
-    if (port != nullptr && client) {
-        client_ = ManagerLink{};
-        client_.printerName = printerName_;
-        port->managers = &client_;
-        SetPortFlag(port, PF_MODEL_KNOWN);
+    if (client) {
+        // The printer's queue stands on the port with a driver of the known
+        // models: its jobs get a client.
+        testing::DescribePrinter(printerName_, "Quor Laser Printer 6200tx PCL6", portName, false);
     }
+    if (port != nullptr && client) SetPortFlag(port, PF_MODEL_KNOWN);
     return opened_.emplace_back(port);
 }
 
 void ScenarioTest::Close(PortContext* port) {
     if (port == nullptr || std::erase(opened_, port) == 0) return;
-    // The link is this test's own: the port must not free it.
-    port->managers = nullptr;
     EXPECT_TRUE(monitor.ClosePort(port));
 }
 

@@ -84,7 +84,6 @@ private:
     std::unique_ptr<emulator::PortMonitor> ports_;
     MONITOR below_{};  // the emulator's table, its documents and writes recorded
     std::vector<PortContext*> opened_;
-    ManagerLink client_{};
     char printerName_[8] = "Laser";
     char docName_[8] = "report";
     DOC_INFO_1 docInfo_{docName_, nullptr, nullptr};

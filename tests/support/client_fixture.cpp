@@ -5,19 +5,6 @@
 
 namespace langmon::testing {
 
-void ClientTest::DescribePrinter(const std::string& name, const std::string& driver,
-                                 const std::string& port, bool statusKey) {
-    const std::string key = "System\\CurrentControlSet\\control\\Print\\Printers\\" + name;
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Port", port);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Printer Driver", driver);
-    if (statusKey) {
-        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE,
-                                    "Software\\Quor\\Status Monitor\\Printers\\" + driver +
-                                        "\\Status Variables");
-    }
-}
-
 std::vector<DWORD> ClientTest::SpoolerSaw(const std::string& printer) {
     SettleThreads();
     return platform::PrinterStatusWords(printer);

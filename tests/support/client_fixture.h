@@ -13,16 +13,9 @@
 
 namespace langmon::testing {
 
-// Drivers of the model table, one of each model.
-inline constexpr const char* Driver6200 = "Quor Printer 6200tx PS";
-inline constexpr const char* Driver6300 = "Quor Laser Printer 6300tx PCL6";
 
 class ClientTest : public JobRoadTest {
 protected:
-    // A printer queue of the spooler on `port` with `driver`. With a status
-    // key the driver is one the status manager keeps variables for.
-    static void DescribePrinter(const std::string& name, const std::string& driver,
-                                const std::string& port, bool statusKey = true);
     // The status words the spooler was given for the printer, once the
     // threads that give them have ended.
     std::vector<DWORD> SpoolerSaw(const std::string& printer);

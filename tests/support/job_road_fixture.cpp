@@ -1,5 +1,6 @@
 #include "support/job_road_fixture.h"
 
+#include "background/reconcile.h"
 #include "platform/registry.h"
 #include "platform/spooler_jobs.h"
 
@@ -20,17 +21,11 @@ void JobRoadTest::SetUp() {
 
 void JobRoadTest::TearDown() {
     for (PortContext* port : opened_) {
-        // The stand-in client is the test's own: the port must not free it.
-        if (port->managers == &client_) port->managers = nullptr;
-        if (port->jobManager == &client_) port->jobManager = nullptr;
         // The printer's reports would end the jobs; nobody waits for them here.
+        LockPort(port);
         FreeJobRecords(port);
+        UnlockPort(port);
         EXPECT_TRUE(ClosePort(port));
-    }
-    // The job's start opened the spooler's handle for the client's printer.
-    if (client_.spoolerHandle != nullptr) {
-        ClosePrinter(client_.spoolerHandle);
-        client_.spoolerHandle = nullptr;
     }
     SettleThreads();
     MonitorTest::TearDown();
@@ -58,8 +53,14 @@ PortContext* JobRoadTest::Open(const char* name) {
 }
 
 void JobRoadTest::GiveClient(PortContext* port) {
-    client_.printerName = clientName_;
-    port->managers = &client_;
+    DescribePrinter(Printer, "Quor Laser Printer 6200tx PCL6", port->portName, false);
+}
+
+void JobRoadTest::TakeClientAway(PortContext* port) {
+    ForgetPrinter(Printer);
+    ReconcileClients(port);
+    // Without clients the status thread has nothing to do, and ends.
+    SettleThreads();
 }
 
 void JobRoadTest::PrinterAnswers(PortContext* port, const std::string& deviceId) {

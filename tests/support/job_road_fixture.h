@@ -22,6 +22,22 @@
 
 namespace langmon::testing {
 
+
+// Holds a port's status thread at its first step, where it reconciles the
+// port's clients under the port's lock, for as long as the hold lasts: a test
+// sees what the spooler's calls alone do. The hold must end before the port
+// closes, which waits for the thread.
+class StatusThreadHold {
+public:
+    explicit StatusThreadHold(PortContext* port) : port_(port) { LockPort(port_); }
+    ~StatusThreadHold() { UnlockPort(port_); }
+    StatusThreadHold(const StatusThreadHold&) = delete;
+    StatusThreadHold& operator=(const StatusThreadHold&) = delete;
+
+private:
+    PortContext* port_;
+};
+
 class JobRoadTest : public MonitorTest {
 protected:
     static constexpr const char* Printer = "Laser";
@@ -37,9 +53,12 @@ protected:
     // Opens a port with a ready printer of a known model behind it;
     // TearDown closes it.
     PortContext* Open(const char* name);
-    // The printer on the port gets a client, as the manager binding would
-    // give it.
-    void GiveClient(PortContext* port);
+    // The test's printer stands on the port with a driver of a known model,
+    // so its jobs get a client (a link without a manager behind it).
+    static void GiveClient(PortContext* port);
+    // The test's printer leaves the machine, and the port's clients go with
+    // it, as reconciling the port would find.
+    static void TakeClientAway(PortContext* port);
     // What the printer on the port answers from now on: a device ID, or
     // nothing at all.
     void PrinterAnswers(PortContext* port, const std::string& deviceId);
@@ -61,8 +80,6 @@ protected:
 
 private:
     std::vector<PortContext*> opened_;
-    ManagerLink client_{};
-    char clientName_[8] = "Laser";
 };
 
 }  // namespace langmon::testing

@@ -17,6 +17,18 @@ namespace langmon::testing {
 // A start tick well away from 0, so that a forgotten "tick 0 means unset" shows.
 constexpr DWORD TestStartTick = 0x00100000u;
 
+// Drivers of the model table, one of each model.
+inline constexpr const char* Driver6200 = "Quor Printer 6200tx PS";
+inline constexpr const char* Driver6300 = "Quor Laser Printer 6300tx PCL6";
+
+// A printer queue of the spooler on `port` with `driver`. With a status key
+// the driver is one the status manager keeps variables for. A `monitor`
+// names the driver's language monitor.
+void DescribePrinter(const std::string& name, const std::string& driver, const std::string& port,
+                     bool statusKey = true, const std::string& monitor = "");
+// The printer queue leaves the machine.
+void ForgetPrinter(const std::string& name);
+
 class PlatformTest : public ::testing::Test {
 protected:
     void SetUp() override;

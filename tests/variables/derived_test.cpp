@@ -20,7 +20,7 @@ protected:
     // A port whose printer, "Laser", a 6200 read once, has a client: what
     // the variables say shows in what the client is handed from now on.
     PortContext* OpenWithClient() {
-        DescribePrinter(Printer, testing::Driver6200, "LPT1");
+        testing::DescribePrinter(Printer, testing::Driver6200, "LPT1");
         PortContext* port = Open("LPT1");
         EXPECT_NE(CreateManagerLink(Printer, port), nullptr);
         EXPECT_EQ(PollPrinterStatus(port), 1);

@@ -19,6 +19,7 @@ namespace {
 
 using testing::Driver6200;
 using testing::Driver6300;
+using testing::DescribePrinter;
 using Bytes = std::vector<uint8_t>;
 using Names = std::vector<std::string>;
 using Seen = std::vector<std::pair<std::string, Bytes>>;  // client and bytes

@@ -17,6 +17,7 @@ namespace {
 
 using testing::Driver6200;
 using testing::Driver6300;
+using testing::DescribePrinter;
 
 class SpoolerStatusTest : public testing::ClientTest {
 protected:

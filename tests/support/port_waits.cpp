@@ -1,0 +1,25 @@
+#include "support/port_waits.h"
+
+#include "background/status_thread.h"
+#include "platform/clock.h"
+#include "platform/sync.h"
+
+namespace langmon::testing {
+
+uint32_t PendingBytes(PortContext* port) {
+    WaitForSingleObject(port->serialSemaphore, INFINITE);
+    const uint32_t pending = port->pendingLength;
+    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    return pending;
+}
+
+bool WaitUntilPendingSent(PortContext* port, DWORD limitMs) {
+    const DWORD start = GetTickCount();
+    while (PendingBytes(port) != 0) {
+        if (TickAge(GetTickCount(), start) >= limitMs) return false;
+        Sleep(StatusPassJobMs);
+    }
+    return true;
+}
+
+}  // namespace langmon::testing
