@@ -1,0 +1,212 @@
+// The status thread as the printer, the spooler and a status client see it:
+// the polls it makes and their spacing, what it tells the client, the goodbye
+// it sends, and a port that closes under it.
+
+#include "background/status_thread.h"
+
+#include "framing/job_record.h"
+#include "platform/spooler_jobs.h"
+#include "support/client_fixture.h"
+#include "variables/derived.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace langmon {
+namespace {
+
+using testing::CallKind;
+
+constexpr uint32_t MonitoringBit = 0x10;  // PrinterExtStatus: monitoring runs
+const std::string Job = "%!PS-Adobe-3.0\n" + std::string(300, 'p') + "showpage\n";
+
+class StatusThreadTest : public testing::ClientTest {
+protected:
+    void SetUp() override {
+        ClientTest::SetUp();
+        testing::DescribePrinter(Printer, testing::Driver6200, "LPT1");
+        port = Open("LPT1");
+        ASSERT_NE(port, nullptr);
+    }
+
+    // Lets virtual time run until the port's thread has ended; false if it
+    // is still there after `limitMs`.
+    bool WaitForThreadEnd(DWORD limitMs = 120000) {
+        const DWORD start = GetTickCount();
+        while (HasPortFlag(port, PF_STATUS_ALIVE)) {
+            if (TickAge(GetTickCount(), start) >= limitMs) return false;
+            Sleep(500);
+        }
+        return true;
+    }
+
+    // The ticks of the device ID requests that came after `since`.
+    std::vector<DWORD> PollTicks(DWORD since) {
+        std::vector<DWORD> ticks;
+        for (const auto& call : lower.Port("LPT1").Calls(CallKind::GetPrinterDataFromPort)) {
+            if (call.controlId == 17 && call.tick > since) ticks.push_back(call.tick);
+        }
+        return ticks;
+    }
+
+    static std::vector<DWORD> Gaps(const std::vector<DWORD>& ticks) {
+        std::vector<DWORD> gaps;
+        for (std::size_t i = 1; i < ticks.size(); ++i) gaps.push_back(ticks[i] - ticks[i - 1]);
+        return gaps;
+    }
+
+    // The monitoring mark of each PrinterExtStatus the client was handed.
+    std::vector<bool> MonitoringMarks() {
+        std::vector<bool> marks;
+        for (const auto& value : manager.HandedTo(Printer, "PrinterExtStatus")) {
+            marks.push_back((value.Word(0) & MonitoringBit) != 0);
+        }
+        return marks;
+    }
+
+    // JOB_CONTROL_CANCEL commands the spooler was given for job 12.
+    static long Cancels() {
+        const auto commands = platform::JobCommands();
+        return std::count(commands.begin(), commands.end(), "12:3");
+    }
+
+    PortContext* port = nullptr;
+};
+
+// The printer reports itself idle while the port still lists the job: on the
+// third such poll the job is taken as lost there, during the thread's own
+// poll, so the thread tells the printer to stop reporting before it goes.
+TEST_F(StatusThreadTest, AJobIsFollowedEveryThreeSecondsUntilItLeavesThenThePrinterIsToldGoodbye) {
+    ASSERT_TRUE(Start(port));
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE)) << "a job with a client starts the thread";
+    EXPECT_EQ(Send(port, Job), Job.size());
+    ASSERT_TRUE(EndDocPort(port));
+    const DWORD ended = GetTickCount();
+    const std::string beforeGoodbye = Received("LPT1");
+
+    ASSERT_TRUE(WaitForThreadEnd());
+    const std::vector<DWORD> polls = PollTicks(ended);
+    ASSERT_GE(polls.size(), 2u);
+    for (DWORD gap : Gaps(polls)) EXPECT_EQ(gap, StatusPassJobMs);
+    EXPECT_EQ(port->jobListHead, nullptr);
+    EXPECT_EQ(Received("LPT1"), beforeGoodbye + UstatusOffText);
+    EXPECT_EQ(std::string(UstatusOffText).size(), 35u);
+
+    // The client saw monitoring switched on, and off at the end.
+    const std::vector<bool> marks = MonitoringMarks();
+    ASSERT_FALSE(marks.empty());
+    EXPECT_NE(std::find(marks.begin(), marks.end(), true), marks.end());
+    EXPECT_FALSE(marks.back());
+    // The thread has left nothing behind that a new job would trip on.
+    EXPECT_EQ(port->statusWakeEvent, nullptr);
+    EXPECT_EQ(WaitForSingleObject(port->statusEndedEvent, 0), WAIT_OBJECT_0);
+    EXPECT_FALSE(HasPortFlag(port, PF_STATUS_RUN));
+
+    // The next job starts a thread of its own.
+    ASSERT_TRUE(Start(port, 13));
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
+    EXPECT_EQ(WaitForSingleObject(port->statusEndedEvent, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(EndDocPort(port));
+}
+
+TEST_F(StatusThreadTest, AJobThatLeftBeforeThePollEndsTheThreadWithoutAWordToThePrinter) {
+    // A job without data ends at once: the port no longer lists it when the
+    // thread next takes the semaphore.
+    ASSERT_TRUE(Start(port));
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(port->jobListHead, nullptr);
+    ASSERT_TRUE(WaitForThreadEnd(10000));
+    EXPECT_EQ(Received("LPT1"), "");
+}
+
+TEST_F(StatusThreadTest, APausedJobIsToldToItsClientAndAnIdlePortIsPolledEveryFourSeconds) {
+    platform::SpoolerJob paused;
+    paused.jobId = 12;
+    paused.document = "letter";
+    paused.status = 0x1;  // JOB_STATUS_PAUSED
+    platform::SubmitJob(Printer, paused);
+    ASSERT_TRUE(Start(port));
+    Sleep(StatusPassJobMs + 500);
+    const auto statuses = manager.HandedTo(Printer, "JobStatus");
+    ASSERT_FALSE(statuses.empty());
+    EXPECT_NE(statuses.back().Word(0) & JobPaused, 0u) << "the spooler holds the job";
+
+    // A client asked the thread to stay ("Wake Up"): with the job gone the
+    // port is idle and the passes slow down.
+    SetPortWord(port->wakeRequested, 1);
+    ASSERT_TRUE(EndDocPort(port));
+    Sleep(StatusPassIdleMs);  // the pass that sees the job gone
+    const DWORD idle = GetTickCount();
+    Sleep(4 * StatusPassIdleMs);
+    EXPECT_EQ(Gaps(PollTicks(idle)), (std::vector<DWORD>{4000, 4000, 4000}));
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
+
+    // "Stop Polling": nothing holds the thread any more.
+    SetPortWord(port->wakeRequested, 0);
+    EXPECT_TRUE(WaitForThreadEnd(StatusPassIdleMs + 1000));
+    EXPECT_EQ(Received("LPT1").find("USTATUSOFF"), std::string::npos)
+        << "the job left before a poll of the thread";
+}
+
+TEST_F(StatusThreadTest, APrinterThatFallsSilentLosesTheJobOnceAndTheRestIsSwallowed) {
+    platform::SpoolerJob queued;
+    queued.jobId = 12;
+    platform::SubmitJob(Printer, queued);
+    ASSERT_TRUE(Start(port));
+    const std::string first = Job.substr(0, 100);
+    EXPECT_EQ(Send(port, first), first.size());
+    const std::size_t sent = Received("LPT1").size();
+    PrinterSilent(port);
+    Sleep(StatusPassJobMs + 4000);  // a pass, with its three tries
+
+    uint32_t words[3] = {};
+    std::memcpy(words, RowOf(port, "PrinterStatus")->Value, sizeof words);
+    EXPECT_NE(words[1] & PrinterLostWord, 0u) << "the thread's poll found the printer gone";
+    EXPECT_EQ(Cancels(), 1) << "the spooler cancels the job, once";
+    int cancelling = 0;
+    for (const auto& value : manager.HandedTo(Printer, "JobStatus")) {
+        cancelling += (value.Word(0) & JobCancelling) != 0;
+    }
+    EXPECT_GE(cancelling, 1);
+
+    // The spooler sends the rest; none of it reaches the printer, only the
+    // trailer that closes the job there, and no goodbye.
+    const std::string rest = Job.substr(100);
+    EXPECT_EQ(Send(port, rest), rest.size());
+    const std::string before = Received("LPT1");
+    EXPECT_EQ(before.size(), sent);
+    EXPECT_TRUE(EndDocPort(port));
+    EXPECT_TRUE(WaitForThreadEnd());
+    EXPECT_EQ(Received("LPT1"), before + testing::ExpectedTrailer(port->trailerIdentifier));
+    EXPECT_EQ(Cancels(), 1);
+}
+
+// ClosePort while the thread rests between passes, polls, or winds up by
+// itself: the thread wakes, ends, and the port goes only after it. The
+// address sanitizer sees any touch of the freed port.
+TEST_F(StatusThreadTest, ClosingThePortAtAnyMomentEndsTheThreadBeforeThePortGoes) {
+    for (int round = 0; round < 1000; ++round) {
+        HANDLE handle = nullptr;
+        ASSERT_TRUE(OpenPortEx(const_cast<LPSTR>("LPT2"), const_cast<LPSTR>(Printer), &handle,
+                               lower.Table()));
+        auto* other = static_cast<PortContext*>(handle);
+        lower.Port("LPT2").SetDeviceId(testing::KnownPrinterId);
+        testing::DescribePrinter(Printer, testing::Driver6200, "LPT2");
+        ASSERT_TRUE(StartDocPort(other, const_cast<LPSTR>(Printer), 100 + round, 1,
+                                 reinterpret_cast<LPBYTE>(&doc1)));
+        if (round % 3 != 0) {
+            std::string job = Job;
+            DWORD written = 0;
+            WritePort(other, reinterpret_cast<LPBYTE>(job.data()), static_cast<DWORD>(job.size()),
+                      &written);
+        }
+        EndDocPort(other);
+        Sleep(static_cast<DWORD>(round * 37 % 12000));
+        const DWORD closing = GetTickCount();
+        ASSERT_TRUE(ClosePort(other)) << "round " << round;
+        EXPECT_LE(GetTickCount() - closing, 12000u) << "round " << round;
+    }
+}
+
+}  // namespace
+}  // namespace langmon
