@@ -3,10 +3,12 @@
 #include "client_view.h"
 #include "file_port_monitor.h"
 #include "job_report.h"
+#include "monitoring_view.h"
 #include "status_report.h"
 
 #include "emulator/port_monitor.h"
 #include "emulator/printer_description.h"
+#include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_jobs.h"
@@ -31,6 +33,9 @@ namespace {
 // holds the spooler back this way while a printer is silent, a few seconds a
 // call; a spooler waits, a command line user less long.
 constexpr int MaxFruitlessWrites = 100;
+// How long the command follows the status thread after the job's end: the
+// printer's last pages and the polls that see the job gone.
+constexpr DWORD MonitoringLimitMs = 120000;
 
 std::vector<char> ReadWholeFile(const std::string& path, bool* ok) {
     std::ifstream in(path, std::ios::binary);
@@ -206,6 +211,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         lower = FilePortMonitor(outputPath);
         target = options.printer;
     }
+    CountPolls(&lower);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
@@ -264,6 +270,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         ok = monitor.EndDocPort(port);
         Line(out, "EndDocPort", Outcome(ok));
         exitCode = ok ? exitCode : 1;
+        FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs);
     }
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
@@ -273,7 +280,10 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
     const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
-    if (static_cast<PortContext*>(port)->jobListHead != nullptr) {
+    LockPort(static_cast<PortContext*>(port));
+    const bool jobsTracked = static_cast<PortContext*>(port)->jobListHead != nullptr;
+    UnlockPort(static_cast<PortContext*>(port));
+    if (jobsTracked) {
         // Reported as it happens: the wait is long enough to look like a hang.
         out << "  ClosePort waits up to two minutes for the printer to report the job's end\n"
             << std::flush;

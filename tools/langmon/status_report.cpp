@@ -180,7 +180,10 @@ void DescribeLanguages(std::ostream& out, PortContext* port) {
 
 void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariables) {
     LockPort(port);
-    const bool known = HasPortFlag(port, PF_MODEL_KNOWN);
+    // The flag goes when monitoring ends; the model's mask stays with the
+    // port until another printer is named.
+    const bool known = HasPortFlag(port, PF_MODEL_KNOWN) || port->modelMask.low != 0 ||
+                       port->modelMask.high != 0;
     out << "  printer      ";
     const StatusVariable* maker = Value(port, "PrinterManufacturer");
     const StatusVariable* model = Value(port, "PrinterModel");
