@@ -98,6 +98,29 @@ TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
     std::remove(job.c_str());
 }
 
+// A printer of a known model on the port has a client: the command follows
+// the status thread until the printed job has left the printer, and the port
+// then closes without waiting.
+TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePrinter) {
+    testing::DescribePrinter("Office", testing::Driver6200, "LPT1:", false);
+    const std::string job = TempPath("memo.ps");
+    WriteFile(job, "%!PS\nshowpage\n%%EOF\n");
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job}, &options, &error)) << error;
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    const std::string text = report.str();
+    EXPECT_NE(text.find("of printer \"Office\""), std::string::npos) << text;
+    EXPECT_NE(text.find("  the status thread follows the job:\n    poll 1 at +3.0 s: "), std::string::npos) << text;
+    EXPECT_NE(text.find("    poll 2 at +6.0 s: "), std::string::npos) << text;
+    EXPECT_NE(text.find(": ready; the job has left the printer\n  the status thread has ended\n  ClosePort       ok"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(text.find("ClosePort waits"), std::string::npos) << text;
+    std::remove(job.c_str());
+}
+
 TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
     const std::string job = TempPath("letter");
     WriteFile(job, "Dear reader,\n");

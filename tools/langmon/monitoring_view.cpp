@@ -22,11 +22,15 @@ constexpr DWORD DeviceIdControl = 17;
 constexpr DWORD LookEveryMs = 100;
 
 std::atomic<unsigned> polls{0};
+std::atomic<DWORD> lastPollTick{0};
 BOOL (*countedEntry)(HANDLE, DWORD, LPSTR, LPSTR, DWORD, LPSTR, DWORD, LPDWORD) = nullptr;
 
 BOOL CountingEntry(HANDLE port, DWORD controlId, LPSTR valueName, LPSTR in, DWORD inSize, LPSTR out,
                    DWORD outSize, LPDWORD returned) {
-    if (controlId == DeviceIdControl) polls.fetch_add(1);
+    if (controlId == DeviceIdControl) {
+        lastPollTick.store(GetTickCount());
+        polls.fetch_add(1);
+    }
     return countedEntry(port, controlId, valueName, in, inSize, out, outSize, returned);
 }
 
@@ -72,7 +76,7 @@ void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs) {
         }
         seen = polls.load();
         const PassView view = LookAtPort(port);
-        const double at = TickAge(GetTickCount(), start) / 1000.0;
+        const double at = TickAge(lastPollTick.load(), start) / 1000.0;
         out << "    poll " << ++passes << " at +" << std::fixed << std::setprecision(1) << at
             << " s: " << view.condition << "; "
             << (view.jobs == 0 ? std::string("the job has left the printer")
