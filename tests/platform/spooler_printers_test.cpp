@@ -12,6 +12,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace langmon {
@@ -63,6 +64,10 @@ std::vector<BYTE> Answer(const Call& call) {
 }
 Call Get(HANDLE printer, DWORD level) {
     return [=](LPBYTE b, DWORD s, LPDWORD n) { return GetPrinterA(printer, level, b, s, n); };
+}
+Call Driver(HANDLE printer, DWORD level = 3) {
+    // The environment asked for is not looked at.
+    return [=](LPBYTE b, DWORD s, LPDWORD n) { return GetPrinterDriverA(printer, const_cast<LPSTR>("Windows NT x86"), level, b, s, n); };
 }
 Call Enum(DWORD level, DWORD* returned) {
     return [=](LPBYTE b, DWORD s, LPDWORD n) { return EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, level, b, s, n, returned); };
@@ -145,7 +150,8 @@ TEST_F(SpoolerPrintersTest, TheSizeIsToldAndASmallBufferLeftAlone) {
         DWORD returnedThen;  // what a refused call leaves in `returned`
     } rows[] = {{Get(laser, 2), sizeof(PRINTER_INFO_2) + kTexts2, 9},
                 {Get(laser, 5), sizeof(PRINTER_INFO_5) + kTexts5, 9},
-                {Enum(5, &returned), 2 * sizeof(PRINTER_INFO_5) + kTexts5 + sizeof "Draft" + sizeof "USB001", 0}};
+                {Enum(5, &returned), 2 * sizeof(PRINTER_INFO_5) + kTexts5 + sizeof "Draft" + sizeof "USB001", 0},
+                {Driver(laser), sizeof(DRIVER_INFO_3) + sizeof "Quor Laser Printer 6300tx PCL6" + sizeof "Windows 4.0", 9}};
     for (const auto& [call, size, returnedThen] : rows) {
         SCOPED_TRACE(size);
         for (DWORD offered : {0ul, size - 1, size}) {
@@ -161,6 +167,25 @@ TEST_F(SpoolerPrintersTest, TheSizeIsToldAndASmallBufferLeftAlone) {
             EXPECT_EQ(buffer, std::vector<BYTE>(size, 0xCD));
         }
     }
+}
+
+TEST_F(SpoolerPrintersTest, ADriverAnswersFromItsKeyOrWithItsNameAlone) {
+    // Every text the driver's key can give, in the record's order.
+    auto texts = [](const std::vector<BYTE>& buffer) {
+        const auto info = RecordAt<DRIVER_INFO_3>(buffer, 0);
+        return Texts(buffer, sizeof info, {info.pName, info.pEnvironment, info.pMonitorName, info.pDriverPath,
+                                           info.pDataFile, info.pConfigFile, info.pHelpFile, info.pDefaultDataType});
+    };
+    // Installed without a key of its own.
+    EXPECT_EQ(texts(Answer(Driver(laser))),
+              (Strings{"Quor Laser Printer 6300tx PCL6", "Windows 4.0", "-", "-", "-", "-", "-", "-"}));
+    const std::string key = "System\\CurrentControlSet\\control\\Print\\Environments\\Windows 4.0\\Drivers\\"
+                            "Quor Laser Printer 6300tx PCL6";
+    const std::pair<const char*, const char*> values[] = {{"Monitor", "Quor Language Monitor"}, {"Driver", "QPCL6.DRV"},
+        {"Data File", "QPCL6.GPD"}, {"Configuration File", "QUI.DLL"}, {"Help File", "QUI.HLP"}, {"Datatype", "RAW"}};
+    for (const auto& [name, value] : values) platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, name, value);
+    EXPECT_EQ(texts(Answer(Driver(laser))), (Strings{"Quor Laser Printer 6300tx PCL6", "Windows 4.0", "Quor Language Monitor",
+                                                     "QPCL6.DRV", "QPCL6.GPD", "QUI.DLL", "QUI.HLP", "RAW"}));
 }
 
 TEST_F(SpoolerPrintersTest, GatesBadHandlesLevelsAndCommandsRefuse) {
@@ -191,7 +216,9 @@ TEST_F(SpoolerPrintersTest, GatesBadHandlesLevelsAndCommandsRefuse) {
     for (DWORD level : {0u, 1u, 3u}) {
         refused(GetPrinterA(laser, level, buffer, sizeof buffer, &needed), ERROR_INVALID_LEVEL);
         refused(Enum(level, &returned)(buffer, sizeof buffer, &needed), ERROR_INVALID_LEVEL);
+        refused(Driver(laser, level + 1)(buffer, sizeof buffer, &needed), ERROR_INVALID_LEVEL);
     }
+    refused(Driver(draft)(buffer, sizeof buffer, &needed), ERROR_UNKNOWN_PRINTER_DRIVER);  // it names none
     refused(SetPrinterA(laser, 2, buffer, 0), ERROR_NOT_SUPPORTED);
     refused(SetPrinterA(laser, 0, nullptr, 1), ERROR_NOT_SUPPORTED);
     EXPECT_EQ(platform::PrinterStatusWords("Quor CL6300"), Words{3});
