@@ -181,6 +181,33 @@ TEST_F(StatusThreadTest, APrinterThatFallsSilentLosesTheJobOnceAndTheRestIsSwall
     EXPECT_EQ(Cancels(), 1);
 }
 
+// "Suspend" sets the request and wakes the thread, as a client that wants
+// the port left alone between jobs does.
+TEST_F(StatusThreadTest, ASuspendDuringAJobIsDroppedAndOneAfterItEndsTheThreadWithItsQueue) {
+    ASSERT_TRUE(Start(port));
+    SetPortWord(port->suspendRequested, 1);
+    WakeStatusThread(port);
+    Sleep(StatusPassJobMs);
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE)) << "too late: a job has begun";
+    EXPECT_EQ(PortWord(port->suspendRequested), 0u);
+
+    EXPECT_EQ(Send(port, Job), Job.size());
+    ASSERT_TRUE(EndDocPort(port));
+    const std::string sent = Received("LPT1");
+    manager.ForgetHanded();
+    SetPortWord(port->suspendRequested, 1);
+    WakeStatusThread(port);
+    ASSERT_TRUE(WaitForThreadEnd(StatusPassJobMs));
+    // The job still listed is given up: its client hears the queue is empty,
+    // and the printer is told to stop reporting.
+    const auto queue = manager.HandedTo(Printer, "PrinterQueue");
+    ASSERT_FALSE(queue.empty());
+    EXPECT_EQ(queue.back().Word(0), 0u);
+    EXPECT_EQ(port->jobListHead, nullptr);
+    EXPECT_EQ(Received("LPT1"), sent + UstatusOffText);
+    EXPECT_EQ(PortWord(port->suspendRequested), 0u);
+}
+
 // ClosePort while the thread rests between passes, polls, or winds up by
 // itself: the thread wakes, ends, and the port goes only after it. The
 // address sanitizer sees any touch of the freed port.
