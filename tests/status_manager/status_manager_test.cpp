@@ -79,7 +79,8 @@ protected:
     std::vector<HANDLE> events_;
 };
 
-TEST_F(StatusManagerTest, NewStoreHoldsPortPrinterNameAndTerminateManager) {
+// A new store holds Port, PrinterName and TerminateManager.
+TEST_F(StatusManagerTest, ANewStoreHoldsItsThreeValuesAndOthersRoundTripWithinTheirBounds) {
     const uint32_t handle = Open();
     EXPECT_EQ(Read(handle, "Port"), Bytes(260, 0));  // no port count, two empty names
     Bytes printerName(260, 0);
@@ -87,11 +88,6 @@ TEST_F(StatusManagerTest, NewStoreHoldsPortPrinterNameAndTerminateManager) {
     std::copy(name.begin(), name.end(), printerName.begin());
     EXPECT_EQ(Read(handle, "PrinterName"), printerName);
     EXPECT_EQ(Read(handle, "TerminateManager"), Bytes(4, 0));
-    EXPECT_EQ(sm.CloseManager(handle), STATUS_MANAGER_OK);
-}
-
-TEST_F(StatusManagerTest, ValuesRoundTripWithinTheirBounds) {
-    const uint32_t handle = Open();
     for (const Bytes& value : {Bytes{'A', 0, 0xFF}, Bytes{}, Bytes(64 * 1024, 0x5A)}) {
         EXPECT_EQ(Write(handle, "Status", value), STATUS_MANAGER_OK);
         EXPECT_EQ(Read(handle, "Status"), value);
