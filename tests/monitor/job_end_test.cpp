@@ -40,23 +40,13 @@ TEST_F(JobRoadTest, TheLast80BytesLeaveWithTheTrailerInOneWrite) {
     EXPECT_EQ(port->jobOpen, 0u);
 }
 
-TEST_F(JobRoadTest, UsbAndEcpPortsSendTheTrailerAlone) {
-    PortContext* usb = Open("USB001");
-    RunJob(usb, PostScriptJob);
-    const std::string usbTrailer = ExpectedTrailer(usb->trailerIdentifier);
-    EXPECT_EQ(usbTrailer.size(), 51u);
-    EXPECT_EQ(lower.Port("USB001").Calls(CallKind::WritePort).back().bytes, usbTrailer);
-    EXPECT_EQ(Received("USB001"), PostScriptJob + usbTrailer);
-
-    FixPortMode(PM_ECP);
-    PortContext* ecp = Open("LPT1");
-    RunJob(ecp, PostScriptJob);
-    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(ecp->trailerIdentifier));
-}
-
-TEST_F(JobRoadTest, AShortJobSendsItsOwnBytesAndNothingOfTheJobBefore) {
+// That USB and ECP ports send the trailer alone is a port strategy scenario.
+TEST_F(JobRoadTest, AJobWithoutClientGetsTheTrailerButIsNotFollowedAndTheNextNothingOfIt) {
     PortContext* port = Open("LPT1");
     RunJob(port, PostScriptJob);
+    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier))
+        << "an EOJ without a JOB line";
+    EXPECT_EQ(port->jobListHead, nullptr);
     lower.Port("LPT1").ForgetCalls();
 
     const std::string shortJob = "%!PS-Adobe-3.0\nshowpage\n";
@@ -101,14 +91,6 @@ TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
     ASSERT_NE(queue, nullptr);
     EXPECT_EQ(queue->Value, nullptr);
     EXPECT_EQ(queue->Dirty, 0u);
-}
-
-TEST_F(JobRoadTest, AJobWithoutClientGetsTheTrailerButIsNotFollowed) {
-    PortContext* port = Open("LPT1");
-    RunJob(port, PostScriptJob);
-    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier))
-        << "an EOJ without a JOB line";
-    EXPECT_EQ(port->jobListHead, nullptr);
 }
 
 TEST_F(JobRoadTest, ADiscardedJobSendsTheTrailerAloneAndNoneOfItsHeldBytes) {
