@@ -179,14 +179,16 @@ BOOL EndDocPort(HANDLE hPort) {
     if (CountWaitingJobs(port) == 0) {
         port->ecpBusy = 0;
     }
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    // The job's own words change while the semaphore keeps the status
+    // thread, which resets them too, away.
     port->jobOpen = 0;
-    // With no status thread alive nobody else will send what the port
-    // didn't take.
-    if (!HasPortFlag(port, PF_STATUS_ALIVE)) FlushPending(port);
     ClearPortFlag(port, PF_JOB_RESET);
     // An ECP port is looked at anew for each job.
     port->portMode &= ~PM_ECP;
+    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    // With no status thread alive nobody else will send what the port
+    // didn't take.
+    if (!HasPortFlag(port, PF_STATUS_ALIVE)) FlushPending(port);
     return TRUE;
 }
 
