@@ -36,13 +36,6 @@ HANDLE WakeEvent(PortContext* port) {
     return std::atomic_ref<HANDLE>(port->statusWakeEvent).load();
 }
 
-bool JobsTracked(PortContext* port) {
-    LockPort(port);
-    const bool tracked = port->jobListHead != nullptr;
-    UnlockPort(port);
-    return tracked;
-}
-
 bool HasClients(PortContext* port) {
     LockPort(port);
     const bool clients = port->managers != nullptr;

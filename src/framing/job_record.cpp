@@ -1,5 +1,6 @@
 #include "framing/job_record.h"
 
+#include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/memory.h"
 
@@ -55,6 +56,13 @@ int DropOldestJobRecord(PortContext* port) {
     if (port->jobListTail == oldest) port->jobListTail = nullptr;
     GlobalFree(oldest);
     return 1;
+}
+
+bool JobsTracked(PortContext* port) {
+    LockPort(port);
+    const bool tracked = port->jobListHead != nullptr;
+    UnlockPort(port);
+    return tracked;
 }
 
 void FreeJobRecords(PortContext* port) {

@@ -34,5 +34,8 @@ JobRecord* FindJobRecord(const char* identifier, uint32_t which, PortContext* po
 int DropOldestJobRecord(PortContext* port);
 // Frees every record; for the port's end.
 void FreeJobRecords(PortContext* port);
+// Whether the port still follows a job, asked under the port's lock by
+// threads that don't hold it.
+bool JobsTracked(PortContext* port);
 
 }  // namespace langmon

@@ -67,13 +67,6 @@ bool UnlinkFromPortList(PortContext* port) {
     return false;
 }
 
-bool JobsStillTracked(PortContext* port) {
-    LockPort(port);
-    const bool tracked = port->jobListHead != nullptr;
-    UnlockPort(port);
-    return tracked;
-}
-
 void FreeVariables(StatusVariable* table) {
     if (table == nullptr) {
         return;
@@ -312,7 +305,7 @@ BOOL ClosePort(HANDLE hPort) {
     SetPortFlag(port, PF_CLOSING);
 
     // The printer may still report on jobs sent: give it time, but not for ever.
-    while (JobsStillTracked(port) && TickAge(GetTickCount(), start) < CloseDrainLimit) {
+    while (JobsTracked(port) && TickAge(GetTickCount(), start) < CloseDrainLimit) {
         Sleep(CloseDrainStep);
     }
 

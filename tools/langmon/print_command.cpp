@@ -8,6 +8,7 @@
 
 #include "emulator/port_monitor.h"
 #include "emulator/printer_description.h"
+#include "framing/job_record.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/clock.h"
@@ -280,10 +281,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
     const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
-    LockPort(static_cast<PortContext*>(port));
-    const bool jobsTracked = static_cast<PortContext*>(port)->jobListHead != nullptr;
-    UnlockPort(static_cast<PortContext*>(port));
-    if (jobsTracked) {
+    if (JobsTracked(static_cast<PortContext*>(port))) {
         // Reported as it happens: the wait is long enough to look like a hang.
         out << "  ClosePort waits up to two minutes for the printer to report the job's end\n"
             << std::flush;
