@@ -1,0 +1,100 @@
+// The response state machine as the reader drives it: blocks in, results and
+// the rest it keeps for the next block out, whatever the printer sends.
+
+#include "parser/pjl_text.h"
+#include "parser/response_parser.h"
+
+#include "support/job_road_fixture.h"
+
+#include <string>
+#include <vector>
+
+namespace langmon {
+namespace {
+
+const std::string Page = "@PJL USTATUS PAGE\r\n3\r\n\f";
+const std::string Job = "@PJL USTATUS JOB\r\nEND\r\nNAME=\"X\"\r\n\f";
+
+class ResponseParserTest : public testing::JobRoadTest {
+protected:
+    void SetUp() override {
+        JobRoadTest::SetUp();
+        port = Open("LPT1");
+        ASSERT_NE(port, nullptr);
+    }
+
+    // Each block as the reader hands it over; the result of each.
+    std::vector<int> Feed(const std::vector<std::string>& blocks) {
+        std::vector<int> results;
+        for (const std::string& block : blocks) results.push_back(ParseResponseBuffer(port, block.c_str(), 1));
+        return results;
+    }
+    std::string Tail() const { return port->responseTail != nullptr ? port->responseTail : ""; }
+    bool Between() const { return port->parser->LastResult == 5 && port->parser->SkippingToFormFeed == 0; }
+
+    PortContext* port = nullptr;
+};
+
+TEST_F(ResponseParserTest, ResponsesEndAtTheirFormFeedWhereverTheReadsSplitThem) {
+    for (const std::string& text : {Page + Job, Job + Page, std::string("\f") + Page}) {
+        for (std::size_t cut = 0; cut <= text.size(); ++cut) {
+            SCOPED_TRACE(::testing::PrintToString(text) + " cut at " + std::to_string(cut));
+            const std::vector<int> results = Feed({text.substr(0, cut), text.substr(cut)});
+            EXPECT_EQ(results.back(), 0) << "the last response ended";
+            EXPECT_EQ(Tail(), "");
+            EXPECT_TRUE(Between());
+        }
+    }
+}
+
+TEST_F(ResponseParserTest, APartlyArrivedFirstLineWaitsAndAStuckRestFallsOnItsThirdAttempt) {
+    // The first line, cut: all of it waits for the next block.
+    EXPECT_EQ(Feed({"@PJL USTATUS PA"}), std::vector<int>{1});
+    EXPECT_EQ(Tail(), "@PJL USTATUS PA");
+    EXPECT_EQ(Feed({"GE\r\n3\r\n\f"}), std::vector<int>{0});
+    EXPECT_TRUE(Between());
+
+    // The same rest twice more, nothing new behind it: given up on the third
+    // attempt, and what follows its form feed is read as new.
+    EXPECT_EQ(Feed({"@PJL INFO ST", "", ""}), (std::vector<int>{1, 1, 1}));
+    EXPECT_EQ(Tail(), "") << "given up: nothing waits";
+    EXPECT_EQ(port->parser->SkippingToFormFeed, 1u);
+    EXPECT_EQ(Feed({"rest of it\r\n\f" + Page}), std::vector<int>{0});
+    EXPECT_TRUE(Between());
+}
+
+TEST_F(ResponseParserTest, GarbageIsSkippedToItsFormFeedAndAByteOtherThanAnAtBehindOneStopsTheBlock) {
+    // Text that is no response is dropped up to the next form feed, across
+    // blocks; a response behind that form feed is read.
+    EXPECT_EQ(Feed({"\r\nnoise without end"}), std::vector<int>{6});
+    EXPECT_EQ(Tail(), "");
+    EXPECT_EQ(Feed({"more noise\f" + Page}), std::vector<int>{0});
+    EXPECT_TRUE(Between());
+    // A CR LF behind a form feed: the rest of the block is let go.
+    EXPECT_EQ(Feed({Page + "\r\n" + Job}), std::vector<int>{2});
+    EXPECT_EQ(Tail(), "");
+    EXPECT_TRUE(Between());
+    // An unknown response, a known one behind it in the same block.
+    EXPECT_EQ(Feed({"@PJL ECHO hello\r\n\f" + Page}), std::vector<int>{0});
+}
+
+TEST_F(ResponseParserTest, TextPrimitivesStopAtTheEndOfTheBlock) {
+    const char* cursor = nullptr;
+    const char entry[] = "A=1\n\tB\n\tC\nD\n";
+    EXPECT_EQ(SkipEntry(entry, &cursor), 1);
+    EXPECT_STREQ(cursor, "D\n");
+    EXPECT_EQ(SkipEntry("A=1\n\tB\n", &cursor), 0) << "the byte behind the last LF decides";
+    EXPECT_EQ(SkipLine("no end", &cursor), 0);
+    EXPECT_STREQ(cursor, "no end");
+    EXPECT_EQ(ParseDecimal("4294967297x"), 1u) << "wraps";
+    EXPECT_EQ(ParseDecimal(" 7"), 0u);
+    for (const ResponseRow* row = ResponseTable; row->Keyword != nullptr; ++row) {
+        for (const ResponseRow* other = ResponseTable; other->Keyword != nullptr; ++other) {
+            EXPECT_TRUE(row == other || !StartsWith(other->Keyword, row->Keyword))
+                << row->Keyword << " would hide " << other->Keyword;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace langmon
