@@ -29,18 +29,11 @@ int PassOver(const char* text, const char** cursor, PjlParserState*, PortContext
     return feed != nullptr ? 5 : 6;
 }
 
-char* Copy(const char* text) {
-    const std::size_t length = std::strlen(text);
-    auto* copy = static_cast<char*>(GlobalAlloc(GPTR, length + 1));
-    if (copy != nullptr) std::memcpy(copy, text, length);
-    return copy;
-}
-
 /* RememberRest: the rest of an unfinished attempt, for the next one to be
    compared with. Without memory there is no rest to claim, and the next
    attempt counts as a first. */
 void RememberRest(PjlParserState* state, const char* rest) {
-    char* copy = Copy(rest);
+    char* copy = DuplicateString(rest);
     GlobalFree(state->SavedRest);
     state->SavedRest = copy;
     state->HaveSavedRest = copy != nullptr ? 1 : 0;
@@ -90,7 +83,7 @@ int ParseResponseBuffer(PortContext* port, const char* text, int publish) {
         result = ParseResponse(cursor, &cursor, port, publish);
         if (result == 1) {
             if (*cursor != '\0') {
-                port->responseTail = Copy(cursor);
+                port->responseTail = DuplicateString(cursor);
                 if (port->responseTail == nullptr) state->HaveSavedRest = 0;
             }
             break;
