@@ -2,6 +2,8 @@
 
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "parser/device_state.h"
+#include "parser/job_progress.h"
 #include "parser/pjl_text.h"
 #include "platform/memory.h"
 #include "variables/derived.h"
@@ -44,11 +46,11 @@ void RememberRest(PjlParserState* state, const char* rest) {
 
 // Keep the order: the first prefix wins, and none is a prefix of another.
 const ResponseRow ResponseTable[11] = {
-    {"@PJL INFO STATUS", PassOver},
-    {"@PJL USTATUS EOJ", PassOver},
-    {"@PJL USTATUS DEVICE", PassOver},
-    {"@PJL USTATUS JOB", PassOver},
-    {"@PJL USTATUS PAGE", PassOver},
+    {"@PJL INFO STATUS", DeviceStateHandler},
+    {"@PJL USTATUS EOJ", EojHandler},
+    {"@PJL USTATUS DEVICE", DeviceStateHandler},
+    {"@PJL USTATUS JOB", JobReportHandler},
+    {"@PJL USTATUS PAGE", PageReportHandler},
     {"@PJL INFO PAGECOUNT", PassOver},
     {"@PJL INFO VARIABLES", PassOver},
     {InquireKeyword, PassOver},
@@ -211,6 +213,10 @@ int LenientScan(const char* text, const char** cursor, const ResponseRow* keys,
     }
     *cursor = p;
     return *p == FormFeed ? 5 : 6;
+}
+
+int SkipLineKeyHandler(const char* text, const char** cursor, PjlParserState*, PortContext*) {
+    return SkipLine(text, cursor);
 }
 
 void ResetParser(PjlParserState* state, int full) {

@@ -63,6 +63,10 @@ int StrictScan(const char* text, const char** cursor, const ResponseRow* keys,
 int LenientScan(const char* text, const char** cursor, const ResponseRow* keys,
                 PjlParserState* state, PortContext* port);
 
+// A key handler that uses its line and takes nothing from it; it refuses a
+// line whose LF hasn't arrived.
+int SkipLineKeyHandler(const char* text, const char** cursor, PjlParserState* state, PortContext* port);
+
 // Back to "between responses". With `full` the job record under construction
 // is dropped too.
 void ResetParser(PjlParserState* state, int full);

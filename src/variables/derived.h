@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 
 namespace langmon {
 
@@ -35,6 +36,16 @@ enum JobInfoOffsets : uint32_t {
     CyanCoverageOffset = 312,
     BlackCoverageOffset = 316,
 };
+
+// A word of a job info record, wherever it lies in the block.
+inline uint32_t ReadWord(const void* value, uint32_t offset) {
+    uint32_t word;
+    std::memcpy(&word, static_cast<const uint8_t*>(value) + offset, sizeof word);
+    return word;
+}
+inline void WriteWord(void* value, uint32_t offset, uint32_t word) {
+    std::memcpy(static_cast<uint8_t*>(value) + offset, &word, sizeof word);
+}
 
 // A `publish` of 1: what changed is marked dirty and published before return.
 

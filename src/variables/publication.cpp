@@ -26,16 +26,6 @@ constexpr uint32_t ReplayedStateBits = 0x0F00;
 // The manager's result of a hand-over when the client has no manager.
 constexpr int32_t NoManagerResult = -19;
 
-uint32_t ReadWord(const void* value, uint32_t offset) {
-    uint32_t word;
-    std::memcpy(&word, static_cast<const uint8_t*>(value) + offset, sizeof word);
-    return word;
-}
-
-void WriteWord(void* value, uint32_t offset, uint32_t word) {
-    std::memcpy(static_cast<uint8_t*>(value) + offset, &word, sizeof word);
-}
-
 bool ModelFits(const PortContext* port, const ManagerLink* link) {
     return MasksIntersect(port->modelMask.low, port->modelMask.high, link->modelMask.low,
                           link->modelMask.high) != 0;

@@ -7,6 +7,7 @@
 #include "framing/job_record.h"
 #include "platform/spooler_jobs.h"
 #include "support/client_fixture.h"
+#include "support/port_waits.h"
 #include "variables/derived.h"
 
 #include <algorithm>
@@ -29,16 +30,7 @@ protected:
         ASSERT_NE(port, nullptr);
     }
 
-    // Lets virtual time run until the port's thread has ended; false if it
-    // is still there after `limitMs`.
-    bool WaitForThreadEnd(DWORD limitMs = 120000) {
-        const DWORD start = GetTickCount();
-        while (HasPortFlag(port, PF_STATUS_ALIVE)) {
-            if (TickAge(GetTickCount(), start) >= limitMs) return false;
-            Sleep(500);
-        }
-        return true;
-    }
+    bool WaitForThreadEnd(DWORD limitMs = 120000) { return testing::WaitUntilThreadEnded(port, limitMs); }
 
     // The ticks of the device ID requests that came after `since`.
     std::vector<DWORD> PollTicks(DWORD since) {

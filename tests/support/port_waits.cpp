@@ -22,4 +22,13 @@ bool WaitUntilPendingSent(PortContext* port, DWORD limitMs) {
     return true;
 }
 
+bool WaitUntilThreadEnded(PortContext* port, DWORD limitMs) {
+    const DWORD start = GetTickCount();
+    while (HasPortFlag(port, PF_STATUS_ALIVE)) {
+        if (TickAge(GetTickCount(), start) >= limitMs) return false;
+        Sleep(500);
+    }
+    return true;
+}
+
 }  // namespace langmon::testing
