@@ -104,12 +104,15 @@ TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
 // the status thread until the printed job has left the printer, and the port
 // then closes without waiting.
 TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePrinter) {
-    testing::DescribePrinter("Office", testing::Driver6200, "LPT1:", false);
+    testing::DescribePrinter("Office", testing::Driver6200, "LPT1:");
     const std::string job = TempPath("memo.ps");
-    WriteFile(job, "%!PS\nshowpage\n%%EOF\n");
+    // A PostScript job's trailer names the job as its header does, so the
+    // printer's report of its end is known to be the job's.
+    WriteFile(job, "%!PS-Adobe-3.0\nshowpage\nshowpage\nshowpage\n%%EOF\n");
     PrintOptions options;
     std::string error;
-    ASSERT_TRUE(ParsePrintOptions({job}, &options, &error)) << error;
+    // Pages of 4 s: the printer takes several of the thread's passes.
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:page-time=4000"}, &options, &error)) << error;
     std::ostringstream report;
     EXPECT_EQ(RunPrint(options, report), 0) << report.str();
     const std::string text = report.str();
@@ -123,10 +126,19 @@ TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePri
     }
     ASSERT_GE(at.size(), 2u) << text;
     for (std::size_t i = 1; i < at.size(); ++i) EXPECT_DOUBLE_EQ(at[i] - at[i - 1], 3.0) << text;
-    EXPECT_NE(text.find(": ready; the job has left the printer\n  the status thread has ended\n  ClosePort       ok"),
+    EXPECT_NE(text.find("; the job has left the printer\n  the status thread has ended\n  ClosePort       ok"),
               std::string::npos)
         << text;
     EXPECT_EQ(text.find("ClosePort waits"), std::string::npos) << text;
+    // The client was handed the job's start, its page and its figures as the
+    // printer reported them, then the empty record.
+    EXPECT_NE(text.find("the job as the client followed it:\n  job 1 started\n  job 1: "), std::string::npos) << text;
+    EXPECT_NE(text.find("  job 1: 2 pages printed\n  job 1: 3 pages printed\n"
+                        "  job 1 ended: 3 pages, 0 in colour and 3 in black; "
+                        "coverage cyan 0%, magenta 0%, yellow 0%, black "),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("%\n  no job printing\n"), std::string::npos) << text;
     std::remove(job.c_str());
 }
 

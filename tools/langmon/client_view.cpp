@@ -3,12 +3,9 @@
 #include "status_report.h"
 
 #include "platform/clock.h"
-#include "platform/library.h"
 #include "platform/spooler_printers.h"
 #include "variables/spooler_status.h"
 #include "variables/status_variable.h"
-
-#include <langmon/status_manager.h>
 
 #include <cstdio>
 #include <cstring>
@@ -68,35 +65,54 @@ std::string ShowValue(const ClientVariable& variable) {
 
 }  // namespace
 
-std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem) {
-    std::vector<ClientVariable> variables;
-    HMODULE library = LoadLibraryA("KVTRM.DLL");
-    if (library == nullptr) {
+ClientStore::ClientStore(const std::string& printerName, std::string* problem) {
+    library_ = LoadLibraryA("KVTRM.DLL");
+    if (library_ == nullptr) {
         *problem = "the status manager library (libkvtrm.so) was not found";
-        return variables;
+        return;
     }
-    auto open = reinterpret_cast<decltype(&::OpenManagerExA)>(GetProcAddress(library, "OpenManagerExA"));
-    auto read = reinterpret_cast<decltype(&::GetPrinterStatusA)>(GetProcAddress(library, "GetPrinterStatusA"));
-    auto close = reinterpret_cast<decltype(&::CloseManager)>(GetProcAddress(library, "CloseManager"));
+    auto open = reinterpret_cast<decltype(&::OpenManagerExA)>(GetProcAddress(library_, "OpenManagerExA"));
+    read_ = reinterpret_cast<decltype(&::GetPrinterStatusA)>(GetProcAddress(library_, "GetPrinterStatusA"));
+    close_ = reinterpret_cast<decltype(&::CloseManager)>(GetProcAddress(library_, "CloseManager"));
     uint32_t handle = 0;
-    if (open == nullptr || read == nullptr || close == nullptr ||
+    if (open == nullptr || read_ == nullptr || close_ == nullptr ||
         open(printerName.c_str(), STATUS_MANAGER_DEVICE, 1, &handle) != 0) {
         *problem = "the status manager would not open the printer's store";
-        FreeLibrary(library);
-        return variables;
+        return;
     }
+    handle_ = handle;
+}
+
+ClientStore::~ClientStore() {
+    if (handle_ != 0) close_(handle_);
+    if (library_ != nullptr) FreeLibrary(library_);
+}
+
+std::optional<std::vector<uint8_t>> ClientStore::Read(const char* name) const {
+    if (handle_ == 0) return std::nullopt;
+    DWORD needed = 0;
+    if (read_(handle_, name, nullptr, 0, &needed) != STATUS_MANAGER_BUFFER_TOO_SMALL) return std::nullopt;
+    std::vector<uint8_t> bytes(needed);
+    if (read_(handle_, name, bytes.data(), needed, &needed) != 0) return std::nullopt;
+    bytes.resize(needed);
+    return bytes;
+}
+
+bool ClientStore::Watch(const char* name, StatusManagerCallback callback, void* context) {
+    if (handle_ == 0) return false;
+    auto watch = reinterpret_cast<decltype(&::SetNotificationCallbackExA)>(
+        GetProcAddress(library_, "SetNotificationCallbackExA"));
+    uint32_t id = 0;
+    return watch != nullptr && watch(handle_, 1, name, callback, context, &id) == 0;
+}
+
+std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem) {
+    std::vector<ClientVariable> variables;
+    const ClientStore store(printerName, problem);
     for (const StatusVariable* row = StatusVariableTable; row->Name != nullptr; ++row) {
         if (row->Size == 0) continue;
-        DWORD needed = 0;
-        if (read(handle, row->Name, nullptr, 0, &needed) != STATUS_MANAGER_BUFFER_TOO_SMALL) continue;
-        ClientVariable variable{row->Name, std::vector<uint8_t>(needed)};
-        if (read(handle, row->Name, variable.bytes.data(), needed, &needed) == 0) {
-            variable.bytes.resize(needed);
-            variables.push_back(std::move(variable));
-        }
+        if (auto bytes = store.Read(row->Name)) variables.push_back({row->Name, std::move(*bytes)});
     }
-    close(handle);
-    FreeLibrary(library);
     return variables;
 }
 

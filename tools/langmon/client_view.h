@@ -3,12 +3,42 @@
 // spooler was given, by their PRINTER_STATUS names.
 #pragma once
 
+#include "platform/library.h"
+
+#include <langmon/status_manager.h>
+
 #include <cstdint>
 #include <iosfwd>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace langmon::tool {
+
+// A printer's store, opened the way any client opens it: the status manager
+// library loaded by its name, the store by the printer's name.
+class ClientStore {
+public:
+    // Closed, with the reason in `problem`, when the library or the store
+    // can't be had.
+    ClientStore(const std::string& printerName, std::string* problem);
+    ~ClientStore();
+    ClientStore(const ClientStore&) = delete;
+    ClientStore& operator=(const ClientStore&) = delete;
+
+    bool IsOpen() const { return handle_ != 0; }
+    // A variable's value, its size asked for first; none without a value.
+    std::optional<std::vector<uint8_t>> Read(const char* name) const;
+    // Calls `callback` with `context` on the thread that changed the
+    // variable, for as long as the store is open. False if it can't.
+    bool Watch(const char* name, StatusManagerCallback callback, void* context);
+
+private:
+    HMODULE library_ = nullptr;
+    uint32_t handle_ = 0;
+    decltype(&::GetPrinterStatusA) read_ = nullptr;
+    decltype(&::CloseManager) close_ = nullptr;
+};
 
 struct ClientVariable {
     std::string name;

@@ -67,13 +67,7 @@ void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs) {
     unsigned seen = polls.load();
     unsigned passes = 0;
     out << "  the status thread follows the job:\n" << std::flush;
-    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs) {
-        Sleep(LookEveryMs);
-        if (polls.load() == seen) continue;
-        // The pass is over once its holder gives the semaphore back.
-        if (WaitForSingleObject(port->serialSemaphore, LookEveryMs) == WAIT_OBJECT_0) {
-            ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-        }
+    const auto reportPass = [&] {
         seen = polls.load();
         const PassView view = LookAtPort(port);
         const double at = TickAge(lastPollTick.load(), start) / 1000.0;
@@ -84,7 +78,18 @@ void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs) {
                                      " still at the printer")
             << '\n'
             << std::flush;
+    };
+    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs) {
+        Sleep(LookEveryMs);
+        if (polls.load() == seen) continue;
+        // The pass is over once its holder gives the semaphore back.
+        if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) == WAIT_OBJECT_0) {
+            ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+        }
+        reportPass();
     }
+    // The thread's last pass, if it ended before it was looked at.
+    if (polls.load() != seen) reportPass();
     out << (HasPortFlag(port, PF_STATUS_ALIVE) ? "  the status thread still runs; the port closes\n"
                                                : "  the status thread has ended\n");
 }

@@ -1,6 +1,7 @@
 #include "print_command.h"
 
 #include "client_view.h"
+#include "job_progress_view.h"
 #include "file_port_monitor.h"
 #include "job_report.h"
 #include "monitoring_view.h"
@@ -222,6 +223,9 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     out << "langmon print " << options.jobFile << " on port " << options.portName
         << " of printer \"" << printerName << "\", to " << target << '\n';
 
+    // The client's view of the job is followed from before the job starts,
+    // so that no record it is handed is missed.
+    JobProgressWatch progress(printerName);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
     Line(out, "OpenPortEx", Outcome(ok));
@@ -294,6 +298,10 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
     }
     DescribeClientView(out, clientView);
+    if (progress.Problem().empty()) {
+        out << "the job as the client followed it:\n";
+        DescribeJobProgress(out, progress.Records());
+    }
     out << "the status words the spooler was given for \"" << printerName << "\":\n";
     DescribeSpoolerView(out, printerName);
     exitCode = ok ? exitCode : 1;

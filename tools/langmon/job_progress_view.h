@@ -1,0 +1,37 @@
+// A job as its status client follows it: every PrintingJobInfo2 value the
+// client is handed, from the job's start at the printer through its pages to
+// its final figures and the empty record.
+#pragma once
+
+#include "client_view.h"
+
+#include <cstdint>
+#include <iosfwd>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace langmon::tool {
+
+class JobProgressWatch {
+public:
+    explicit JobProgressWatch(const std::string& printerName);
+    // Each value as the client was handed it, oldest first.
+    std::vector<std::vector<uint8_t>> Records();
+    // Why nothing can be watched; empty while the watch stands.
+    const std::string& Problem() const { return problem_; }
+
+private:
+    static void Changed(uint32_t managerHandle, const char* name, void* context);
+
+    std::mutex mutex_;
+    std::vector<std::vector<uint8_t>> records_;
+    std::string problem_;
+    // Last, so that it closes first: no change arrives once the rest is gone.
+    ClientStore store_;
+};
+
+// One line per record: started, pages printed, the final figures, no job.
+void DescribeJobProgress(std::ostream& out, const std::vector<std::vector<uint8_t>>& records);
+
+}  // namespace langmon::tool
