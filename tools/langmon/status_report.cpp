@@ -211,7 +211,10 @@ void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariab
             out << "  covers       " << (Word(covers) == 0 ? "closed" : "open: " + Hex32(Word(covers))) << '\n';
         }
         if (const StatusVariable* jams = Value(port, "ErrPaperJam")) {
-            out << "  jams         " << (Word(jams) == 0 ? "none" : "at places " + Hex32(Word(jams))) << '\n';
+            // All bits set is how an error variable says it doesn't know.
+            const uint32_t places = Word(jams);
+            out << "  jams         "
+                << (places == 0 ? "none" : places == 0xFFFFFFFFu ? "unknown" : "at places " + Hex32(places)) << '\n';
         }
         DescribeOptions(out, port);
         if (const StatusVariable* memory = Value(port, "PrinterMemory")) {
