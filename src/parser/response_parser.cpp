@@ -2,6 +2,7 @@
 
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "parser/configuration.h"
 #include "parser/pjl_text.h"
 #include "platform/memory.h"
 #include "variables/derived.h"
@@ -49,11 +50,11 @@ const ResponseRow ResponseTable[11] = {
     {"@PJL USTATUS DEVICE", PassOver},
     {"@PJL USTATUS JOB", PassOver},
     {"@PJL USTATUS PAGE", PassOver},
-    {"@PJL INFO PAGECOUNT", PassOver},
-    {"@PJL INFO VARIABLES", PassOver},
-    {InquireKeyword, PassOver},
-    {"@PJL INFO CONFIG", PassOver},
-    {"@PJL INFO SERVICETAG", PassOver},
+    {"@PJL INFO PAGECOUNT", PageCountHandler},
+    {"@PJL INFO VARIABLES", InfoVariablesHandler},
+    {InquireKeyword, InquireHandler},
+    {"@PJL INFO CONFIG", InfoConfigHandler},
+    {"@PJL INFO SERVICETAG", ServiceTagHandler},
     {nullptr, nullptr},
 };
 
