@@ -2,6 +2,7 @@
 
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "parser/configuration.h"
 #include "parser/device_state.h"
 #include "parser/job_progress.h"
 #include "parser/pjl_text.h"
@@ -23,14 +24,6 @@ constexpr ResponseRow NullResponseRow{nullptr, nullptr};
 constexpr const char* InquireKeyword = "@PJL INQUIRE";
 constexpr std::size_t InquireBody = 13;
 
-/* PassOver: a response whose family is not read yet goes by to its form
-   feed, changing nothing. */
-int PassOver(const char* text, const char** cursor, PjlParserState*, PortContext*) {
-    const char* feed = std::strchr(text, FormFeed);
-    *cursor = feed != nullptr ? feed : text + std::strlen(text);
-    return feed != nullptr ? 5 : 6;
-}
-
 /* RememberRest: the rest of an unfinished attempt, for the next one to be
    compared with. Without memory there is no rest to claim, and the next
    attempt counts as a first. */
@@ -51,11 +44,11 @@ const ResponseRow ResponseTable[11] = {
     {"@PJL USTATUS DEVICE", DeviceStateHandler},
     {"@PJL USTATUS JOB", JobReportHandler},
     {"@PJL USTATUS PAGE", PageReportHandler},
-    {"@PJL INFO PAGECOUNT", PassOver},
-    {"@PJL INFO VARIABLES", PassOver},
-    {InquireKeyword, PassOver},
-    {"@PJL INFO CONFIG", PassOver},
-    {"@PJL INFO SERVICETAG", PassOver},
+    {"@PJL INFO PAGECOUNT", PageCountHandler},
+    {"@PJL INFO VARIABLES", InfoVariablesHandler},
+    {InquireKeyword, InquireHandler},
+    {"@PJL INFO CONFIG", InfoConfigHandler},
+    {"@PJL INFO SERVICETAG", ServiceTagHandler},
     {nullptr, nullptr},
 };
 
