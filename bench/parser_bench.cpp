@@ -117,12 +117,7 @@ public:
 
     void PrintSummary() const {
         std::printf("\n");
-        const Measured* parse = Find("ParseStream");
-        if (parse == nullptr) {
-            std::printf("ParseStream: not run\n");
-        } else if (parse->failed) {
-            std::printf("ParseStream: not measured: %s\n", parse->error.c_str());
-        } else {
+        if (const Measured* parse = Measurement("ParseStream")) {
             const ReportStream stream = PrintingStream();
             // Time() is CPU microseconds per pass over the stream.
             const double perSecond = static_cast<double>(stream.text.size()) / (parse->Time() * 1e-6);
@@ -146,14 +141,5 @@ int main(int argc, char** argv) {
     InitializeMonitorEx(registryRoot, &languageMonitor);
     benchmark::RegisterBenchmark("ParseStream", ParseStream)->Unit(benchmark::kMicrosecond);
 
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    const auto options =
-        isatty(STDOUT_FILENO) != 0 ? SummaryReporter::OO_ColorTabular : SummaryReporter::OO_Tabular;
-    SummaryReporter reporter(options);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintSummary();
-    benchmark::Shutdown();
-    // A benchmark is not a test: the figures speak, the exit status doesn't.
-    return 0;
+    return RunAndSummarise<SummaryReporter>(argc, argv);
 }

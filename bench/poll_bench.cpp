@@ -148,12 +148,7 @@ public:
 
     void PrintSummary() const {
         std::printf("\n");
-        const Measured* poll = Find("PollSteady");
-        if (poll == nullptr) {
-            std::printf("PollSteady: not run\n");
-        } else if (poll->failed) {
-            std::printf("PollSteady: not measured: %s\n", poll->error.c_str());
-        } else {
+        if (const Measured* poll = Measurement("PollSteady")) {
             const double time = poll->Time();
             std::printf("Steady poll: %.0f ns per poll, at most %.0f ns: %s\n", time, TargetPollNs,
                         time <= TargetPollNs ? "met" : "not met");
@@ -163,12 +158,7 @@ public:
             std::printf("  %g allocations per poll, %g blocks left over the loop; no allocation: %s\n",
                         poll->Counter("allocs/poll"), poll->Counter("live+"), poll->Counter("allocs/poll") == 0 ? "met" : "not met");
         }
-        const Measured* decode = Find("DecodeSts");
-        if (decode == nullptr) {
-            std::printf("DecodeSts: not run\n");
-        } else if (decode->failed) {
-            std::printf("DecodeSts: not measured: %s\n", decode->error.c_str());
-        } else {
+        if (const Measured* decode = Measurement("DecodeSts")) {
             std::printf("Status block decode: %.1f ns per decode\n", decode->Time());
         }
     }
@@ -195,14 +185,5 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("PollSteady", PollSteady)->Unit(benchmark::kNanosecond);
     benchmark::RegisterBenchmark("DecodeSts", DecodeSts)->Unit(benchmark::kNanosecond);
 
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    const auto options =
-        isatty(STDOUT_FILENO) != 0 ? SummaryReporter::OO_ColorTabular : SummaryReporter::OO_Tabular;
-    SummaryReporter reporter(options);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintSummary();
-    benchmark::Shutdown();
-    // A benchmark is not a test: the figures speak, the exit status doesn't.
-    return 0;
+    return RunAndSummarise<SummaryReporter>(argc, argv);
 }

@@ -7,7 +7,10 @@
 
 #include <benchmark/benchmark.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -71,8 +74,35 @@ public:
         return &it->second;
     }
 
+    // The benchmark of that name if it was measured; otherwise null, and a
+    // line says why it has no figures.
+    const Measured* Measurement(const std::string& name) const {
+        const Measured* m = Find(name);
+        if (m == nullptr) {
+            std::printf("%s: not run\n", name.c_str());
+        } else if (m->failed) {
+            std::printf("%s: not measured: %s\n", name.c_str(), m->error.c_str());
+            return nullptr;
+        }
+        return m;
+    }
+
 private:
     std::map<std::string, Measured> measured_;
 };
+
+// Runs the registered benchmarks with the program's reporter, then its
+// summary. A benchmark is not a test: the figures speak, the exit status
+// doesn't, but for a command line it doesn't understand.
+template <typename Reporter>
+int RunAndSummarise(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    Reporter reporter(isatty(STDOUT_FILENO) != 0 ? Reporter::OO_ColorTabular : Reporter::OO_Tabular);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.PrintSummary();
+    benchmark::Shutdown();
+    return 0;
+}
 
 }  // namespace langmon::bench

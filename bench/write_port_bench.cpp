@@ -219,14 +219,5 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("WriteBehind", Strategy, StrategyCase{"LPT1", PM_COMPAT})
         ->Unit(benchmark::kNanosecond);
 
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    const auto options =
-        isatty(STDOUT_FILENO) != 0 ? SummaryReporter::OO_ColorTabular : SummaryReporter::OO_Tabular;
-    SummaryReporter reporter(options);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.PrintSummary();
-    benchmark::Shutdown();
-    // A benchmark is not a test: the figures speak, the exit status doesn't.
-    return 0;
+    return RunAndSummarise<SummaryReporter>(argc, argv);
 }
