@@ -145,6 +145,7 @@ void Printer::FinishDoneJobs() {
 // --- What the printer says.
 
 void Printer::Send(std::string response) {
+    if (state_.faults.loseJobReports && response.starts_with("@PJL USTATUS JOB")) return;
     if (state_.faults.garbage) response.insert(0, Garbage);
     if (state_.faults.crlfAfterFormFeed) {
         for (size_t at = response.find('\f'); at != std::string::npos; at = response.find('\f', at + 3)) {

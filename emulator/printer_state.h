@@ -85,6 +85,7 @@ struct LinkFaults {
     uint32_t readPiece = 0;        // a read gives at most this many bytes; 0: no limit
     bool garbage = false;          // stray bytes stand in front of every response
     bool crlfAfterFormFeed = false;  // a CR LF follows every form feed
+    bool loseJobReports = false;     // USTATUS JOB reports never reach the host
 };
 
 struct PrinterState {

@@ -158,6 +158,22 @@ TEST_F(PjlTest, FiguresAddUpTheWayTheHostSumsThem) {
         << end;
 }
 
+// A back channel that drops the job reports: the job prints and the page
+// counts still come; the host hears of neither its start nor its end.
+TEST_F(PjlTest, LostJobReportsLeaveThePageReportsAlone) {
+    PrinterState state = PrinterState::Default();
+    state.faults.loseJobReports = true;
+    Printer printer(state);
+    printer.Write(JobHeader(IdA) + "one\ftwo\f" + JobTrailer(IdA));
+    Sleep(2 * state.pageTimeMs);
+    ASSERT_EQ(printer.Jobs().size(), 1u);
+    EXPECT_TRUE(printer.Jobs()[0].finished);
+    std::vector<std::string> reports = Said(printer, false);
+    ASSERT_EQ(reports.size(), 3u);
+    EXPECT_TRUE(reports[0].starts_with("@PJL INFO STATUS\r\n"));
+    EXPECT_EQ(reports[2], "@PJL USTATUS PAGE\r\n2\r\n\f");
+}
+
 TEST_F(PjlTest, RepliesToInfoAndInquire) {
     PrinterState state = PrinterState::Default();
     state.serviceTag = "3MW8QZ1";

@@ -117,6 +117,9 @@ void ScenarioTest::SetUp() {
 
 void ScenarioTest::TearDown() {
     while (!opened_.empty()) Close(opened_.back());
+    // The short threads that tell the spooler a status word hold a printer
+    // handle and their blocks until they end.
+    SettleThreads();
     current = nullptr;
     MonitorTest::TearDown();
 }
@@ -147,8 +150,8 @@ void ScenarioTest::Close(PortContext* port) {
     EXPECT_TRUE(monitor.ClosePort(port));
 }
 
-std::string ScenarioTest::Start(PortContext* port) {
-    EXPECT_TRUE(monitor.StartDocPort(port, printerName_, 7, 1, reinterpret_cast<LPBYTE>(&docInfo_)));
+std::string ScenarioTest::Start(PortContext* port, DWORD jobId) {
+    EXPECT_TRUE(monitor.StartDocPort(port, printerName_, jobId, 1, reinterpret_cast<LPBYTE>(&docInfo_)));
     return port->jobIdentifier;
 }
 

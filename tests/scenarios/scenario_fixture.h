@@ -62,8 +62,8 @@ protected:
     PortContext* Connect(const char* portName, DWORD mode, bool client, emulator::LinkFaults faults = {});
     // Takes the client away again and closes the port, as the spooler does.
     void Close(PortContext* port);
-    // Starts a job; the identifier its header will carry.
-    std::string Start(PortContext* port);
+    // Starts the spooler's job `jobId`; the identifier its header will carry.
+    std::string Start(PortContext* port, DWORD jobId = 7);
     // The spooler's loop: blocks of `block` bytes, each passed again from what
     // was not taken, at most `maxCalls` calls; it stops at a call that fails.
     SpoolerRun Spool(PortContext* port, const std::string& job, std::size_t block = 4096,
