@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 
 namespace langmon {
@@ -42,6 +43,8 @@ constexpr FixedRow FixedRows[] = {
     {6, offsetof(LmBlock, LM_InputTray)},
 };
 constexpr int GetTimeRow = 0;
+// Values bound this recently are answered as they are; older ones are read anew.
+constexpr DWORD LmFreshMs = 1000;
 constexpr int InputTrayRow = 6;
 constexpr int FirstTrayRow = 7;
 
@@ -201,6 +204,45 @@ void UnbindLmValues(PortContext* port) {
         ResetTableLocked();
     }
     UnlockLmValues();
+}
+
+
+/* LmValuesStale: 1 when the values were never read or are a second old or
+   more; a tick count that went backwards (it wrapped) counts as old. */
+int LmValuesStale() {
+    LockLmValues();
+    const LmValue& time = LmValueTable[GetTimeRow];
+    const bool never = time.LmSize == NeverRead;
+    const auto stamp = static_cast<DWORD>(reinterpret_cast<uintptr_t>(time.LmValue));
+    UnlockLmValues();
+    if (never) return 1;
+    const DWORD now = GetTickCount();
+    return now < stamp || now - stamp >= LmFreshMs ? 1 : 0;
+}
+
+/* ReadLmValue: the value of the row named exactly `name`. A size of 0 asks
+   for the value's size alone; otherwise as much of the value as `out` holds
+   is copied, and `returned` is left alone. 0 for a name that is no row, and
+   for a row without a value when bytes were asked for. */
+int ReadLmValue(const char* name, void* out, uint32_t outSize, uint32_t* returned) {
+    if (name == nullptr) return 0;
+    LockLmValues();
+    // "GetTime" holds a tick count where the others hold a pointer: it is
+    // no value to hand out.
+    const LmValue* row = LmValueTable + GetTimeRow + 1;
+    while (row->LmName != nullptr && std::strcmp(row->LmName, name) != 0) ++row;
+    int result = 1;
+    if (row->LmName == nullptr) {
+        result = 0;
+    } else if (outSize == 0) {
+        if (returned != nullptr) *returned = row->LmSize;
+    } else if (row->LmValue == nullptr || out == nullptr) {
+        result = 0;
+    } else {
+        std::memcpy(out, row->LmValue, std::min(outSize, row->LmSize));
+    }
+    UnlockLmValues();
+    return result;
 }
 
 }  // namespace langmon

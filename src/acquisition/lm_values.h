@@ -69,4 +69,12 @@ void BindLmValues(PortContext* port);
 // to "never read": every LmValue null, "GetTime" 0xFFFFFFFF.
 void UnbindLmValues(PortContext* port);
 
+// 1 when the values were never read or are a second old or more.
+int LmValuesStale();
+// One row's value, by its exact name: with `outSize` 0 its size goes to
+// `returned`; otherwise the smaller of `outSize` and the size is copied to
+// `out` and `returned` isn't written. 0 for a name that is no row, or a row
+// without a value when bytes were asked for.
+int ReadLmValue(const char* name, void* out, uint32_t outSize, uint32_t* returned);
+
 }  // namespace langmon

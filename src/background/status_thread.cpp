@@ -261,12 +261,8 @@ void FinishMonitoring(PortContext* port) {
 }
 
 int SendUstatusOff(PortContext* port) {
-    LockPort(port);
-    uint32_t words[3] = {};
-    const StatusVariable* row = FindVariable("PrinterStatus", port->variables, port);
-    const bool known = row != nullptr && row->Value != nullptr;
-    if (known) std::memcpy(words, row->Value, sizeof words);
-    UnlockPort(port);
+    uint32_t words[3];
+    const bool known = ReadPrinterStatusWords(port, words);
     // A printer that doesn't answer, isn't one of ours, or stands in a fault
     // is not told anything.
     if (known && ((words[1] & PrinterLostWord) != 0 || !HasPortFlag(port, PF_MODEL_KNOWN) ||

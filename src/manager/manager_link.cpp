@@ -93,15 +93,18 @@ void AppendLink(PortContext* port, ManagerLink* link) {
 
 }  // namespace
 
-bool ManagerServesPort(const uint8_t* portList, const PortContext* port) {
-    uint32_t count;
-    std::memcpy(&count, portList, sizeof count);
-    if (count == 0) return true;
+bool ManagerNamesOnlyPort(const uint8_t* portList, const PortContext* port) {
     // Only the length of the port's own name is compared: "LPT1" is served
     // by a manager that names "LPT1:".
     const auto* first = reinterpret_cast<const char*>(portList + FirstPortName);
     return CompareNameNoCase(first, port->portName, std::strlen(port->portName)) == 0 &&
            portList[SecondPortName] == 0;
+}
+
+bool ManagerServesPort(const uint8_t* portList, const PortContext* port) {
+    uint32_t count;
+    std::memcpy(&count, portList, sizeof count);
+    return count == 0 || ManagerNamesOnlyPort(portList, port);
 }
 
 ManagerLink* FindLink(const char* printerName, PortContext* port) {

@@ -99,5 +99,9 @@ void OpenLinkPrinter(ManagerLink* link);
 // The port check of a binding: a manager that names no port, or this port
 // alone, may serve the link. `portList` is the manager's "Port" value.
 bool ManagerServesPort(const uint8_t* portList, const PortContext* port);
+// The list's first name is this port's (over the length of the port's name)
+// and there is no second; the count is not looked at. The list holds a
+// count, then two names of 128 bytes, and a 0 behind the second.
+bool ManagerNamesOnlyPort(const uint8_t* portList, const PortContext* port);
 
 }  // namespace langmon

@@ -35,6 +35,9 @@ namespace {
 
 constexpr DWORD CloseDrainLimit = 120000;  // ms a closing port waits for its jobs
 constexpr DWORD CloseDrainStep = 1000;
+// The manager request threads end at once on closingEvent; this is how often
+// ClosePort looks whether they have.
+constexpr DWORD RequestThreadEndStepMs = 10;
 
 // The value PrinterStatus takes when its port closes: no printer behind it.
 constexpr uint32_t PrinterStatusClosed[3] = {0, 0x1000, 0};
@@ -312,6 +315,7 @@ BOOL ClosePort(HANDLE hPort) {
     StopStatusThread(port);
 
     SetEvent(port->closingEvent);
+    while (PortWord(port->requestThreads) != 0) Sleep(RequestThreadEndStepMs);
     LowerClose(port);
 
     MarkPrinterClosed(port);

@@ -137,6 +137,9 @@ struct PortContext {
     uint32_t jobIsPostScript;
     uint32_t cancelStateCount;
     uint32_t jobOpen;
+    // Manager request threads that may still touch the port: ClosePort waits
+    // for them to end before the record goes.
+    uint32_t requestThreads;
     // The name says USB ("USB001" to "USB128"). Read on every block of a
     // job, so the name is read once, when the record is made.
     uint32_t usbPort;

@@ -211,6 +211,27 @@ BOOL CloseHandle(HANDLE handle) {
     return TRUE;
 }
 
+HANDLE GetCurrentProcess() { return CurrentProcessHandle; }
+
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target, DWORD,
+                     BOOL, DWORD options) {
+    Kernel& kernel = Kernel::Get();
+    std::lock_guard lock(kernel.mutex);
+    auto* object = static_cast<KernelObject*>(source);
+    if (sourceProcess != CurrentProcessHandle || targetProcess != CurrentProcessHandle || target == nullptr ||
+        (options & ~DUPLICATE_SAME_ACCESS) != 0) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (!Kernel::IsLive(object)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    ++object->handles;
+    *target = object;
+    return TRUE;
+}
+
 DWORD WaitForSingleObject(HANDLE object, DWORD milliseconds) {
     KernelObject* objects[1] = {static_cast<KernelObject*>(object)};
     return WaitOn(objects, 1, milliseconds);

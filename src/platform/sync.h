@@ -28,6 +28,16 @@ BOOL ReleaseMutex(HANDLE mutex);
 
 BOOL CloseHandle(HANDLE object);
 
+// One process, so the only process handle is the pseudo handle of this one.
+constexpr DWORD DUPLICATE_SAME_ACCESS = 0x2;
+inline const HANDLE CurrentProcessHandle = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+HANDLE GetCurrentProcess();
+// Another handle to the same object within this process, closed on its own;
+// the object lives until its last handle is closed. Access and inheritance
+// don't exist here; the only option is DUPLICATE_SAME_ACCESS.
+BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, HANDLE* target,
+                     DWORD desiredAccess, BOOL inheritHandle, DWORD options);
+
 // Waits. A semaphore is taken by decrementing its count, an auto-reset event by
 // resetting it, a mutex by owning it; a thread is signalled when it has ended.
 // Of several signalled objects the lowest index wins. Only bWaitAll FALSE.

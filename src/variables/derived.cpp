@@ -92,6 +92,15 @@ void CopyField(uint8_t* field, uint32_t size, const char* text) {
 
 }  // namespace
 
+bool ReadPrinterStatusWords(PortContext* port, uint32_t words[3]) {
+    LockPort(port);
+    const StatusVariable* row = Row(port, "PrinterStatus", 0);
+    const bool known = row != nullptr && row->Value != nullptr;
+    ReadPrinterStatus(port, words);
+    UnlockPort(port);
+    return known;
+}
+
 bool StatusReadable(PortContext* port) {
     uint32_t words[3];
     ReadPrinterStatus(port, words);

@@ -57,6 +57,9 @@ int DerivePrinterVariables(PortContext* port, int publish);
 // JobStatus becomes 0, created if need be; nothing is marked dirty.
 void ResetJobStatus(PortContext* port);
 void UpdatePrinterExtStatus(PortContext* port);
+// The three words of PrinterStatus, read under the port's lock; false, and
+// zeros, when it has no value.
+bool ReadPrinterStatusWords(PortContext* port, uint32_t words[3]);
 // The printer answers, isn't lost, and is the model whose status is read.
 bool StatusReadable(PortContext* port);
 
