@@ -2,6 +2,9 @@
 
 #include "manager/manager_library.h"
 #include "platform/library.h"
+#include "platform/sync.h"
+
+#include <algorithm>
 
 #include <cstring>
 
@@ -40,6 +43,13 @@ void* FakeManager::Lookup(const char* function) {
     if (name == "CloseManager") return reinterpret_cast<void*>(&FakeManager::Close);
     if (name == "GetPrinterStatusA") return reinterpret_cast<void*>(&FakeManager::Get);
     if (name == "UpdatePrinterStatusA") return reinterpret_cast<void*>(&FakeManager::Update);
+    std::lock_guard lock(registered->mutex_);
+    if (registered->exportsNotifications_ && name == "SetNotificationEventExA") {
+        return reinterpret_cast<void*>(&FakeManager::Notify);
+    }
+    if (registered->exportsNotifications_ && name == "KillNotificationEvent") {
+        return reinterpret_cast<void*>(&FakeManager::Unnotify);
+    }
     return nullptr;
 }
 
@@ -61,6 +71,7 @@ void FakeManager::ServePorts(const std::string& printer, uint32_t count, const s
     std::memcpy(ports.data(), &count, sizeof count);
     std::memcpy(ports.data() + 4, first.data(), std::min<std::size_t>(first.size(), 127));
     std::memcpy(ports.data() + 132, second.data(), std::min<std::size_t>(second.size(), 127));
+    Signal(printer, "Port");
 }
 
 void FakeManager::PortUnreadable(const std::string& printer) {
@@ -71,6 +82,7 @@ void FakeManager::PortUnreadable(const std::string& printer) {
 void FakeManager::Terminate(const std::string& printer, uint32_t word) {
     std::lock_guard lock(mutex_);
     printers_[printer].terminate = word;
+    Signal(printer, "TerminateManager");
 }
 
 void FakeManager::TerminateUnreadable(const std::string& printer) {
@@ -135,9 +147,74 @@ int32_t FakeManager::Open(const char* printer, const char*, uint32_t, uint32_t* 
 int32_t FakeManager::Close(uint32_t handle) {
     FakeManager& fake = *registered;
     std::lock_guard lock(fake.mutex_);
-    if (fake.handles_.erase(handle) != 0) return 0;
+    if (fake.handles_.erase(handle) != 0) {
+        // A closed handle's notifications end with it.
+        std::erase_if(fake.notifications_, [&](const auto& entry) { return entry.second.handle == handle; });
+        return 0;
+    }
     ++fake.staleCalls_;
     return STATUS_MANAGER_BAD_HANDLE;
+}
+
+void FakeManager::ExportNotifications() {
+    std::lock_guard lock(mutex_);
+    exportsNotifications_ = true;
+}
+
+void FakeManager::Rename(const std::string& printer, const std::string& newName) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].store["PrinterName"] = std::vector<uint8_t>(newName.c_str(), newName.c_str() + newName.size() + 1);
+    Signal(printer, "PrinterName");
+}
+
+int FakeManager::Watches() const {
+    std::lock_guard lock(mutex_);
+    return static_cast<int>(notifications_.size());
+}
+
+void FakeManager::Signal(const std::string& printer, const std::string& name) {
+    for (const auto& [id, watch] : notifications_) {
+        auto owner = handles_.find(watch.handle);
+        if (owner == handles_.end() || owner->second != printer) continue;
+        for (std::size_t i = 0; i < watch.names.size(); ++i) {
+            if (watch.names[i] == name) SetEvent(watch.events[i]);
+        }
+    }
+}
+
+int32_t FakeManager::Notify(uint32_t handle, uint32_t count, const char* names, const HANDLE* events,
+                            uint32_t* notificationId) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    if (fake.handles_.count(handle) == 0) {
+        ++fake.staleCalls_;
+        return STATUS_MANAGER_BAD_HANDLE;
+    }
+    Notification watch{handle, {}, std::vector<HANDLE>(events, events + count)};
+    std::string list = names;
+    for (std::size_t start = 0; start <= list.size();) {
+        const std::size_t end = std::min(list.find(';', start), list.size());
+        watch.names.push_back(list.substr(start, end - start));
+        start = end + 1;
+    }
+    if (watch.names.size() != count) return STATUS_MANAGER_BAD_ARGUMENT;
+    *notificationId = fake.nextNotification_++;
+    fake.notifications_.emplace(*notificationId, std::move(watch));
+    return 0;
+}
+
+int32_t FakeManager::Unnotify(uint32_t handle, uint32_t notificationId) {
+    FakeManager& fake = *registered;
+    std::lock_guard lock(fake.mutex_);
+    auto found = fake.notifications_.find(notificationId);
+    if (found == fake.notifications_.end() || found->second.handle != handle) return STATUS_MANAGER_BAD_ARGUMENT;
+    fake.notifications_.erase(found);
+    return 0;
+}
+
+void FakeManager::ClientWrites(const std::string& printer, const std::string& name, const std::string& bytes) {
+    std::lock_guard lock(mutex_);
+    printers_[printer].store[name] = std::vector<uint8_t>(bytes.begin(), bytes.end());
 }
 
 int32_t FakeManager::Get(uint32_t handle, const char* name, void* buffer, DWORD size, DWORD* needed) {
@@ -160,6 +237,9 @@ int32_t FakeManager::Get(uint32_t handle, const char* name, void* buffer, DWORD 
         std::memcpy(value.data(), &setup.terminate, 4);
     } else if (auto stored = setup.store.find(variable); stored != setup.store.end()) {
         value = stored->second;
+    } else if (variable == "PrinterName") {
+        // The name the store was opened with, until the printer is renamed.
+        value.assign(owner->second.c_str(), owner->second.c_str() + owner->second.size() + 1);
     } else {
         return STATUS_MANAGER_NO_VARIABLE;
     }

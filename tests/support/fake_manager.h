@@ -41,6 +41,15 @@ public:
     // "TerminateManager": its word, or a read that fails.
     void Terminate(const std::string& printer, uint32_t word);
     void TerminateUnreadable(const std::string& printer);
+    // The library exports SetNotificationEventExA and KillNotificationEvent
+    // from now on, so each bound link's request thread watches its manager.
+    // ServePorts, Terminate and Rename then signal the watching events.
+    void ExportNotifications();
+    // The manager's "PrinterName" of the store opened as `printer`.
+    void Rename(const std::string& printer, const std::string& newName);
+    int Watches() const;  // notifications standing now
+    // A value a client wrote into the printer's store, such as "RefreshStatus".
+    void ClientWrites(const std::string& printer, const std::string& name, const std::string& bytes);
     // Functions the library does not export.
     void Withhold(const std::string& function);
 
@@ -61,9 +70,21 @@ public:
     static int32_t Close(uint32_t handle);
     static int32_t Get(uint32_t handle, const char* name, void* buffer, DWORD size, DWORD* needed);
     static int32_t Update(uint32_t handle, const char* name, const void* value, DWORD size);
+    static int32_t Notify(uint32_t handle, uint32_t count, const char* names, const HANDLE* events,
+                          uint32_t* notificationId);
+    static int32_t Unnotify(uint32_t handle, uint32_t notificationId);
 
 private:
     static void* Lookup(const char* function);
+    // Signals every event that watches `name` in a store opened as `printer`.
+    // Called with mutex_ held.
+    void Signal(const std::string& printer, const std::string& name);
+
+    struct Notification {
+        uint32_t handle;
+        std::vector<std::string> names;
+        std::vector<HANDLE> events;
+    };
 
     struct PrinterSetup {
         bool opens = true;
@@ -82,6 +103,9 @@ private:
     int opens_ = 0;
     int staleCalls_ = 0;
     std::set<std::string> withheld_;
+    bool exportsNotifications_ = false;
+    std::map<uint32_t, Notification> notifications_;
+    uint32_t nextNotification_ = 1;
     std::vector<HandedValue> handed_;
 };
 
