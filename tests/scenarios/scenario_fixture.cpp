@@ -95,6 +95,12 @@ BOOL ScenarioTest::RecordWrite(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD w
     return result;
 }
 
+BOOL ScenarioTest::RecordControl(HANDLE port, DWORD controlId, LPSTR valueName, LPSTR in, DWORD inSize, LPSTR out,
+                                 DWORD outSize, LPDWORD returned) {
+    ++current->controlRequests;
+    return emulatorTable.GetPrinterDataFromPort(port, controlId, valueName, in, inSize, out, outSize, returned);
+}
+
 BOOL ScenarioTest::RecordStartDoc(HANDLE port, LPSTR printerName, DWORD jobId, DWORD level, LPBYTE docInfo) {
     ++current->documents;
     return emulatorTable.StartDocPort(port, printerName, jobId, level, docInfo);
@@ -107,6 +113,7 @@ void ScenarioTest::SetUp() {
     below_ = emulatorTable;
     below_.WritePort = RecordWrite;
     below_.StartDocPort = RecordStartDoc;
+    below_.GetPrinterDataFromPort = RecordControl;
     current = this;
     // USB ports are two-way only as the USB port monitor's.
     for (const char* name : {"USB001", "USB002"}) {

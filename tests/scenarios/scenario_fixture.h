@@ -11,6 +11,7 @@
 #include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -76,9 +77,14 @@ protected:
     std::unique_ptr<emulator::Printer> printer;
     std::vector<LowerWriteCall> writes;
     int documents = 0;  // opened below so far
+    // GetPrinterDataFromPort calls that reached the printer's port monitor:
+    // the device ID requests of the polls.
+    std::atomic<int> controlRequests = 0;
 
 private:
     static BOOL RecordWrite(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD written);
+    static BOOL RecordControl(HANDLE port, DWORD controlId, LPSTR valueName, LPSTR in, DWORD inSize, LPSTR out,
+                              DWORD outSize, LPDWORD returned);
     static BOOL RecordStartDoc(HANDLE port, LPSTR printerName, DWORD jobId, DWORD level, LPBYTE docInfo);
 
     std::unique_ptr<emulator::PortMonitor> ports_;
