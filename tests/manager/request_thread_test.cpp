@@ -103,7 +103,7 @@ TEST_F(RequestThreadTest, AManagerThatCannotBeReadLeavesTheLinkBoundWithoutAWatc
 }
 
 TEST_F(RequestThreadTest, APortThatClosesWhileTheThreadWaitsEndsItAndTheLinkGoesWithThePort) {
-    ASSERT_TRUE(ClosePort(port));
+    ASSERT_TRUE(Close(port));
     EXPECT_EQ(manager.Watches(), 0);
     EXPECT_EQ(manager.OpenManagers(), 0);
     EXPECT_EQ(manager.StaleCalls(), 0) << "nothing called the manager with a closed handle";

@@ -121,18 +121,18 @@ TEST_F(ClientRequestsTest, SuspendEndsAnIdleThreadAnswersAtOnceWithoutOneAndIsRe
 
 TEST_F(ClientRequestsTest, LmValuesArePolledWhenAMomentOldAndAnsweredByExactName) {
     BOOL ok = FALSE;
-    const int pollsBefore = controlRequests;
+    const int pollsBefore = OwnControlRequests();
     std::string name = AskBytes("LM_SysName", 32, &ok);
     ASSERT_TRUE(ok);
     EXPECT_EQ(name, std::string("Laser Printer 6200tx") + std::string(12, '\0'));
-    EXPECT_EQ(controlRequests, pollsBefore + 1) << "values never read are read";
+    EXPECT_EQ(OwnControlRequests(), pollsBefore + 1) << "values never read are read";
 
     Sleep(500);
     AskBytes("LM_MemorySizeInMByte", 4, &ok);
-    EXPECT_EQ(controlRequests, pollsBefore + 1) << "values half a second old stand";
+    EXPECT_EQ(OwnControlRequests(), pollsBefore + 1) << "values half a second old stand";
     Sleep(600);
     const std::string memory = AskBytes("LM_MemorySizeInMByte", 4, &ok);
-    EXPECT_EQ(controlRequests, pollsBefore + 2) << "values a second old are read anew";
+    EXPECT_EQ(OwnControlRequests(), pollsBefore + 2) << "values a second old are read anew";
     uint32_t megabytes = 0;
     std::memcpy(&megabytes, memory.data(), 4);
     EXPECT_EQ(megabytes, 128u);
@@ -206,25 +206,25 @@ TEST_F(ClientRequestsTest, ARefreshSendsOneRequestWithTheLinesItsListNeedsAndPub
 
 TEST_F(ClientRequestsTest, ARefreshGivesEachResultCode) {
     std::size_t sent = printer->Received().size();
-    int polls = controlRequests;
+    int polls = OwnControlRequests();
     EXPECT_EQ(Refresh("NoSuchVariable;Another"), -19);
     EXPECT_EQ(Ask("Refresh:").answer, -19) << "no printer name";
     EXPECT_EQ(Refresh("TonerRemain", "Somebody Else"), -19);
     EXPECT_EQ(ReceivedSince(sent), "");
-    EXPECT_EQ(controlRequests, polls) << "nothing asked of the printer";
+    EXPECT_EQ(OwnControlRequests(), polls) << "nothing asked of the printer";
 
     // A list of polled rows: a poll, and nothing sent.
     EXPECT_EQ(Refresh("TonerRemain;PrinterModel"), 0);
-    EXPECT_EQ(controlRequests, polls + 1);
+    EXPECT_EQ(OwnControlRequests(), polls + 1);
     EXPECT_EQ(ReceivedSince(sent), "");
 
     // With the status thread running, only a panel row makes its own poll.
     ASSERT_EQ(Ask("Wake Up").answer, 0);
-    polls = controlRequests;
+    polls = OwnControlRequests();
     EXPECT_EQ(Refresh("TonerRemain"), -19);
-    EXPECT_EQ(controlRequests, polls);
+    EXPECT_EQ(OwnControlRequests(), polls);
     EXPECT_EQ(Refresh("OppPaperType"), 0);
-    EXPECT_EQ(controlRequests, polls + 1);
+    EXPECT_EQ(OwnControlRequests(), polls + 1);
     ASSERT_EQ(Ask("Stop Polling").answer, 0);
 
     // During a job: busy, before anything is asked.

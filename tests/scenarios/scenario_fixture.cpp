@@ -3,6 +3,7 @@
 #include "monitor/port_mode.h"
 #include "platform/clock.h"
 #include "platform/registry.h"
+#include "platform/thread.h"
 #include "portkind/port_kind.h"
 
 #include <algorithm>
@@ -97,8 +98,16 @@ BOOL ScenarioTest::RecordWrite(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD w
 
 BOOL ScenarioTest::RecordControl(HANDLE port, DWORD controlId, LPSTR valueName, LPSTR in, DWORD inSize, LPSTR out,
                                  DWORD outSize, LPDWORD returned) {
-    ++current->controlRequests;
+    {
+        std::lock_guard lock(current->controlMutex_);
+        current->controlThreads_.push_back(GetCurrentThreadId());
+    }
     return emulatorTable.GetPrinterDataFromPort(port, controlId, valueName, in, inSize, out, outSize, returned);
+}
+
+int ScenarioTest::OwnControlRequests() {
+    std::lock_guard lock(controlMutex_);
+    return static_cast<int>(std::count(controlThreads_.begin(), controlThreads_.end(), GetCurrentThreadId()));
 }
 
 BOOL ScenarioTest::RecordStartDoc(HANDLE port, LPSTR printerName, DWORD jobId, DWORD level, LPBYTE docInfo) {

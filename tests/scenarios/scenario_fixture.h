@@ -11,8 +11,8 @@
 #include "support/job_frame_texts.h"
 #include "support/platform_fixture.h"
 
-#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -77,9 +77,10 @@ protected:
     std::unique_ptr<emulator::Printer> printer;
     std::vector<LowerWriteCall> writes;
     int documents = 0;  // opened below so far
-    // GetPrinterDataFromPort calls that reached the printer's port monitor:
-    // the device ID requests of the polls.
-    std::atomic<int> controlRequests = 0;
+    // GetPrinterDataFromPort calls that reached the printer's port monitor
+    // (the device ID requests of the polls) from the test's own thread, so
+    // that the status thread's polls don't count.
+    int OwnControlRequests();
 
 private:
     static BOOL RecordWrite(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD written);
@@ -90,6 +91,8 @@ private:
     std::unique_ptr<emulator::PortMonitor> ports_;
     MONITOR below_{};  // the emulator's table, its documents and writes recorded
     std::vector<PortContext*> opened_;
+    std::mutex controlMutex_;
+    std::vector<DWORD> controlThreads_;  // the caller of each control request
     char printerName_[8] = "Laser";
     char docName_[8] = "report";
     DOC_INFO_1 docInfo_{docName_, nullptr, nullptr};

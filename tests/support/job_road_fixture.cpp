@@ -52,6 +52,11 @@ PortContext* JobRoadTest::Open(const char* name) {
     return port;
 }
 
+BOOL JobRoadTest::Close(PortContext* port) {
+    std::erase(opened_, port);
+    return ClosePort(port);
+}
+
 void JobRoadTest::GiveClient(PortContext* port) {
     DescribePrinter(Printer, "Quor Laser Printer 6200tx PCL6", port->portName, false);
 }

@@ -53,6 +53,8 @@ protected:
     // Opens a port with a ready printer of a known model behind it;
     // TearDown closes it.
     PortContext* Open(const char* name);
+    // Closes a port opened by Open before TearDown would.
+    BOOL Close(PortContext* port);
     // The test's printer stands on the port with a driver of a known model,
     // so its jobs get a client (a link without a manager behind it).
     static void GiveClient(PortContext* port);
