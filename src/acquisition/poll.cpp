@@ -322,6 +322,16 @@ int DrainPrinterInput(int wait, PortContext* port) {
     return 1;
 }
 
+PrinterConversation::PrinterConversation(PortContext* port) : port_(port) {
+    if (HasPortFlag(port, PF_DOC_OPEN)) return;
+    ready_ = opened_ = OpenPollDocument(port);
+    if (opened_ && !IsUsbPort(port)) SetReadTimeouts(port);
+}
+
+PrinterConversation::~PrinterConversation() {
+    if (opened_) ClosePollDocument(port_);
+}
+
 int SetReadTimeouts(PortContext* port) {
     COMMTIMEOUTS timeouts{};
     timeouts.ReadIntervalTimeout = 10;

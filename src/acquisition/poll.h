@@ -32,6 +32,25 @@ int ReadPrinterResponses(PortContext* port, int publish);
 // Reads and forgets what the printer has sent. 1, or 0 without a document.
 // A non-zero `wait` sleeps 1100 ms before each read of the first loop.
 int DrainPrinterInput(int wait, PortContext* port);
+
+// A conversation with the printer outside a job: the pseudo document is
+// opened unless one is open already, with the read time-outs of a port that
+// isn't USB, and closed again at the end by the one who opened it.
+class PrinterConversation {
+public:
+    explicit PrinterConversation(PortContext* port);
+    ~PrinterConversation();
+    PrinterConversation(const PrinterConversation&) = delete;
+    PrinterConversation& operator=(const PrinterConversation&) = delete;
+
+    // False when no document could be opened.
+    bool Ready() const { return ready_; }
+
+private:
+    PortContext* port_;
+    bool ready_ = true;
+    bool opened_ = false;
+};
 // The read time-outs of a port other than USB. 1 if the port monitor below
 // can set them.
 int SetReadTimeouts(PortContext* port);

@@ -57,6 +57,7 @@ int ReadServiceTag(PortContext* port, char* out, uint32_t outSize) {
     std::memset(port->serviceTagText, 0, sizeof port->serviceTagText);
     port->serviceTagStatus = ServiceTagNotTried;
     int result = 0;
+    // Whatever happens, the caller gets zeros where no tag stands.
     if (out != nullptr) std::memset(out, 0, outSize);
     if (port->variables == nullptr || (port->portKind & PK_BIDI) == 0) return 0;
     if (port->jobListHead != nullptr) {
@@ -70,24 +71,17 @@ int ReadServiceTag(PortContext* port, char* out, uint32_t outSize) {
         ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
         return 0;
     }
-    bool opened = false;
-    if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPseudoDocument(port)) {
+    {
+        PrinterConversation conversation(port);
+        if (!conversation.Ready()) {
             ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
             return 0;
         }
-        SetPortFlag(port, PF_DOC_OPEN);
-        opened = true;
-        if (!IsUsbPort(port)) SetReadTimeouts(port);
-    }
-    port->serviceTagStatus = AskForTag(port, out, outSize, &result);
-    if (opened) {
-        LowerEndDoc(port);
-        ClearPortFlag(port, PF_DOC_OPEN);
+        port->serviceTagStatus = AskForTag(port, out, outSize, &result);
     }
     ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-    if (result == 1 && port->serviceTagStatus == ServiceTagRead) return 1;
-    if (out != nullptr) std::memset(out, 0, outSize);
+    // `out` was zeroed first and holds the tag only if it came; a request
+    // that went out after a pause gives 1 even without one.
     return result;
 }
 

@@ -91,13 +91,8 @@ bool LinkOfModel(const char* printerName, PortContext* port) {
    and five reads of the answer. The port is the caller's: it holds the
    semaphore. */
 int32_t AskPrinter(uint32_t classes, PortContext* port) {
-    bool opened = false;
-    if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPseudoDocument(port)) return RefreshNothingDone;
-        SetPortFlag(port, PF_DOC_OPEN);
-        opened = true;
-        if (!IsUsbPort(port)) SetReadTimeouts(port);
-    }
+    PrinterConversation conversation(port);
+    if (!conversation.Ready()) return RefreshNothingDone;
     DrainPrinterInput(0, port);
     char request[RequestRoom];
     std::size_t length = 0;
@@ -111,20 +106,15 @@ int32_t AskPrinter(uint32_t classes, PortContext* port) {
     append(Uel, sizeof Uel - 1);
     // A tag that comes back may be stored and published from now on.
     port->serviceTagPublish = 1;
-    int32_t result = RefreshPortUnavailable;
     DWORD written = 0;
-    if (SendPjl(port, request, static_cast<DWORD>(length), &written, 0, 0) && written == length) {
-        for (int read = 0; read < AnswerReads; ++read) {
-            ReadPrinterResponses(port, 1);
-            Sleep(AnswerPauseMs);
-        }
-        result = RefreshDone;
+    if (!SendPjl(port, request, static_cast<DWORD>(length), &written, 0, 0) || written != length) {
+        return RefreshPortUnavailable;
     }
-    if (opened) {
-        LowerEndDoc(port);
-        ClearPortFlag(port, PF_DOC_OPEN);
+    for (int read = 0; read < AnswerReads; ++read) {
+        ReadPrinterResponses(port, 1);
+        Sleep(AnswerPauseMs);
     }
-    return result;
+    return RefreshDone;
 }
 
 /* RefreshHoldingPort: steps from the poll on, with the semaphore held. */
