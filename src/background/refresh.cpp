@@ -47,9 +47,10 @@ bool JobOnPort(PortContext* port) {
 char* ReadClientList(ManagerLink* link) {
     if (link->GetPrinterStatusA == nullptr) return nullptr;
     DWORD size = 0;
-    const int32_t asked = link->GetPrinterStatusA(link->managerHandle, "RefreshStatus", nullptr, 0, &size);
-    const bool tooSmall = asked == STATUS_MANAGER_BUFFER_TOO_SMALL || asked == STATUS_MANAGER_MORE_DATA;
-    if ((!tooSmall && size == 0) || size == 0 || size > RefreshListLimit) return nullptr;
+    // Asked with no room, the manager answers "too small" with the size; an
+    // answer without a size ends the refresh here, whatever it says.
+    link->GetPrinterStatusA(link->managerHandle, "RefreshStatus", nullptr, 0, &size);
+    if (size == 0 || size > RefreshListLimit) return nullptr;
     // One byte more than the value, always 0: the list ends there at the latest.
     auto* list = static_cast<char*>(GlobalAlloc(GPTR, size + 1));
     if (list == nullptr) return nullptr;
@@ -60,12 +61,19 @@ char* ReadClientList(ManagerLink* link) {
     return list;
 }
 
+/* LinkNamed: the port's link of this printer, its name compared byte for
+   byte. The caller holds the port's lock. */
+ManagerLink* LinkNamed(const char* printerName, PortContext* port) {
+    ManagerLink* link = port->managers;
+    while (link != nullptr && std::strcmp(link->printerName, printerName) != 0) link = link->next;
+    return link;
+}
+
 /* ClientClasses: what the client named by `printerName` wants refreshed; 0
    when there is no such client or it wants nothing we know. */
 uint32_t ClientClasses(const char* printerName, PortContext* port) {
     LockPort(port);
-    ManagerLink* link = port->managers;
-    while (link != nullptr && std::strcmp(link->printerName, printerName) != 0) link = link->next;
+    ManagerLink* link = LinkNamed(printerName, port);
     uint32_t classes = 0;
     if (link != nullptr) {
         if (char* list = ReadClientList(link)) {
@@ -79,8 +87,7 @@ uint32_t ClientClasses(const char* printerName, PortContext* port) {
 
 bool LinkOfModel(const char* printerName, PortContext* port) {
     LockPort(port);
-    ManagerLink* link = port->managers;
-    while (link != nullptr && std::strcmp(link->printerName, printerName) != 0) link = link->next;
+    const ManagerLink* link = LinkNamed(printerName, port);
     const bool model = link != nullptr && MasksIntersect(link->modelMask.low, link->modelMask.high,
                                                          port->modelMask.low, port->modelMask.high) != 0;
     UnlockPort(port);
