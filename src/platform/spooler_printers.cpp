@@ -288,5 +288,27 @@ void ForgetPrinterStatusWords() {
     book.words.clear();
 }
 
+void AddPrinterQueue(const std::string& name, const std::string& driver, const std::string& port,
+                     bool statusKey, const std::string& monitor) {
+    const std::string key = std::string(kPrintersKey) + "\\" + name;
+    RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
+    RegistrySetString(HKEY_LOCAL_MACHINE, key, "Port", port);
+    RegistrySetString(HKEY_LOCAL_MACHINE, key, "Printer Driver", driver);
+    RegistrySetString(HKEY_LOCAL_MACHINE, key, "Print Processor", "WINPRINT");
+    if (statusKey) {
+        RegistryCreateKey(HKEY_LOCAL_MACHINE,
+                          "Software\\Quor\\Status Monitor\\Printers\\" + driver + "\\Status Variables");
+    }
+    if (!monitor.empty()) {
+        const std::string driverKey = std::string(kDriversKey) + "\\" + driver;
+        RegistryCreateKey(HKEY_LOCAL_MACHINE, driverKey);
+        RegistrySetString(HKEY_LOCAL_MACHINE, driverKey, "Monitor", monitor);
+    }
+}
+
+void RemovePrinterQueue(const std::string& name) {
+    RegistryDeleteKey(HKEY_LOCAL_MACHINE, std::string(kPrintersKey) + "\\" + name);
+}
+
 }  // namespace platform
 }  // namespace langmon

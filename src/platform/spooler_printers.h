@@ -63,5 +63,14 @@ std::vector<DWORD> PrinterStatusWords(const std::string& printerName);
 // Forgets the status words given to every printer; their Status is 0 again.
 void ForgetPrinterStatusWords();
 
+// Adds to the machine a printer queue that its description could have held:
+// `name` on `port` with `driver`. With `statusKey` the driver gets its status
+// key, so that the status manager keeps its printers' variables; a `monitor`
+// names the driver's language monitor.
+void AddPrinterQueue(const std::string& name, const std::string& driver, const std::string& port,
+                     bool statusKey, const std::string& monitor = "");
+// The printer queue leaves the machine; its driver stays.
+void RemovePrinterQueue(const std::string& name);
+
 }  // namespace platform
 }  // namespace langmon

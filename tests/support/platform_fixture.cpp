@@ -45,31 +45,4 @@ void MonitorTest::SetUp() {
     PlatformTest::SetUp();
 }
 
-void DescribePrinter(const std::string& name, const std::string& driver,
-                                  const std::string& port, bool statusKey,
-                                  const std::string& monitor) {
-    const std::string key = "System\\CurrentControlSet\\control\\Print\\Printers\\" + name;
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Port", port);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Printer Driver", driver);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Print Processor", "WINPRINT");
-    if (statusKey) {
-        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE,
-                                    "Software\\Quor\\Status Monitor\\Printers\\" + driver +
-                                        "\\Status Variables");
-    }
-    if (!monitor.empty()) {
-        const std::string driverKey =
-            "System\\CurrentControlSet\\control\\Print\\Environments\\Windows 4.0\\Drivers\\" +
-            driver;
-        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, driverKey);
-        platform::RegistrySetString(HKEY_LOCAL_MACHINE, driverKey, "Monitor", monitor);
-    }
-}
-
-void ForgetPrinter(const std::string& name) {
-    platform::RegistryDeleteKey(HKEY_LOCAL_MACHINE,
-                                "System\\CurrentControlSet\\control\\Print\\Printers\\" + name);
-}
-
 }  // namespace langmon::testing

@@ -7,6 +7,7 @@
 #include "platform/memory.h"
 #include "platform/registry.h"
 #include "platform/spooler.h"
+#include "platform/spooler_printers.h"
 #include "platform/sync.h"
 
 #include <gtest/gtest.h>
@@ -21,13 +22,13 @@ constexpr DWORD TestStartTick = 0x00100000u;
 inline constexpr const char* Driver6200 = "Quor Printer 6200tx PS";
 inline constexpr const char* Driver6300 = "Quor Laser Printer 6300tx PCL6";
 
-// A printer queue of the spooler on `port` with `driver`. With a status key
-// the driver is one the status manager keeps variables for. A `monitor`
-// names the driver's language monitor.
-void DescribePrinter(const std::string& name, const std::string& driver, const std::string& port,
-                     bool statusKey = true, const std::string& monitor = "");
-// The printer queue leaves the machine.
-void ForgetPrinter(const std::string& name);
+// A printer queue of the spooler on `port` with `driver`, by default with
+// the status key that makes the status manager keep its variables.
+inline void DescribePrinter(const std::string& name, const std::string& driver, const std::string& port,
+                            bool statusKey = true, const std::string& monitor = "") {
+    platform::AddPrinterQueue(name, driver, port, statusKey, monitor);
+}
+inline void ForgetPrinter(const std::string& name) { platform::RemovePrinterQueue(name); }
 
 class PlatformTest : public ::testing::Test {
 protected:

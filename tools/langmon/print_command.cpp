@@ -2,25 +2,21 @@
 
 #include "client_view.h"
 #include "job_progress_view.h"
-#include "file_port_monitor.h"
 #include "job_report.h"
+#include "job_sender.h"
 #include "monitoring_view.h"
+#include "printer_target.h"
 #include "status_report.h"
 
-#include "emulator/port_monitor.h"
-#include "emulator/printer_description.h"
 #include "framing/job_record.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_jobs.h"
-#include "platform/spooler_printers.h"
-#include "platform/text.h"
 
 #include <langmon/monitor.h>
 
 #include <algorithm>
-#include <memory>
 #include <fstream>
 #include <iomanip>
 #include <iterator>
@@ -31,10 +27,6 @@ namespace langmon::tool {
 
 namespace {
 
-// Consecutive calls that take nothing before the job is given up. The monitor
-// holds the spooler back this way while a printer is silent, a few seconds a
-// call; a spooler waits, a command line user less long.
-constexpr int MaxFruitlessWrites = 100;
 // How long the command follows the status thread after the job's end: the
 // printer's last pages and the polls that see the job gone.
 constexpr DWORD MonitoringLimitMs = 120000;
@@ -45,29 +37,8 @@ std::vector<char> ReadWholeFile(const std::string& path, bool* ok) {
     return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-std::string Outcome(BOOL result) {
-    if (result) {
-        return "ok";
-    }
-    std::ostringstream text;
-    text << "failed, last error " << GetLastError();
-    return text.str();
-}
-
 void Line(std::ostream& out, const std::string& call, const std::string& what) {
     out << "  " << std::left << std::setw(16) << call << what << '\n';
-}
-
-bool IsEmulator(const std::string& printer) {
-    return printer == "emulator" || printer.rfind("emulator:", 0) == 0;
-}
-
-// The emulated printer that `printer` describes, or a message.
-std::string DescribeEmulator(const std::string& printer, emulator::PrinterState* state) {
-    *state = emulator::PrinterState::Default();
-    state->pageTimeMs = CommandPageTimeMs;
-    std::string_view description = printer.size() > 9 ? std::string_view(printer).substr(9) : "";
-    return emulator::ApplyPrinterDescription(description, *state);
 }
 
 // Waits until the printer has printed everything it holds, or has printed
@@ -85,44 +56,6 @@ void WaitForPrinter(emulator::Printer& printer) {
             lastProgress = GetTickCount();
         }
     }
-}
-
-// The port name as the spooler's printer settings give it: without the
-// colon of "LPT1:".
-std::string BarePortName(std::string name) {
-    if (!name.empty() && name.back() == ':') name.pop_back();
-    return name;
-}
-
-// The machine's printer on the port, so that the job is the one its
-// spooler would send; "langmon" when there is none.
-std::string PrinterOnPort(const std::string& portName) {
-    DWORD needed = 0;
-    DWORD count = 0;
-    EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &count);
-    std::vector<BYTE> buffer(needed);
-    if (needed != 0 &&
-        EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, buffer.data(), needed, &needed, &count)) {
-        const auto* printers = reinterpret_cast<const PRINTER_INFO_2*>(buffer.data());
-        const std::string port = BarePortName(portName);
-        for (DWORD i = 0; i < count; ++i) {
-            if (printers[i].pPortName != nullptr &&
-                lstrcmpiA(BarePortName(printers[i].pPortName).c_str(), port.c_str()) == 0) {
-                return printers[i].pPrinterName;
-            }
-        }
-    }
-    return "langmon";
-}
-
-// Why a printer has no client: what the machine says of its queue.
-std::string NoClientReason(const std::string& printerName) {
-    HANDLE printer = nullptr;
-    if (!OpenPrinterA(const_cast<LPSTR>(printerName.c_str()), &printer, nullptr)) {
-        return "the machine has no printer of that name (see LANGMON_REGISTRY)";
-    }
-    ClosePrinter(printer);
-    return "its driver is not one of the known models, or has no status key";
 }
 
 }  // namespace
@@ -171,17 +104,8 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         *error = "which file? langmon print FILE";
         return false;
     }
-    if (IsEmulator(options->printer)) {
-        emulator::PrinterState state;
-        std::string problem = DescribeEmulator(options->printer, &state);
-        if (!problem.empty()) {
-            *error = "--printer " + options->printer + ": " + problem;
-            return false;
-        }
-        return true;
-    }
-    if (options->printer.rfind("file:", 0) != 0 || options->printer.size() == 5) {
-        *error = "--printer takes emulator, emulator:DESCRIPTION or file:PATH";
+    if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
+        *error = problem;
         return false;
     }
     return true;
@@ -195,86 +119,45 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
         return 1;
     }
     // The printer at the end of the port: the emulated one, or a file.
-    const bool emulated = IsEmulator(options.printer);
-    emulator::PrinterState state;
-    std::string outputPath;
-    MONITOR lower{};
-    std::unique_ptr<emulator::Printer> printer;
-    emulator::PortMonitor emulatorPorts;
-    std::string target;
-    if (emulated) {
-        DescribeEmulator(options.printer, &state);
-        printer = std::make_unique<emulator::Printer>(state);
-        emulatorPorts.Attach(options.portName, *printer);
-        lower = *emulatorPorts.Table();
-        target = "the emulated " + state.model;
-    } else {
-        outputPath = options.printer.substr(5);
-        lower = FilePortMonitor(outputPath);
-        target = options.printer;
-    }
+    PrinterTarget target(options.printer, options.portName);
+    MONITOR& lower = *target.Lower();
     CountPolls(&lower);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
     std::string portName = options.portName;
-    std::string printerName =
-        options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
+    std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
+    if (printerName.empty()) printerName = "langmon";
     out << "langmon print " << options.jobFile << " on port " << options.portName
-        << " of printer \"" << printerName << "\", to " << target << '\n';
+        << " of printer \"" << printerName << "\", to " << target.Description() << '\n';
 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
     JobProgressWatch progress(printerName);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
-    Line(out, "OpenPortEx", Outcome(ok));
+    Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
     if (!ok) {
         return 1;
     }
 
-    std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
-    std::string datatype = "RAW";
-    DOC_INFO_1 docInfo{document.data(), nullptr, datatype.data()};
+    const std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
     const DWORD jobId = 1;
-    ok = monitor.StartDocPort(port, printerName.data(), jobId, 1, reinterpret_cast<LPBYTE>(&docInfo));
-    Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + Outcome(ok));
-    int exitCode = ok ? 0 : 1;
-
-    if (ok) {
-        std::size_t sent = 0;
-        unsigned calls = 0;
-        int fruitless = 0;
-        std::string failure;
-        while (sent < job.size()) {
-            const DWORD length =
-                static_cast<DWORD>(std::min<std::size_t>(options.blockSize, job.size() - sent));
-            DWORD written = 0;
-            ++calls;
-            auto* data = reinterpret_cast<LPBYTE>(const_cast<char*>(job.data() + sent));
-            if (!monitor.WritePort(port, data, length, &written)) {
-                failure = Outcome(FALSE);
-                break;
-            }
-            // The spooler calls again with what was not taken.
-            sent += std::min<DWORD>(written, length);
-            fruitless = written == 0 ? fruitless + 1 : 0;
-            if (fruitless == MaxFruitlessWrites) {
-                failure = "the port took nothing " + std::to_string(fruitless) + " times running";
-                break;
-            }
-        }
+    const SentJob sent = SendJob(monitor, port, printerName, jobId, document,
+                                 std::string_view(job.data(), job.size()), options.blockSize);
+    Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
+    int exitCode = sent.started ? 0 : 1;
+    if (sent.started) {
         std::ostringstream what;
-        what << calls << (calls == 1 ? " call, " : " calls, ") << sent << " of " << job.size()
-             << " bytes taken";
-        if (!failure.empty()) {
-            what << "; " << failure;
+        what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
+             << job.size() << " bytes taken";
+        if (!sent.writeFailure.empty()) {
+            what << "; " << sent.writeFailure;
             exitCode = 1;
         }
         Line(out, "WritePort", what.str());
-        ok = monitor.EndDocPort(port);
-        Line(out, "EndDocPort", Outcome(ok));
-        exitCode = ok ? exitCode : 1;
+        Line(out, "EndDocPort", CallOutcome(sent.ended, sent.endError));
+        exitCode = sent.ended ? exitCode : 1;
         FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs);
     }
     // The variables go with the port: what the last poll made of the printer
@@ -291,7 +174,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
             << std::flush;
     }
     ok = monitor.ClosePort(port);
-    Line(out, "ClosePort", Outcome(ok));
+    Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
     out << "what the monitor's last poll made of the printer:\n" << status.str();
     out << "what a status client of \"" << printerName << "\" received:\n";
     if (clientView.empty()) {
@@ -307,14 +190,14 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     exitCode = ok ? exitCode : 1;
 
     const std::string_view jobBytes(job.data(), job.size());
-    if (emulated) {
+    if (emulator::Printer* printer = target.Emulated()) {
         WaitForPrinter(*printer);
         DescribeReceived(out, jobBytes, printer->Received());
         DescribePrinter(out, *printer);
         return exitCode;
     }
     bool written = false;
-    const std::vector<char> received = ReadWholeFile(outputPath, &written);
+    const std::vector<char> received = ReadWholeFile(target.OutputPath(), &written);
     if (written) {
         DescribeReceived(out, jobBytes, std::string_view(received.data(), received.size()));
     }

@@ -23,10 +23,6 @@ struct PrintOptions {
     unsigned blockSize = 4096;
 };
 
-// The emulated printer of the command prints a page in this many milliseconds
-// unless its description says otherwise: quick enough to watch.
-inline constexpr uint32_t CommandPageTimeMs = 100;
-
 // Reads the words after "print". False with a message in `error` when they
 // don't make a job.
 bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* options,

@@ -1,0 +1,105 @@
+#include "printer_target.h"
+
+#include "file_port_monitor.h"
+
+#include "emulator/printer_description.h"
+#include "platform/spooler_jobs.h"
+#include "platform/spooler_printers.h"
+#include "platform/text.h"
+
+#include <string_view>
+#include <vector>
+
+namespace langmon::tool {
+
+namespace {
+
+constexpr std::string_view EmulatorPrefix = "emulator:";
+constexpr std::string_view FilePrefix = "file:";
+
+// The emulated printer that `printer` describes, or a message.
+std::string DescribeEmulator(const std::string& printer, emulator::PrinterState* state) {
+    *state = emulator::PrinterState::Default();
+    state->pageTimeMs = CommandPageTimeMs;
+    std::string_view description = std::string_view(printer);
+    description.remove_prefix(std::min(description.size(), EmulatorPrefix.size()));
+    return emulator::ApplyPrinterDescription(description, *state);
+}
+
+// The port name as the spooler's printer settings give it: without the
+// colon of "LPT1:".
+std::string BarePortName(std::string name) {
+    if (!name.empty() && name.back() == ':') name.pop_back();
+    return name;
+}
+
+}  // namespace
+
+bool IsEmulator(const std::string& printer) {
+    return printer == "emulator" || printer.rfind(EmulatorPrefix, 0) == 0;
+}
+
+std::string CheckPrinterTarget(const std::string& printer) {
+    if (IsEmulator(printer)) {
+        emulator::PrinterState state;
+        const std::string problem = DescribeEmulator(printer, &state);
+        return problem.empty() ? "" : "--printer " + printer + ": " + problem;
+    }
+    if (printer.rfind(FilePrefix, 0) != 0 || printer.size() == FilePrefix.size()) {
+        return "--printer takes emulator, emulator:DESCRIPTION or file:PATH";
+    }
+    return "";
+}
+
+PrinterTarget::PrinterTarget(const std::string& printer, const std::string& portName) {
+    if (IsEmulator(printer)) {
+        emulator::PrinterState state;
+        DescribeEmulator(printer, &state);
+        printer_ = std::make_unique<emulator::Printer>(state);
+        emulatorPorts_.Attach(portName, *printer_);
+        lower_ = *emulatorPorts_.Table();
+        description_ = "the emulated " + state.model;
+        return;
+    }
+    outputPath_ = printer.substr(FilePrefix.size());
+    lower_ = FilePortMonitor(outputPath_);
+    description_ = printer;
+}
+
+std::string PrinterOnPort(const std::string& portName) {
+    DWORD needed = 0;
+    DWORD count = 0;
+    EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &count);
+    std::vector<BYTE> buffer(needed);
+    if (needed != 0 &&
+        EnumPrintersA(PRINTER_ENUM_LOCAL, nullptr, 2, buffer.data(), needed, &needed, &count)) {
+        const auto* printers = reinterpret_cast<const PRINTER_INFO_2*>(buffer.data());
+        const std::string port = BarePortName(portName);
+        for (DWORD i = 0; i < count; ++i) {
+            if (printers[i].pPortName != nullptr &&
+                lstrcmpiA(BarePortName(printers[i].pPortName).c_str(), port.c_str()) == 0) {
+                return printers[i].pPrinterName;
+            }
+        }
+    }
+    return "";
+}
+
+std::string AddStandInQueue(const std::string& portName, const std::string& model) {
+    const std::string name = "langmon";
+    const std::string driver = model == emulator::Model6300 ? "Quor Laser Printer 6300tx PCL6"
+                                                            : "Quor Laser Printer 6200tx PCL6";
+    platform::AddPrinterQueue(name, driver, portName, true);
+    return name;
+}
+
+std::string NoClientReason(const std::string& printerName) {
+    HANDLE printer = nullptr;
+    if (!OpenPrinterA(const_cast<LPSTR>(printerName.c_str()), &printer, nullptr)) {
+        return "the machine has no printer of that name (see LANGMON_REGISTRY)";
+    }
+    ClosePrinter(printer);
+    return "its driver is not one of the known models, or has no status key";
+}
+
+}  // namespace langmon::tool

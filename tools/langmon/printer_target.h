@@ -1,0 +1,65 @@
+// What a command's port leads to, as `--printer` names it: the emulated
+// printer ("emulator" or "emulator:DESCRIPTION") or a file ("file:PATH"), and
+// the printer queue of the machine that the port serves.
+#pragma once
+
+#include "emulator/port_monitor.h"
+#include "emulator/printer.h"
+
+#include <langmon/monitor.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace langmon::tool {
+
+// The emulated printer of a command prints a page in this many milliseconds
+// unless its description says otherwise: quick enough to watch.
+inline constexpr uint32_t CommandPageTimeMs = 100;
+
+bool IsEmulator(const std::string& printer);
+
+// Empty when `printer` names something a port can lead to; otherwise what is
+// wrong with the option, as a message.
+std::string CheckPrinterTarget(const std::string& printer);
+
+// The port monitor below the language monitor, leading to what `printer`
+// names, which CheckPrinterTarget has accepted.
+class PrinterTarget {
+public:
+    PrinterTarget(const std::string& printer, const std::string& portName);
+    PrinterTarget(const PrinterTarget&) = delete;
+    PrinterTarget& operator=(const PrinterTarget&) = delete;
+
+    // The table the language monitor is given as the port monitor below it.
+    MONITOR* Lower() { return &lower_; }
+    // The emulated printer; null when the port leads to a file.
+    emulator::Printer* Emulated() { return printer_.get(); }
+    // "the emulated Laser Printer 6200tx", or "file:PATH".
+    const std::string& Description() const { return description_; }
+    // Where a file printer's bytes go; empty for the emulated printer.
+    const std::string& OutputPath() const { return outputPath_; }
+
+private:
+    std::unique_ptr<emulator::Printer> printer_;
+    emulator::PortMonitor emulatorPorts_;
+    MONITOR lower_{};
+    std::string description_;
+    std::string outputPath_;
+};
+
+// The machine's printer queue on the port (whose name may carry the colon of
+// "LPT1:" or not); empty when it has none there.
+std::string PrinterOnPort(const std::string& portName);
+
+// Adds to the machine a printer queue named "langmon" on the port, with the
+// driver of the emulated printer's model (the 6200tx for a printer of
+// another make) and its status key, so that the printer has a status client
+// as it would on a machine set up for it. Returns the queue's name.
+std::string AddStandInQueue(const std::string& portName, const std::string& model);
+
+// Why a printer has no client: what the machine says of its queue.
+std::string NoClientReason(const std::string& printerName);
+
+}  // namespace langmon::tool
