@@ -55,8 +55,6 @@ constexpr uint32_t PrinterStatusBidi = 0x800;
 constexpr uint32_t PrinterStatusOneWay = 0x400;
 constexpr DWORD SpoolerRetryMs = 120;
 constexpr DWORD QueueSettleMs = 200;
-constexpr uint32_t DocumentBytes = 256;
-constexpr uint32_t UserNameBytes = 32;
 
 StatusVariable* Row(PortContext* port, const char* name, int create) {
     return GetVariable(name, port->variables, port, create);

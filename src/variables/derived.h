@@ -25,7 +25,10 @@ constexpr uint32_t PrinterForeignWord = 0x200;
 constexpr uint32_t JobOnPortBit = 0x8;
 
 // Where the records of SendingJobInfo and PrintingJobInfo2 keep a job's
-// figures; JobId lies at the same place in both.
+// figures; JobId lies at the same place in both. SendingJobInfo begins with
+// the document's name and the user's, each cut to its field.
+constexpr uint32_t DocumentBytes = 256;
+constexpr uint32_t UserNameBytes = 32;
 enum JobInfoOffsets : uint32_t {
     JobIdOffset = 288,
     PagesOffset = 292,  // PrintingJobInfo2 only, from here on

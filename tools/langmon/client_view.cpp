@@ -1,6 +1,6 @@
 #include "client_view.h"
 
-#include "status_report.h"
+#include "printer_view.h"
 
 #include "platform/clock.h"
 #include "platform/spooler_printers.h"

@@ -33,30 +33,31 @@ void JobProgressWatch::Changed(uint32_t, const char*, void* context) {
     watch->records_.push_back(std::move(*bytes));
 }
 
+std::string JobRecordText(const std::vector<uint8_t>& record) {
+    const auto word = [&](uint32_t offset) { return ReadWord(record.data(), offset); };
+    const uint32_t jobId = word(JobIdOffset);
+    const uint32_t colour = word(ColorPagesOffset);
+    const uint32_t blackAndWhite = word(BwPagesOffset);
+    const std::string job = "job " + std::to_string(jobId);
+    if (jobId == 0) return "no job printing";
+    // Only the final record carries the job's statistics.
+    if (colour != 0 || blackAndWhite != 0) {
+        return job + " ended: " + Pages(word(PagesOffset)) + ", " + std::to_string(colour) + " in colour and " +
+               std::to_string(blackAndWhite) + " in black; coverage cyan " + std::to_string(word(CyanCoverageOffset)) +
+               "%, magenta " + std::to_string(word(MagentaCoverageOffset)) + "%, yellow " +
+               std::to_string(word(YellowCoverageOffset)) + "%, black " + std::to_string(word(BlackCoverageOffset)) +
+               "%";
+    }
+    if (word(PagesOffset) == 0) return job + " started";
+    return job + ": " + Pages(word(PagesOffset)) + " printed";
+}
+
 void DescribeJobProgress(std::ostream& out, const std::vector<std::vector<uint8_t>>& records) {
     if (records.empty()) {
         out << "  nothing: the printer reported no job to the client\n";
         return;
     }
-    for (const std::vector<uint8_t>& record : records) {
-        const auto word = [&](uint32_t offset) { return ReadWord(record.data(), offset); };
-        const uint32_t jobId = word(JobIdOffset);
-        const uint32_t colour = word(ColorPagesOffset);
-        const uint32_t blackAndWhite = word(BwPagesOffset);
-        if (jobId == 0) {
-            out << "  no job printing\n";
-        } else if (colour != 0 || blackAndWhite != 0) {
-            // Only the final record carries the job's statistics.
-            out << "  job " << jobId << " ended: " << Pages(word(PagesOffset)) << ", " << colour
-                << " in colour and " << blackAndWhite << " in black; coverage cyan "
-                << word(CyanCoverageOffset) << "%, magenta " << word(MagentaCoverageOffset) << "%, yellow "
-                << word(YellowCoverageOffset) << "%, black " << word(BlackCoverageOffset) << "%\n";
-        } else if (word(PagesOffset) == 0) {
-            out << "  job " << jobId << " started\n";
-        } else {
-            out << "  job " << jobId << ": " << Pages(word(PagesOffset)) << " printed\n";
-        }
-    }
+    for (const std::vector<uint8_t>& record : records) out << "  " << JobRecordText(record) << '\n';
 }
 
 }  // namespace langmon::tool

@@ -31,6 +31,10 @@ private:
     ClientStore store_;
 };
 
+// A record of at least PrintingJobInfo2's size in words: "job 3 started",
+// "job 3: 2 pages printed", "job 3 ended: ..." with its figures, or "no job
+// printing".
+std::string JobRecordText(const std::vector<uint8_t>& record);
 // One line per record: started, pages printed, the final figures, no job.
 void DescribeJobProgress(std::ostream& out, const std::vector<std::vector<uint8_t>>& records);
 

@@ -1,6 +1,6 @@
 #include "monitoring_view.h"
 
-#include "status_report.h"
+#include "printer_view.h"
 
 #include "framing/job_record.h"
 #include "monitor/monitor_entry.h"

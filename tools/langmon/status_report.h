@@ -18,9 +18,6 @@ namespace langmon::tool {
 // in hex.
 void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariables);
 
-// What PrinterStatus's StatusWord1 and StatusWord2 say, in words.
-std::string PrinterStatusText(uint32_t word1, uint32_t word2);
-
 // {"model_known": bool, "model_mask": [low, high], "variables": {NAME:
 // {"hex": "...", "dirty": 0|1}}, "lm": {...}} on one line.
 void WritePrinterStatusJson(std::ostream& out, PortContext* port);
