@@ -174,6 +174,13 @@ void SubmitJob(const std::string& printerName, const SpoolerJob& job) {
     QueueOf(q, printerName).push_back(job);
 }
 
+void RemoveJob(const std::string& printerName, DWORD jobId) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    auto& queue = QueueOf(q, printerName);
+    std::erase_if(queue, [&](const SpoolerJob& job) { return job.jobId == jobId; });
+}
+
 std::vector<SpoolerJob> QueuedJobs(const std::string& printerName) {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);

@@ -48,6 +48,8 @@ struct SpoolerJob {
 };
 
 void SubmitJob(const std::string& printerName, const SpoolerJob& job);
+// The job leaves the queue, as a spooler deletes a job it has sent.
+void RemoveJob(const std::string& printerName, DWORD jobId);
 // The jobs of a printer's queue as they stand now.
 std::vector<SpoolerJob> QueuedJobs(const std::string& printerName);
 // Every SetJobA command given, as "jobId:command", in order.

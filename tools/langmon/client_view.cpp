@@ -7,6 +7,7 @@
 #include "variables/spooler_status.h"
 #include "variables/status_variable.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iomanip>
@@ -73,9 +74,10 @@ ClientStore::ClientStore(const std::string& printerName, std::string* problem) {
     }
     auto open = reinterpret_cast<decltype(&::OpenManagerExA)>(GetProcAddress(library_, "OpenManagerExA"));
     read_ = reinterpret_cast<decltype(&::GetPrinterStatusA)>(GetProcAddress(library_, "GetPrinterStatusA"));
+    write_ = reinterpret_cast<decltype(&::UpdatePrinterStatusA)>(GetProcAddress(library_, "UpdatePrinterStatusA"));
     close_ = reinterpret_cast<decltype(&::CloseManager)>(GetProcAddress(library_, "CloseManager"));
     uint32_t handle = 0;
-    if (open == nullptr || read_ == nullptr || close_ == nullptr ||
+    if (open == nullptr || read_ == nullptr || write_ == nullptr || close_ == nullptr ||
         open(printerName.c_str(), STATUS_MANAGER_DEVICE, 1, &handle) != 0) {
         *problem = "the status manager would not open the printer's store";
         return;
@@ -98,12 +100,17 @@ std::optional<std::vector<uint8_t>> ClientStore::Read(const char* name) const {
     return bytes;
 }
 
-bool ClientStore::Watch(const char* name, StatusManagerCallback callback, void* context) {
-    if (handle_ == 0) return false;
+bool ClientStore::Write(const char* name, const void* bytes, DWORD size) {
+    return handle_ != 0 && write_(handle_, name, bytes, size) == 0;
+}
+
+bool ClientStore::Watch(const std::string& names, StatusManagerCallback callback, void* context) {
+    if (handle_ == 0 || names.empty()) return false;
     auto watch = reinterpret_cast<decltype(&::SetNotificationCallbackExA)>(
         GetProcAddress(library_, "SetNotificationCallbackExA"));
+    const auto count = static_cast<uint32_t>(1 + std::count(names.begin(), names.end(), ';'));
     uint32_t id = 0;
-    return watch != nullptr && watch(handle_, 1, name, callback, context, &id) == 0;
+    return watch != nullptr && watch(handle_, count, names.c_str(), callback, context, &id) == 0;
 }
 
 std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem) {

@@ -29,14 +29,18 @@ public:
     bool IsOpen() const { return handle_ != 0; }
     // A variable's value, its size asked for first; none without a value.
     std::optional<std::vector<uint8_t>> Read(const char* name) const;
-    // Calls `callback` with `context` on the thread that changed the
-    // variable, for as long as the store is open. False if it can't.
-    bool Watch(const char* name, StatusManagerCallback callback, void* context);
+    // Stores a value, as a client stores the names of "RefreshStatus".
+    bool Write(const char* name, const void* bytes, DWORD size);
+    // Calls `callback` with `context` on the thread that changed one of the
+    // variables, `names` separated by ';', for as long as the store is open.
+    // False if it can't.
+    bool Watch(const std::string& names, StatusManagerCallback callback, void* context);
 
 private:
     HMODULE library_ = nullptr;
     uint32_t handle_ = 0;
     decltype(&::GetPrinterStatusA) read_ = nullptr;
+    decltype(&::UpdatePrinterStatusA) write_ = nullptr;
     decltype(&::CloseManager) close_ = nullptr;
 };
 

@@ -1,6 +1,9 @@
 #include "job_sender.h"
 
+#include "platform/spooler_jobs.h"
+
 #include <algorithm>
+#include <cstdlib>
 #include <vector>
 
 namespace langmon::tool {
@@ -27,10 +30,21 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
     std::vector<char> name(document.begin(), document.end());
     name.push_back('\0');
     char datatype[] = "RAW";
+    // The job stands in the printer's queue while it is sent, as a spooler
+    // queues it, so that the monitor finds it there by its number.
+    platform::SpoolerJob queued;
+    queued.jobId = jobId;
+    queued.document = document;
+    const char* user = std::getenv("USER");
+    queued.userName = user != nullptr ? user : "langmon";
+    platform::SubmitJob(printerName, queued);
     DOC_INFO_1 docInfo{name.data(), nullptr, datatype};
     sent.started = monitor.StartDocPort(port, printer.data(), jobId, 1, reinterpret_cast<LPBYTE>(&docInfo));
     sent.startError = sent.started ? 0 : GetLastError();
-    if (!sent.started) return sent;
+    if (!sent.started) {
+        platform::RemoveJob(printerName, jobId);
+        return sent;
+    }
 
     int fruitless = 0;
     while (sent.taken < bytes.size()) {
@@ -52,6 +66,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
     }
     sent.ended = monitor.EndDocPort(port);
     sent.endError = sent.ended ? 0 : GetLastError();
+    platform::RemoveJob(printerName, jobId);
     return sent;
 }
 

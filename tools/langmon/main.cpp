@@ -2,6 +2,10 @@
 
 #include "decode_command.h"
 #include "print_command.h"
+#include "status_command.h"
+
+#include <atomic>
+#include <csignal>
 
 #include <iostream>
 #include <string>
@@ -22,11 +26,26 @@ constexpr const char* Usage =
     "  The machine the monitor sees is described by the file that the\n"
     "  environment variable LANGMON_REGISTRY names (see the README).\n"
     "\n"
+    "usage: langmon status [--printer PRINTER] [--port NAME] [--printer-name NAME] [--json]\n"
+    "                      [--watch [--for SECONDS] [--at SECONDS:CHANGE]...]\n"
+    "  Shows the printer on the port as a status application sees it: bound\n"
+    "  to its store in the status manager library, it asks the monitor for\n"
+    "  fresh values. PRINTER, the port and the name are as for print; without\n"
+    "  a printer of the machine on the port, the command adds a queue for the\n"
+    "  emulated printer's model. --watch shows each change until interrupted\n"
+    "  (Ctrl-C) or for SECONDS; --at changes the emulated printer at a moment\n"
+    "  (e.g. --at 5:cover-open --at 9:covers=none) or sends a job\n"
+    "  (--at 12:print=FILE).\n"
+    "\n"
     "usage: langmon decode DEVICE_ID [--json]\n"
     "  Shows what the monitor makes of a printer's IEEE 1284 device ID: the\n"
     "  status variables one poll gives it and the LM_ values. DEVICE_ID is the\n"
     "  text, quoted, or - to read it from standard input, e.g.\n"
     "    langmon decode - < /sys/class/usbmisc/lp0/device/ieee1284_id\n";
+
+std::atomic<bool> interrupted{false};
+
+void Interrupt(int) { interrupted.store(true); }
 
 }  // namespace
 
@@ -45,6 +64,19 @@ int main(int argc, char** argv) {
             return 2;
         }
         return langmon::tool::RunPrint(options, std::cout);
+    }
+    if (words[0] == "status") {
+        langmon::tool::StatusOptions options;
+        std::string error;
+        if (!langmon::tool::ParseStatusOptions({words.begin() + 1, words.end()}, &options, &error)) {
+            std::cerr << "langmon status: " << error << '\n' << Usage;
+            return 2;
+        }
+        // Ctrl-C ends a watch the way it should end: polling stopped, the
+        // port closed.
+        std::signal(SIGINT, Interrupt);
+        std::signal(SIGTERM, Interrupt);
+        return langmon::tool::RunStatus(options, std::cout, interrupted);
     }
     if (words[0] == "decode") {
         langmon::tool::DecodeOptions options;

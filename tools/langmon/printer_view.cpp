@@ -156,9 +156,11 @@ std::vector<uint32_t> CountedWords(const std::vector<uint8_t>& value, std::size_
     return entries;
 }
 
+// All bits set is an error variable's clear value, as 0 is.
+constexpr uint32_t ErrorClear = 0xFFFFFFFFu;
+
 std::string JamText(uint32_t places) {
-    // All bits set is how an error variable says it doesn't know.
-    return places == 0 ? "none" : places == 0xFFFFFFFFu ? "unknown" : "at places " + Hex32(places);
+    return places == 0 || places == ErrorClear ? "none" : "at places " + Hex32(places);
 }
 
 // The job in progress as its client holds it: JobStatus's bits, the
@@ -180,9 +182,12 @@ std::optional<Job> JobInProgress(const PrinterFacts& facts) {
         any = any || job.status != 0;
     }
     if (const Bytes sending = facts.Variable("SendingJobInfo"); sending && sending->size() >= JobIdOffset + 4) {
-        job.id = Word(*sending, JobIdOffset / 4);
-        job.document = Text(std::vector<uint8_t>(sending->begin(), sending->begin() + DocumentBytes));
-        any = any || job.id != 0;
+        // A record that names no job is the one that closed the last.
+        if (const uint32_t id = Word(*sending, JobIdOffset / 4); id != 0) {
+            job.id = id;
+            job.document = Text(std::vector<uint8_t>(sending->begin(), sending->begin() + DocumentBytes));
+            any = true;
+        }
     }
     if (const Bytes printing = facts.Variable("PrintingJobInfo2");
         printing && printing->size() >= BlackCoverageOffset + 4 && Word(*printing, JobIdOffset / 4) != 0) {
@@ -195,17 +200,19 @@ std::optional<Job> JobInProgress(const PrinterFacts& facts) {
     return job;
 }
 
+// What the spooler's side says of the job: "" once it has handed it over.
 std::string JobStateText(uint32_t status) {
     if ((status & JobCancelling) != 0) return "cancelling";
     if ((status & JobPaused) != 0) return "paused";
-    if ((status & JobRunning) != 0) return "printing";
-    return "done";
+    if ((status & JobRunning) != 0) return "being sent";
+    return "";
 }
 
 std::string JobText(const Job& job) {
-    std::string text = job.report.empty() ? "job " + std::to_string(job.id) : job.report;
+    std::string text = !job.report.empty() ? job.report : job.id != 0 ? "job " + std::to_string(job.id) : "a job";
     if (!job.document.empty()) text += ", \"" + job.document + "\"";
-    return text + " (" + JobStateText(job.status) + ")";
+    const std::string state = JobStateText(job.status);
+    return state.empty() ? text : text + " (" + state + ")";
 }
 
 void Add(std::vector<ViewLine>& lines, const std::string& key, const std::string& label, const std::string& text) {
@@ -416,9 +423,9 @@ void WriteViewJson(std::ostream& out, const PrinterFacts& facts) {
         json << "null";
     }
     json << ", \"covers_open\": " << (read ? number(word("ErrCoverOpen")) : "null");
-    // All bits set is how an error variable says it doesn't know.
-    const uint32_t jams = read ? word("ErrPaperJam").value_or(0xFFFFFFFFu) : 0xFFFFFFFFu;
-    json << ", \"jams\": " << (jams != 0xFFFFFFFFu ? std::to_string(jams) : "null") << ", \"options\": ";
+    const std::optional<uint32_t> jams = read ? word("ErrPaperJam") : std::nullopt;
+    json << ", \"jams\": " << (!jams ? "null" : std::to_string(jams.value_or(0) == ErrorClear ? 0 : jams.value_or(0)))
+         << ", \"options\": ";
     if (const Bytes options = facts.Variable("PrinterOptConfig"); read && options) {
         json << '[';
         const char* separator = "";
@@ -448,7 +455,7 @@ void WriteViewJson(std::ostream& out, const PrinterFacts& facts) {
          << ", \"service_tag\": " << (tag && !Text(*tag).empty() ? JsonText(Text(*tag)) : "null") << ", \"job\": ";
     if (const std::optional<Job> job = JobInProgress(facts)) {
         json << "{\"id\": " << job->id << ", \"document\": " << JsonText(job->document)
-             << ", \"state\": " << JsonText(JobStateText(job->status)) << ", \"pages\": " << job->pages << '}';
+             << ", \"state\": " << (JobStateText(job->status).empty() ? "null" : JsonText(JobStateText(job->status))) << ", \"pages\": " << job->pages << '}';
     } else {
         json << "null";
     }

@@ -1,0 +1,473 @@
+#include "status_command.h"
+
+#include "client_view.h"
+#include "job_sender.h"
+#include "printer_target.h"
+#include "printer_view.h"
+
+#include "emulator/printer_description.h"
+#include "platform/clock.h"
+#include "platform/sync.h"
+#include "platform/thread.h"
+
+#include <langmon/monitor.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <ostream>
+#include <sstream>
+
+namespace langmon::tool {
+
+namespace {
+
+// What the view shows, asked for fresh at the start: a poll, and the panel
+// and service tag in one PJL request.
+constexpr const char* RefreshList =
+    "PrinterStatus;PrinterDisplay;ServiceTag;PrinterManufacturer;PrinterModel;TonerRemain;CRURemain;"
+    "PrinterBinConfig;ErrCoverOpen;PrinterOptConfig;PrinterMemory;EmulationInfo";
+// What --watch follows: every variable the view is made from.
+constexpr const char* WatchedNames =
+    "PrinterStatus;PrinterDisplay;ServiceTag;PrinterManufacturer;PrinterModel;TonerRemain;CRURemain;"
+    "ErrSupplies;PrinterBinConfig;ErrCoverOpen;ErrPaperJam;PrinterOptConfig;PrinterMemory;EmulationInfo;"
+    "PageCount;JobStatus;SendingJobInfo;PrintingJobInfo2";
+// What --watch asks for when the printer's state changes.
+constexpr char PanelList[] = "PrinterDisplay";
+// How often --watch looks whether it was interrupted.
+constexpr DWORD InterruptCheckMs = 250;
+constexpr std::string_view PrintWord = "print=";
+
+std::string RefreshOutcome(int32_t result) {
+    switch (result) {
+        case 0: return "";
+        case -37: return "the printer does not answer";
+        case -38: return "the port is busy with a job";
+        case -80: return "the printer is of another model than its driver";
+        default: return "the monitor had nothing to refresh (" + std::to_string(result) + ")";
+    }
+}
+
+bool ReadWholeFile(const std::string& path, std::string* bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
+
+std::string Seconds(DWORD ms) {
+    char text[32];
+    std::snprintf(text, sizeof text, "+%.1f s", ms / 1000.0);
+    return text;
+}
+
+// A status application's own port handle: it asks the monitor as the
+// spooler passes a client's requests on.
+class Requests {
+public:
+    Requests(const MONITOR& monitor, HANDLE port) : monitor_(monitor), port_(port) {}
+    // The 4-byte answer to a value name; `fallback` when the call fails.
+    int32_t Ask(const std::string& name, int32_t fallback = -1) const {
+        std::string text = name;
+        int32_t answer = fallback;
+        DWORD returned = 0;
+        if (!monitor_.GetPrinterDataFromPort(port_, 0, text.data(), nullptr, 0, reinterpret_cast<LPSTR>(&answer),
+                                             sizeof answer, &returned)) {
+            return fallback;
+        }
+        return answer;
+    }
+
+private:
+    const MONITOR& monitor_;
+    HANDLE port_;
+};
+
+// The printer as its client sees it: the store's variables, and the trays'
+// paper from the monitor's LM_ values, read when the trays change.
+class ClientFacts final : public PrinterFacts {
+public:
+    ClientFacts(const ClientStore& store, const Requests& requests) : store_(store), requests_(requests) {}
+    std::optional<std::vector<uint8_t>> Variable(const char* name) const override { return store_.Read(name); }
+    std::optional<std::pair<uint32_t, uint32_t>> TrayPaper(int tray) const override { return paper_[tray]; }
+    // Asks for the trays' paper again when the trays are not what they were.
+    void FollowTrays() {
+        std::optional<std::vector<uint8_t>> bins = store_.Read("PrinterBinConfig");
+        if (bins == bins_) return;
+        bins_ = std::move(bins);
+        for (int tray = 0; tray < 3; ++tray) {
+            const std::string prefix = "LM_InputTray_" + std::to_string(tray) + "_MediaDim";
+            const int32_t across = requests_.Ask(prefix + "XFeedDirChosen");
+            const int32_t along = requests_.Ask(prefix + "FeedDirChosen");
+            paper_[tray].reset();
+            if (across > 0 && along > 0) paper_[tray] = {static_cast<uint32_t>(across), static_cast<uint32_t>(along)};
+        }
+    }
+
+private:
+    const ClientStore& store_;
+    const Requests& requests_;
+    std::optional<std::vector<uint8_t>> bins_;
+    std::optional<std::pair<uint32_t, uint32_t>> paper_[3];
+};
+
+// Told by the status manager, on the thread that made the change.
+struct ChangeSignal {
+    HANDLE event = nullptr;
+    static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
+};
+
+// A job that --watch sends through the port while it goes on watching.
+struct WatchedJob {
+    const MONITOR* monitor = nullptr;
+    HANDLE port = nullptr;
+    std::string printerName;
+    DWORD jobId = 0;
+    std::string document;
+    std::string bytes;
+    HANDLE done = nullptr;  // set when the job has been handed over
+    SentJob sent;
+
+    static DWORD Run(LPVOID context) {
+        auto* job = static_cast<WatchedJob*>(context);
+        job->sent = SendJob(*job->monitor, job->port, job->printerName, job->jobId, job->document, job->bytes, 4096);
+        SetEvent(job->done);
+        return 0;
+    }
+};
+
+std::string SentText(const WatchedJob& job) {
+    const SentJob& sent = job.sent;
+    std::string text = "job " + std::to_string(job.jobId) + " (" + job.document + ") ";
+    if (!sent.started) return text + "refused: StartDocPort " + CallOutcome(FALSE, sent.startError);
+    text += "handed over: " + std::to_string(sent.taken) + " of " + std::to_string(job.bytes.size()) + " bytes taken";
+    if (!sent.writeFailure.empty()) text += "; " + sent.writeFailure;
+    if (!sent.ended) text += "; EndDocPort " + CallOutcome(FALSE, sent.endError);
+    return text;
+}
+
+// The lines of `now` that differ from `before`, and those that went.
+std::vector<std::string> ChangedLines(const std::vector<ViewLine>& before, const std::vector<ViewLine>& now) {
+    std::map<std::string, std::string> old;
+    for (const ViewLine& line : before) old[line.key] = line.text;
+    std::vector<std::string> changed;
+    for (const ViewLine& line : now) {
+        auto found = old.find(line.key);
+        if (found == old.end() || found->second != line.text) changed.push_back(line.text);
+        if (found != old.end()) old.erase(found);
+    }
+    for (const ViewLine& line : before) {
+        if (old.count(line.key) != 0) changed.push_back("  " + line.key + ": no longer reported");
+    }
+    return changed;
+}
+
+class Watch {
+public:
+    Watch(const StatusOptions& options, std::ostream& out, const MONITOR& monitor, HANDLE port,
+          const std::string& printerName, PrinterTarget& target, ClientStore& store, ClientFacts& facts,
+          const Requests& requests)
+        : options_(options), out_(out), monitor_(monitor), port_(port), printerName_(printerName),
+          target_(target), store_(store), facts_(facts), requests_(requests) {}
+
+    void Run(const std::atomic<bool>& interrupted, std::vector<ViewLine> shown, std::string shownJson) {
+        ChangeSignal signal;
+        signal.event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+        jobDone_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+        if (signal.event == nullptr || jobDone_ == nullptr || !store_.Watch(WatchedNames, ChangeSignal::Changed, &signal)) {
+            out_ << "langmon status: the status manager would not tell of changes\n";
+            Close(signal.event);
+            return;
+        }
+        // The status thread polls while "Wake Up" holds it.
+        requests_.Ask("Wake Up");
+        if (!options_.json) {
+            out_ << "following the printer "
+                 << (options_.forMs != 0 ? "for " + Seconds(options_.forMs).substr(1) : std::string("until interrupted"))
+                 << ":\n"
+                 << std::flush;
+        }
+        const DWORD start = GetTickCount();
+        std::size_t next = 0;
+        std::string lastStatus = StatusLine(shown);
+        while (!interrupted.load()) {
+            const DWORD now = TickAge(GetTickCount(), start);
+            if (options_.forMs != 0 && now >= options_.forMs) break;
+            DWORD wait = InterruptCheckMs;
+            if (options_.forMs != 0) wait = std::min(wait, options_.forMs - now);
+            if (next < options_.changes.size()) {
+                wait = options_.changes[next].atMs > now ? std::min(wait, options_.changes[next].atMs - now) : 0;
+            }
+            HANDLE events[2] = {signal.event, jobDone_};
+            const DWORD woken = WaitForMultipleObjects(2, events, FALSE, wait);
+            const DWORD at = TickAge(GetTickCount(), start);
+            if (woken == WAIT_OBJECT_0 + 1) {
+                Note(at, SentText(*job_));
+                FinishJob();
+            }
+            while (next < options_.changes.size() && options_.changes[next].atMs <= at) {
+                Make(options_.changes[next++], at);
+            }
+            if (woken != WAIT_OBJECT_0) continue;
+            facts_.FollowTrays();
+            if (options_.json) {
+                std::ostringstream json;
+                WriteViewJson(json, facts_);
+                if (json.str() != shownJson) out_ << json.str() << std::flush;
+                shownJson = json.str();
+                continue;
+            }
+            std::vector<ViewLine> lines = DescribePrinter(facts_, ViewScope::Client);
+            const std::vector<std::string> changed = ChangedLines(shown, lines);
+            if (!changed.empty()) {
+                // Changes told within the same tenth of a second read as one.
+                if (Seconds(at) != lastMoment_) out_ << Seconds(at) << '\n';
+                lastMoment_ = Seconds(at);
+                for (const std::string& line : changed) out_ << line << '\n';
+                out_ << std::flush;
+            }
+            shown = std::move(lines);
+            // The panel follows the printer's state, asked for as a client
+            // would: the status thread polls but doesn't ask for the panel.
+            // During a job the printer reports it of its own accord.
+            if (StatusLine(shown) != lastStatus && job_ == nullptr) {
+                store_.Write("RefreshStatus", PanelList, sizeof PanelList);
+                requests_.Ask("Refresh:" + printerName_);
+            }
+            lastStatus = StatusLine(shown);
+        }
+        if (job_ != nullptr) {
+            WaitForSingleObject(jobDone_, INFINITE);
+            Note(TickAge(GetTickCount(), start), SentText(*job_));
+            FinishJob();
+        }
+        requests_.Ask("Stop Polling");
+        Close(signal.event);
+        // No change is told once the store is closed; the event goes with it.
+    }
+
+    ~Watch() { Close(jobDone_); }
+
+private:
+    static void Close(HANDLE& handle) {
+        if (handle != nullptr) CloseHandle(handle);
+        handle = nullptr;
+    }
+    static std::string StatusLine(const std::vector<ViewLine>& lines) {
+        for (const ViewLine& line : lines) {
+            if (line.key == "status") return line.text;
+        }
+        return "";
+    }
+    void Note(DWORD at, const std::string& what) {
+        if (!options_.json) out_ << Seconds(at) << ": " << what << '\n' << std::flush;
+        lastMoment_.clear();
+    }
+    void Make(const TimedChange& change, DWORD at) {
+        if (change.words.rfind(PrintWord, 0) == 0) {
+            StartJob(change.words.substr(PrintWord.size()), at);
+            return;
+        }
+        emulator::Printer* printer = target_.Emulated();
+        if (printer == nullptr) return;
+        if (change.words == "power-off") {
+            printer->PowerOff();
+        } else if (change.words == "power-on") {
+            printer->PowerOn();
+        } else {
+            printer->Change([&](emulator::PrinterState& state) { emulator::ApplyPrinterDescription(change.words, state); });
+        }
+        Note(at, "the printer: " + change.words);
+    }
+    void StartJob(const std::string& path, DWORD at) {
+        if (job_ != nullptr) {
+            Note(at, "print=" + path + " waits: a job is being handed over");
+            WaitForSingleObject(jobDone_, INFINITE);
+            Note(TickAge(GetTickCount(), at), SentText(*job_));
+            FinishJob();
+        }
+        auto job = std::make_unique<WatchedJob>();
+        if (!ReadWholeFile(path, &job->bytes)) {
+            Note(at, "cannot read " + path);
+            return;
+        }
+        job->monitor = &monitor_;
+        job->port = port_;
+        job->printerName = printerName_;
+        job->jobId = ++jobs_;
+        job->document = path;
+        job->done = jobDone_;
+        Note(at, "job " + std::to_string(job->jobId) + " (" + path + ") is sent");
+        jobThread_ = CreateThread(nullptr, 0, WatchedJob::Run, job.get(), 0, nullptr);
+        if (jobThread_ == nullptr) {
+            Note(at, "no thread to send the job");
+            return;
+        }
+        job_ = std::move(job);
+    }
+    void FinishJob() {
+        WaitForSingleObject(jobThread_, INFINITE);
+        Close(jobThread_);
+        job_.reset();
+    }
+
+    const StatusOptions& options_;
+    std::ostream& out_;
+    const MONITOR& monitor_;
+    HANDLE port_;
+    const std::string& printerName_;
+    PrinterTarget& target_;
+    ClientStore& store_;
+    ClientFacts& facts_;
+    const Requests& requests_;
+    HANDLE jobDone_ = nullptr;
+    HANDLE jobThread_ = nullptr;
+    std::unique_ptr<WatchedJob> job_;
+    DWORD jobs_ = 0;
+    std::string lastMoment_;  // of the last changes shown
+};
+
+}  // namespace
+
+bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* options, std::string* error) {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        auto value = [&](std::string* into) {
+            if (i + 1 >= words.size()) {
+                *error = word + " needs a value";
+                return false;
+            }
+            *into = words[++i];
+            return true;
+        };
+        std::string text;
+        if (word == "--printer") {
+            if (!value(&options->printer)) return false;
+        } else if (word == "--port") {
+            if (!value(&options->portName)) return false;
+        } else if (word == "--printer-name") {
+            if (!value(&options->printerName)) return false;
+        } else if (word == "--json") {
+            options->json = true;
+        } else if (word == "--watch") {
+            options->watch = true;
+        } else if (word == "--for") {
+            if (!value(&text)) return false;
+            char* end = nullptr;
+            const double seconds = std::strtod(text.c_str(), &end);
+            if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > 86400) {
+                *error = "--for takes seconds, more than 0 and at most 86400";
+                return false;
+            }
+            options->forMs = static_cast<uint32_t>(seconds * 1000);
+        } else if (word == "--at") {
+            if (!value(&text)) return false;
+            const std::size_t colon = text.find(':');
+            char* end = nullptr;
+            const double seconds = colon == std::string::npos ? -1 : std::strtod(text.substr(0, colon).c_str(), &end);
+            if (colon == 0 || colon == std::string::npos || *end != '\0' || !(seconds >= 0) || seconds > 86400 ||
+                colon + 1 == text.size()) {
+                *error = "--at takes SECONDS:CHANGE, e.g. --at 5:cover-open or --at 20:print=job.ps";
+                return false;
+            }
+            options->changes.push_back({static_cast<uint32_t>(seconds * 1000), text.substr(colon + 1)});
+        } else {
+            *error = "unknown option " + word;
+            return false;
+        }
+    }
+    if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
+        *error = problem;
+        return false;
+    }
+    if (!options->watch && (options->forMs != 0 || !options->changes.empty())) {
+        *error = "--for and --at go with --watch";
+        return false;
+    }
+    for (const TimedChange& change : options->changes) {
+        if (change.words.rfind(PrintWord, 0) == 0) {
+            std::string bytes;
+            if (!ReadWholeFile(change.words.substr(PrintWord.size()), &bytes)) {
+                *error = "--at " + change.words + ": cannot read the file";
+                return false;
+            }
+            continue;
+        }
+        if (!IsEmulator(options->printer)) {
+            *error = "--at " + change.words + ": only the emulated printer can be changed";
+            return false;
+        }
+        if (change.words == "power-off" || change.words == "power-on") continue;
+        emulator::PrinterState state;
+        if (std::string problem = emulator::ApplyPrinterDescription(change.words, state); !problem.empty()) {
+            *error = "--at " + change.words + ": " + problem;
+            return false;
+        }
+    }
+    std::stable_sort(options->changes.begin(), options->changes.end(),
+                     [](const TimedChange& a, const TimedChange& b) { return a.atMs < b.atMs; });
+    return true;
+}
+
+int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic<bool>& interrupted) {
+    PrinterTarget target(options.printer, options.portName);
+    MONITOR monitor{};
+    InitializeMonitorEx(nullptr, &monitor);
+
+    std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
+    std::string standIn;
+    if (printerName.empty()) {
+        const std::string model = target.Emulated() != nullptr ? target.Emulated()->State().model : "";
+        printerName = AddStandInQueue(options.portName, model);
+        standIn = " (a queue of the command's own: the machine has none on the port)";
+    }
+    if (!options.json) {
+        out << "langmon status of printer \"" << printerName << "\"" << standIn << " on port " << options.portName
+            << ", " << target.Description() << '\n';
+    }
+    std::string portName = options.portName;
+    HANDLE port = nullptr;
+    if (!monitor.OpenPortEx(portName.data(), printerName.data(), &port, target.Lower())) {
+        out << "langmon status: OpenPortEx " << CallOutcome(FALSE, GetLastError()) << '\n';
+        return 1;
+    }
+    int exitCode = 0;
+    {
+        std::string problem;
+        ClientStore store(printerName, &problem);
+        if (!store.IsOpen()) {
+            out << "langmon status: no status client: " << problem << '\n';
+            exitCode = 1;
+        } else {
+            const Requests requests(monitor, port);
+            store.Write("RefreshStatus", RefreshList, static_cast<DWORD>(std::strlen(RefreshList) + 1));
+            const std::string refreshed = RefreshOutcome(requests.Ask("Refresh:" + printerName, -19));
+            ClientFacts facts(store, requests);
+            facts.FollowTrays();
+            const std::vector<ViewLine> lines = DescribePrinter(facts, ViewScope::Client);
+            std::ostringstream json;
+            WriteViewJson(json, facts);
+            if (options.json) {
+                out << json.str();
+            } else {
+                if (!refreshed.empty()) out << "  (no fresh values: " << refreshed << ")\n";
+                WriteView(out, lines);
+            }
+            out << std::flush;
+            if (options.watch) {
+                Watch watch(options, out, monitor, port, printerName, target, store, facts, requests);
+                watch.Run(interrupted, lines, json.str());
+            }
+        }
+    }
+    if (!monitor.ClosePort(port)) {
+        out << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
+        exitCode = 1;
+    }
+    return exitCode;
+}
+
+}  // namespace langmon::tool

@@ -1,0 +1,43 @@
+// `langmon status`: a status application on a port. It binds to the printer's
+// store in the status manager library as any client does, asks the monitor
+// for fresh values, and shows the printer; with --watch it keeps the monitor
+// polling and shows each change until it is interrupted.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace langmon::tool {
+
+// A change that --watch makes at a moment of its run: to the emulated
+// printer (`words` as after "emulator:", e.g. "cover-open" or "covers=none"),
+// or a job sent through the port (`words` "print=FILE").
+struct TimedChange {
+    uint32_t atMs = 0;
+    std::string words;
+};
+
+struct StatusOptions {
+    std::string printer = "emulator";  // as for `langmon print`
+    std::string portName = "LPT1:";
+    // The spooler's name of the printer; when empty, the machine's printer
+    // on the port, or a queue the command adds for the emulated model.
+    std::string printerName;
+    bool json = false;
+    bool watch = false;
+    uint32_t forMs = 0;  // with --watch, how long; 0 until interrupted
+    std::vector<TimedChange> changes;  // in the order of their moments
+};
+
+bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* options, std::string* error);
+
+// Shows the printer on `out`; with --watch follows it until `forMs` has
+// passed on the platform clock or `interrupted` is set. Returns the exit
+// code: 0 when the printer was shown, 1 when the port or its client could
+// not be had.
+int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic<bool>& interrupted);
+
+}  // namespace langmon::tool
