@@ -305,6 +305,7 @@ std::vector<ViewLine> DescribePrinter(const PrinterFacts& facts, ViewScope scope
         if (display) {
             const std::vector<std::string> panelLines = PanelLines(*display);
             panel = "\"" + panelLines[0] + "\"" + (panelLines[1].empty() ? "" : " / \"" + panelLines[1] + "\"");
+            if (panelLines[0].empty() && panelLines[1].empty()) panel = "blank";
         }
         Add(lines, "panel", "panel", panel);
     }

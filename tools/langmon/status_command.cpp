@@ -7,6 +7,7 @@
 
 #include "emulator/printer_description.h"
 #include "platform/clock.h"
+#include "platform/spooler_printers.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
 
@@ -467,6 +468,8 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
         out << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
         exitCode = 1;
     }
+    // The machine is left as the command found it.
+    if (!standIn.empty()) platform::RemovePrinterQueue(printerName);
     return exitCode;
 }
 

@@ -1,0 +1,191 @@
+// `langmon status` as a person runs it against the emulated printer, on the
+// virtual clock: what it shows of the printer through the status client,
+// what --json gives, and what --watch reports as the printer changes and a
+// job goes through.
+
+#include "langmon/status_command.h"
+#include "support/platform_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+#include <unistd.h>
+
+namespace langmon::tool {
+namespace {
+
+class StatusCommandTest : public testing::MonitorTest {
+protected:
+    void TearDown() override {
+        SettleThreads();
+        MonitorTest::TearDown();
+    }
+    // The command's output and exit code for the words after "status".
+    std::string Run(const std::vector<std::string>& words, int* exitCode = nullptr, bool interrupt = false) {
+        StatusOptions options;
+        std::string error;
+        EXPECT_TRUE(ParseStatusOptions(words, &options, &error)) << error;
+        std::ostringstream out;
+        const std::atomic<bool> interrupted{interrupt};
+        const int code = RunStatus(options, out, interrupted);
+        if (exitCode != nullptr) *exitCode = code;
+        return out.str();
+    }
+    // Where `part` begins in `text`, after `from`; npos when it isn't there.
+    static std::size_t Find(const std::string& text, const std::string& part, std::size_t from = 0) {
+        return text.find(part, from);
+    }
+};
+
+TEST_F(StatusCommandTest, ShowsTheEmulatedPrinterAsItsClientSeesIt) {
+    int code = -1;
+    const std::string text = Run({}, &code);
+    EXPECT_EQ(code, 0) << text;
+    // No machine description: the command's own queue gives the printer a client.
+    EXPECT_NE(Find(text, "langmon status of printer \"langmon\" (a queue of the command's own"), std::string::npos)
+        << text;
+    EXPECT_NE(Find(text, "  printer      Quor Laser Printer 6200tx\n"
+                         "  status       ready\n"
+                         "  panel        \"Ready\"\n"
+                         "  toner        100, 100, 100, 100\n"
+                         "  drum unit    100\n"
+                         "  trays        2\n"
+                         "    multi-purpose tray: paper size 9 (210.0 x 297.0 mm), media type 0, full\n"
+                         "    cassette 1: paper size 9 (210.0 x 297.0 mm), media type 0, some paper\n"
+                         "  covers       closed\n"
+                         "  jams         none\n"),
+              std::string::npos)
+        << text;
+    // The panel and the service tag come only from the refresh's PJL request.
+    EXPECT_NE(Find(text, "  page count   not reported\n  service tag  7QX2K9M\n  job          none\n"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(Find(text, "no fresh values"), std::string::npos) << text;
+}
+
+TEST_F(StatusCommandTest, ShowsWhatIsWrongWithThePrinterAndWhyValuesAreNotFresh) {
+    std::string text = Run({"--printer", "emulator:jam=3,cover-open,toner.black=2"});
+    EXPECT_NE(Find(text, "  status       a cover is open (error)\n  panel        \"Cover open\" / \"Close cover\"\n"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(Find(text, "  toner        100, 100, 100, 2\n"), std::string::npos) << text;
+    EXPECT_NE(Find(text, "  covers       open: 0x00000001\n  jams         at places 0x00000008\n"), std::string::npos)
+        << text;
+
+    // A machine printer on the port is the one shown; a silent printer gives
+    // no fresh values, and the status says why.
+    testing::DescribePrinter("Front Desk", testing::Driver6200, "LPT2:");
+    int code = -1;
+    text = Run({"--printer", "emulator:silent", "--port", "LPT2:"}, &code);
+    EXPECT_EQ(code, 0) << text;
+    EXPECT_NE(Find(text, "langmon status of printer \"Front Desk\" on port LPT2:"), std::string::npos) << text;
+    EXPECT_NE(Find(text, "  (no fresh values: the printer does not answer)\n"), std::string::npos) << text;
+    EXPECT_NE(Find(text, "  status       the printer does not answer\n"), std::string::npos) << text;
+    EXPECT_EQ(Find(text, "  toner "), std::string::npos) << "no levels of a printer that isn't read\n" << text;
+}
+
+TEST_F(StatusCommandTest, JsonGivesTheSameFactsAsOneObject) {
+    const std::string text = Run({"--json", "--printer", "emulator:jam=3,toner.cyan=unknown"});
+    ASSERT_FALSE(text.empty());
+    EXPECT_EQ(text.front(), '{') << text;
+    EXPECT_EQ(text.find('\n'), text.size() - 1) << "one line\n" << text;
+    for (const char* part : {"\"printer\": {\"manufacturer\": \"Quor\", \"model\": \"Laser Printer 6200tx\"}",
+                             "\"status\": \"paper jam (error)\"", "\"panel\": [\"Paper jam\", \"Open cover\"]",
+                             "\"toner\": {\"cyan\": null, \"magenta\": 100, \"yellow\": 100, \"black\": 100}",
+                             "{\"name\": \"cassette 1\", \"paper_size\": 9, \"paper_mm\": [210, 297], "
+                             "\"media_type\": 0, \"level\": \"some paper\"}",
+                             "\"jams\": 8", "\"memory_mb\": 128", "\"page_count\": null",
+                             "\"service_tag\": \"7QX2K9M\"", "\"job\": null"}) {
+        EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
+    }
+}
+
+TEST_F(StatusCommandTest, WatchFollowsACoverAJamAndAJobInTheOrderTheyHappen) {
+    const std::string job = ::testing::TempDir() + "report-" + std::to_string(::getpid()) + ".pjl";
+    const std::string bytes =
+        "\x1b%-12345X@PJL\r\n@PJL JOB NAME=\"r\"\r\n@PJL INFO PAGECOUNT\r\n@PJL ENTER LANGUAGE=NPDL\r\n"
+        "page 1\fpage 2\f\x1b%-12345X@PJL EOJ NAME=\"r\"\r\n\x1b%-12345X";
+    std::ofstream(job, std::ios::binary) << bytes;
+    int code = -1;
+    const DWORD start = GetTickCount();
+    const std::string text = Run({"--watch", "--for", "40", "--at", "2:cover-open", "--at", "8:covers=none",
+                                  "--at", "14:jam=3", "--at", "20:jam=none", "--at", "26:print=" + job},
+                                 &code);
+    EXPECT_EQ(code, 0) << text;
+    EXPECT_GE(GetTickCount() - start, 40000u) << "the watch lasted its 40 s on the clock";
+    // Each happening, and what the client saw of it, in order.
+    const std::vector<std::string> sequence = {
+        "following the printer for 40.0 s:\n",
+        "+2.0 s: the printer: cover-open\n",
+        "  status       a cover is open (error)\n",
+        "  covers       open: 0x00000001\n",
+        "  panel        \"Cover open\" / \"Close cover\"\n",
+        "+8.0 s: the printer: covers=none\n",
+        "  status       ready\n",
+        "  covers       closed\n",
+        "  panel        \"Ready\"\n",
+        "+14.0 s: the printer: jam=3\n",
+        "  status       paper jam (error)\n",
+        "  jams         at places 0x00000008\n",
+        "+20.0 s: the printer: jam=none\n",
+        "  jams         none\n",
+        "+26.0 s: job 1 (" + job + ") is sent\n",
+        "  status       printing\n",
+        "handed over: " + std::to_string(bytes.size()) + " of " + std::to_string(bytes.size()) + " bytes taken\n",
+        "  job          job 1: 2 pages printed\n",
+        "  job          job 1 ended: 2 pages, 0 in colour and 2 in black;",
+        "  job          none\n",
+    };
+    std::size_t at = 0;
+    for (const std::string& part : sequence) {
+        const std::size_t found = Find(text, part, at);
+        ASSERT_NE(found, std::string::npos) << "missing, or out of order: " << part << "\n" << text;
+        at = found + part.size();
+    }
+    // The printer answered the job's own INFO PAGECOUNT, which the client sees.
+    EXPECT_NE(Find(text, "  page count   1024\n"), std::string::npos) << text;
+    std::remove(job.c_str());
+}
+
+TEST_F(StatusCommandTest, AnInterruptedWatchStopsAtOnceAndClosesThePort) {
+    int code = -1;
+    const DWORD start = GetTickCount();
+    const std::string text = Run({"--watch"}, &code, true);
+    EXPECT_EQ(code, 0) << text;
+    EXPECT_NE(Find(text, "following the printer until interrupted:\n"), std::string::npos) << text;
+    EXPECT_LT(GetTickCount() - start, 30000u) << text;
+}
+
+TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
+        {{"--for", "10"}, "--for and --at go with --watch"},
+        {{"--watch", "--for", "0"}, "--for takes seconds"},
+        {{"--watch", "--at", "cover-open"}, "--at takes SECONDS:CHANGE"},
+        {{"--watch", "--at", "-1:jam"}, "--at takes SECONDS:CHANGE"},
+        {{"--watch", "--at", "3:smoke"}, "--at smoke: unknown printer word \"smoke\""},
+        {{"--watch", "--at", "3:print=/nonexistent/job"}, "cannot read the file"},
+        {{"--watch", "--printer", "file:/tmp/x", "--at", "3:jam"}, "only the emulated printer can be changed"},
+        {{"--colour"}, "unknown option --colour"},
+    };
+    for (const auto& [words, message] : cases) {
+        StatusOptions options;
+        std::string error;
+        EXPECT_FALSE(ParseStatusOptions(words, &options, &error)) << message;
+        EXPECT_NE(error.find(message), std::string::npos) << error;
+    }
+    // Moments are taken in their order, whatever the order they were given in.
+    StatusOptions options;
+    std::string error;
+    ASSERT_TRUE(ParseStatusOptions({"--watch", "--at", "9:jam", "--at", "2.5:cover-open"}, &options, &error)) << error;
+    ASSERT_EQ(options.changes.size(), 2u);
+    EXPECT_EQ(options.changes[0].atMs, 2500u);
+    EXPECT_EQ(options.changes[1].words, "jam");
+}
+
+}  // namespace
+}  // namespace langmon::tool
