@@ -4,7 +4,10 @@
 #include "acquisition/acquisition_fixture.h"
 
 #include "acquisition/lm_values.h"
+#include "monitor/device_requests.h"
 #include "platform/clock.h"
+#include "platform/thread.h"
+#include "support/device_ids.h"
 
 #include <cstring>
 #include <string>
@@ -13,6 +16,7 @@ namespace langmon {
 namespace {
 
 using testing::AcquisitionTest;
+using testing::CallKind;
 using testing::ReadyRecord;
 
 constexpr uint32_t None = 0xFFFFFFFFu;
@@ -90,6 +94,99 @@ TEST_F(AcquisitionTest, TheTableShowsThePortThatHadTheLastRecord) {
     }
     EXPECT_EQ(Row("GetTime")->LmSize, 0xFFFFFFFFu);
     EXPECT_EQ(Row("LM_InputTray")->LmSize, 100u);
+}
+
+// LPT1 with a ready 6200tx behind it that answers each poll at once, on a
+// clock that starts two seconds before the tick count wraps.
+class LmFreshnessTest : public testing::MonitorTest {
+protected:
+    static constexpr DWORD StartTick = 0xFFFFF800u;
+
+    void SetUp() override {
+        MonitorTest::SetUp();
+        ASSERT_EQ(platform::ManagedThreadCount(), 1u) << "the clock may only be set with no other thread";
+        platform::UseVirtualClock(StartTick);
+        const std::string key = "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\LPT1";
+        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
+        platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", "Printer Port");
+        lower.Port("LPT1").SetDeviceId(testing::KnownPrinterId);
+        HANDLE handle = nullptr;
+        ASSERT_TRUE(OpenPortEx(const_cast<LPSTR>("LPT1"), const_cast<LPSTR>("Laser"), &handle, lower.Table()));
+        port = static_cast<PortContext*>(handle);
+    }
+    void TearDown() override {
+        // The port's close takes the process's table back to "never read".
+        if (port != nullptr) {
+            EXPECT_TRUE(ClosePort(port));
+        }
+        EXPECT_EQ(Row("GetTime")->LmSize, None);
+        EXPECT_EQ(LmValuesStale(), 1);
+        SettleThreads();
+        MonitorTest::TearDown();
+    }
+
+    // LM_SysName as a status application reads it.
+    std::string AskSysName() {
+        char name[32] = {};
+        DWORD returned = 0;
+        EXPECT_TRUE(GetPrinterDataFromPort(port, 0, const_cast<LPSTR>("LM_SysName"), nullptr, 0, name,
+                                           sizeof name, &returned));
+        return std::string(name);
+    }
+    // The printer's device ID was asked for this often: once per poll.
+    int Polls() {
+        int polls = 0;
+        for (const auto& call : lower.Port("LPT1").Calls(CallKind::GetPrinterDataFromPort)) {
+            polls += call.controlId == 17;
+        }
+        return polls;
+    }
+
+    testing::ScriptedPortMonitor lower;
+    PortContext* port = nullptr;
+};
+
+// The values are a second's picture of the printer: a request within the
+// second is answered from them, the first at a second polls. A tick count
+// that went backwards because it wrapped counts as old, so the request just
+// after the wrap polls though the values are moments old.
+TEST_F(LmFreshnessTest, AClientsRequestJustAfterTheTickCountWrapsPollsThePrinterAfresh) {
+    ASSERT_EQ(Row("GetTime")->LmSize, None) << "another test left the table bound";
+    EXPECT_EQ(LmValuesStale(), 1) << "values never read";
+    EXPECT_EQ(AskSysName(), "Laser Printer 6200tx");
+    EXPECT_EQ(Polls(), 1);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(Row("GetTime")->LmValue), uintptr_t{StartTick})
+        << "the poll stamps the values with its tick";
+    EXPECT_EQ(LmValuesStale(), 0);
+
+    Sleep(999);
+    EXPECT_EQ(LmValuesStale(), 0);
+    EXPECT_EQ(AskSysName(), "Laser Printer 6200tx");
+    EXPECT_EQ(Polls(), 1) << "values under a second old stand";
+    Sleep(1);
+    EXPECT_EQ(LmValuesStale(), 1);
+    EXPECT_EQ(AskSysName(), "Laser Printer 6200tx");
+    EXPECT_EQ(Polls(), 2) << "values a second old are read anew";
+
+    // A poll 16 ms before the wrap, a request 16 ms after it.
+    Sleep(0xFFFFFFF0u - GetTickCount());
+    ASSERT_EQ(GetTickCount(), 0xFFFFFFF0u);
+    ASSERT_EQ(LmValuesStale(), 1);
+    AskSysName();
+    EXPECT_EQ(Polls(), 3);
+    EXPECT_EQ(LmValuesStale(), 0);
+    Sleep(32);
+    ASSERT_EQ(GetTickCount(), 0x10u);
+    EXPECT_EQ(LmValuesStale(), 1) << "32 ms old, across the wrap";
+    EXPECT_EQ(AskSysName(), "Laser Printer 6200tx");
+    EXPECT_EQ(Polls(), 4) << "the request after the wrap polls afresh";
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(Row("GetTime")->LmValue), uintptr_t{0x10});
+
+    // Past the wrap the second counts as before.
+    Sleep(999);
+    EXPECT_EQ(LmValuesStale(), 0);
+    AskSysName();
+    EXPECT_EQ(Polls(), 4);
 }
 
 }  // namespace
