@@ -115,9 +115,16 @@ private:
     std::optional<std::pair<uint32_t, uint32_t>> paper_[3];
 };
 
-// Told by the status manager, on the thread that made the change.
+// Told by the status manager, on the thread that made the change. It must
+// outlive the store that tells it.
 struct ChangeSignal {
-    HANDLE event = nullptr;
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ChangeSignal() = default;
+    ChangeSignal(const ChangeSignal&) = delete;
+    ChangeSignal& operator=(const ChangeSignal&) = delete;
+    ~ChangeSignal() {
+        if (event != nullptr) CloseHandle(event);
+    }
     static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
 };
 
@@ -174,13 +181,11 @@ public:
         : options_(options), out_(out), monitor_(monitor), port_(port), printerName_(printerName),
           target_(target), store_(store), facts_(facts), requests_(requests) {}
 
-    void Run(const std::atomic<bool>& interrupted, std::vector<ViewLine> shown, std::string shownJson) {
-        ChangeSignal signal;
-        signal.event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    void Run(const std::atomic<bool>& interrupted, ChangeSignal& signal, std::vector<ViewLine> shown,
+             std::string shownJson) {
         jobDone_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
         if (signal.event == nullptr || jobDone_ == nullptr || !store_.Watch(WatchedNames, ChangeSignal::Changed, &signal)) {
             out_ << "langmon status: the status manager would not tell of changes\n";
-            Close(signal.event);
             return;
         }
         // The status thread polls while "Wake Up" holds it.
@@ -246,8 +251,6 @@ public:
             FinishJob();
         }
         requests_.Ask("Stop Polling");
-        Close(signal.event);
-        // No change is told once the store is closed; the event goes with it.
     }
 
     ~Watch() { Close(jobDone_); }
@@ -437,6 +440,9 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
     }
     int exitCode = 0;
     {
+        // Made before the store, so that it goes after it: no change is told
+        // once the store is closed.
+        ChangeSignal signal;
         std::string problem;
         ClientStore store(printerName, &problem);
         if (!store.IsOpen()) {
@@ -460,7 +466,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
             out << std::flush;
             if (options.watch) {
                 Watch watch(options, out, monitor, port, printerName, target, store, facts, requests);
-                watch.Run(interrupted, lines, json.str());
+                watch.Run(interrupted, signal, lines, json.str());
             }
         }
     }
