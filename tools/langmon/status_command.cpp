@@ -370,8 +370,9 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
         } else if (word == "--at") {
             if (!value(&text)) return false;
             const std::size_t colon = text.find(':');
+            const std::string moment = text.substr(0, colon);
             char* end = nullptr;
-            const double seconds = colon == std::string::npos ? -1 : std::strtod(text.substr(0, colon).c_str(), &end);
+            const double seconds = std::strtod(moment.c_str(), &end);
             if (colon == 0 || colon == std::string::npos || *end != '\0' || !(seconds >= 0) || seconds > 86400 ||
                 colon + 1 == text.size()) {
                 *error = "--at takes SECONDS:CHANGE, e.g. --at 5:cover-open or --at 20:print=job.ps";
