@@ -62,27 +62,17 @@ void WaitForPrinter(emulator::Printer& printer) {
 
 bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* options,
                        std::string* error) {
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string& word = words[i];
-        auto value = [&](std::string* into) {
-            if (i + 1 >= words.size()) {
-                *error = word + " needs a value";
-                return false;
-            }
-            *into = words[++i];
-            return true;
-        };
-        if (word == "--printer") {
-            if (!value(&options->printer)) return false;
-        } else if (word == "--port") {
-            if (!value(&options->portName)) return false;
-        } else if (word == "--printer-name") {
-            if (!value(&options->printerName)) return false;
-        } else if (word == "--document") {
-            if (!value(&options->documentName)) return false;
+    CommandWords reader(words, error);
+    std::string word;
+    while (reader.Next(&word)) {
+        const OptionTaken taken = TakePortOption(word, reader, options);
+        if (taken == OptionTaken::Broken) return false;
+        if (taken == OptionTaken::Yes) continue;
+        if (word == "--document") {
+            if (!reader.Value(&options->documentName)) return false;
         } else if (word == "--block-size") {
             std::string size;
-            if (!value(&size)) return false;
+            if (!reader.Value(&size)) return false;
             char* end = nullptr;
             const unsigned long parsed = std::strtoul(size.c_str(), &end, 10);
             if (size.empty() || *end != '\0' || parsed == 0 || parsed > (1u << 24)) {

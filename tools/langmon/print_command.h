@@ -5,20 +5,16 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include "command_words.h"
+
 #include <string>
 #include <vector>
 
 namespace langmon::tool {
 
-struct PrintOptions {
+// Without a printer of the machine on the port, the printer is "langmon".
+struct PrintOptions : PortChoice {
     std::string jobFile;
-    // Where the port leads: "emulator", "emulator:DESCRIPTION" (see
-    // emulator/printer_description.h) or "file:PATH".
-    std::string printer = "emulator";
-    std::string portName = "LPT1:";
-    // The spooler's name of the printer; when empty, the machine's printer
-    // on the port, or "langmon" when the machine has none there.
-    std::string printerName;
     std::string documentName;  // the job file's name when empty
     unsigned blockSize = 4096;
 };

@@ -337,29 +337,19 @@ private:
 }  // namespace
 
 bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* options, std::string* error) {
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string& word = words[i];
-        auto value = [&](std::string* into) {
-            if (i + 1 >= words.size()) {
-                *error = word + " needs a value";
-                return false;
-            }
-            *into = words[++i];
-            return true;
-        };
+    CommandWords reader(words, error);
+    std::string word;
+    while (reader.Next(&word)) {
+        const OptionTaken taken = TakePortOption(word, reader, options);
+        if (taken == OptionTaken::Broken) return false;
+        if (taken == OptionTaken::Yes) continue;
         std::string text;
-        if (word == "--printer") {
-            if (!value(&options->printer)) return false;
-        } else if (word == "--port") {
-            if (!value(&options->portName)) return false;
-        } else if (word == "--printer-name") {
-            if (!value(&options->printerName)) return false;
-        } else if (word == "--json") {
+        if (word == "--json") {
             options->json = true;
         } else if (word == "--watch") {
             options->watch = true;
         } else if (word == "--for") {
-            if (!value(&text)) return false;
+            if (!reader.Value(&text)) return false;
             char* end = nullptr;
             const double seconds = std::strtod(text.c_str(), &end);
             if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > 86400) {
@@ -368,7 +358,7 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             }
             options->forMs = static_cast<uint32_t>(seconds * 1000);
         } else if (word == "--at") {
-            if (!value(&text)) return false;
+            if (!reader.Value(&text)) return false;
             const std::size_t colon = text.find(':');
             const std::string moment = text.substr(0, colon);
             char* end = nullptr;

@@ -4,6 +4,8 @@
 // polling and shows each change until it is interrupted.
 #pragma once
 
+#include "command_words.h"
+
 #include <atomic>
 #include <cstdint>
 #include <iosfwd>
@@ -20,12 +22,9 @@ struct TimedChange {
     std::string words;
 };
 
-struct StatusOptions {
-    std::string printer = "emulator";  // as for `langmon print`
-    std::string portName = "LPT1:";
-    // The spooler's name of the printer; when empty, the machine's printer
-    // on the port, or a queue the command adds for the emulated model.
-    std::string printerName;
+// Without a printer of the machine on the port, the command adds a queue
+// for the emulated model.
+struct StatusOptions : PortChoice {
     bool json = false;
     bool watch = false;
     uint32_t forMs = 0;  // with --watch, how long; 0 until interrupted
