@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 namespace langmon::tool {
@@ -16,6 +18,13 @@ namespace {
 constexpr int MaxFruitlessWrites = 100;
 
 }  // namespace
+
+bool ReadWholeFile(const std::string& path, std::string* bytes) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
 
 std::string CallOutcome(BOOL result, DWORD error) {
     return result ? "ok" : "failed, last error " + std::to_string(error);

@@ -30,6 +30,9 @@ struct SentJob {
 SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
                 const std::string& document, std::string_view bytes, unsigned blockSize);
 
+// A job file's bytes; false when it can't be read.
+bool ReadWholeFile(const std::string& path, std::string* bytes);
+
 // "ok", or "failed, last error N".
 std::string CallOutcome(BOOL result, DWORD error);
 

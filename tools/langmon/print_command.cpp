@@ -17,9 +17,7 @@
 #include <langmon/monitor.h>
 
 #include <algorithm>
-#include <fstream>
 #include <iomanip>
-#include <iterator>
 #include <ostream>
 #include <sstream>
 
@@ -30,12 +28,6 @@ namespace {
 // How long the command follows the status thread after the job's end: the
 // printer's last pages and the polls that see the job gone.
 constexpr DWORD MonitoringLimitMs = 120000;
-
-std::vector<char> ReadWholeFile(const std::string& path, bool* ok) {
-    std::ifstream in(path, std::ios::binary);
-    *ok = static_cast<bool>(in);
-    return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
 
 void Line(std::ostream& out, const std::string& call, const std::string& what) {
     out << "  " << std::left << std::setw(16) << call << what << '\n';
@@ -102,9 +94,8 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
 }
 
 int RunPrint(const PrintOptions& options, std::ostream& out) {
-    bool readable = false;
-    const std::vector<char> job = ReadWholeFile(options.jobFile, &readable);
-    if (!readable) {
+    std::string job;
+    if (!ReadWholeFile(options.jobFile, &job)) {
         out << "langmon print: cannot read " << options.jobFile << '\n';
         return 1;
     }
@@ -134,7 +125,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     const std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
     const DWORD jobId = 1;
     const SentJob sent = SendJob(monitor, port, printerName, jobId, document,
-                                 std::string_view(job.data(), job.size()), options.blockSize);
+                                 job, options.blockSize);
     Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
     int exitCode = sent.started ? 0 : 1;
     if (sent.started) {
@@ -179,17 +170,15 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     DescribeSpoolerView(out, printerName);
     exitCode = ok ? exitCode : 1;
 
-    const std::string_view jobBytes(job.data(), job.size());
+    const std::string_view jobBytes = job;
     if (emulator::Printer* printer = target.Emulated()) {
         WaitForPrinter(*printer);
         DescribeReceived(out, jobBytes, printer->Received());
         DescribePrinter(out, *printer);
         return exitCode;
     }
-    bool written = false;
-    const std::vector<char> received = ReadWholeFile(target.OutputPath(), &written);
-    if (written) {
-        DescribeReceived(out, jobBytes, std::string_view(received.data(), received.size()));
+    if (std::string received; ReadWholeFile(target.OutputPath(), &received)) {
+        DescribeReceived(out, jobBytes, received);
     }
     return exitCode;
 }

@@ -16,8 +16,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
 #include <sstream>
@@ -50,13 +48,6 @@ std::string RefreshOutcome(int32_t result) {
         case -80: return "the printer is of another model than its driver";
         default: return "the monitor had nothing to refresh (" + std::to_string(result) + ")";
     }
-}
-
-bool ReadWholeFile(const std::string& path, std::string* bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
 }
 
 std::string Seconds(DWORD ms) {
