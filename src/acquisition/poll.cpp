@@ -33,17 +33,6 @@ constexpr DWORD DrainWaitMs = 1100;
 DWORD ReadSize(const PortContext* port) { return IsUsbPort(port) ? 1024 : 1023; }
 constexpr DWORD ReadBlockBytes = 1025;
 
-bool OpenPollDocument(PortContext* port) {
-    if (OpenPseudoDocument(port) == 0) return false;
-    SetPortFlag(port, PF_DOC_OPEN);
-    return true;
-}
-
-void ClosePollDocument(PortContext* port) {
-    LowerEndDoc(port);
-    ClearPortFlag(port, PF_DOC_OPEN);
-}
-
 /* ShowPrinterLost: clients and the spooler see a printer that doesn't answer. */
 void ShowPrinterLost(PortContext* port) {
     LockPort(port);
@@ -176,7 +165,7 @@ int PollPrinterStatus(PortContext* port) {
 
     bool opened = false;
     if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPollDocument(port)) return DocumentFailed(port);
+        if (!OpenPseudoDocument(port)) return DocumentFailed(port);
         opened = true;
     }
     const int tries = HasPortFlag(port, PF_JOB_ACTIVE) ? 3 : 1;
@@ -196,7 +185,7 @@ int PollPrinterStatus(PortContext* port) {
             // last one for whoever uses the port next.
             ClearPortFlag(port, PF_DOC_OPEN);
             if (more) Sleep(TryPauseMs);
-            OpenPollDocument(port);
+            OpenPseudoDocument(port);
         }
     }
 
@@ -205,7 +194,7 @@ int PollPrinterStatus(PortContext* port) {
         NoAnswer(port);
     } else if (DeviceIdUsable(answer) == 0) {
         // Neither for nor against the printer: nothing changes.
-        if (opened) ClosePollDocument(port);
+        if (opened) ClosePseudoDocument(port);
         return 0;
     } else {
         ClearPortFlag(port, PF_OFFLINE);
@@ -225,7 +214,7 @@ int PollPrinterStatus(PortContext* port) {
             ClearPortFlag(port, PF_MODEL_KNOWN);
         }
     }
-    if (opened) ClosePollDocument(port);
+    if (opened) ClosePseudoDocument(port);
     return result;
 }
 
@@ -262,7 +251,7 @@ int PollRound(PortContext* port) {
         ReadPrinterResponses(port, 1);
     }
     if (port->pollDocOpened != 0) {
-        ClosePollDocument(port);
+        ClosePseudoDocument(port);
         port->pollDocOpened = 0;
     }
     return 1;
@@ -271,7 +260,7 @@ int PollRound(PortContext* port) {
 int EnsurePollDocument(PortContext* port) {
     if (port == nullptr) return 0;
     if (HasPortFlag(port, PF_DOC_OPEN) || (port->portKind & PK_BIDI) == 0) return 1;
-    if (!OpenPollDocument(port)) return 0;
+    if (!OpenPseudoDocument(port)) return 0;
     port->pollDocOpened = 1;
     if (!IsUsbPort(port)) SetReadTimeouts(port);
     return 1;
@@ -283,7 +272,7 @@ int ReadPrinterResponses(PortContext* port, int publish) {
     if ((port->portKind & PK_BIDI) == 0) return 1;
     bool opened = false;
     if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPollDocument(port)) {
+        if (!OpenPseudoDocument(port)) {
             if (IsUsbPort(port)) {
                 port->portMode = 0;
                 SetPortFlag(port, PF_OFFLINE);
@@ -298,7 +287,7 @@ int ReadPrinterResponses(PortContext* port, int publish) {
         // Once the parser has said 2, the rest is read and let go.
         if (parsing && ParseResponseBuffer(port, text, publish) == 2) parsing = false;
     });
-    if (opened) ClosePollDocument(port);
+    if (opened) ClosePseudoDocument(port);
     return 1;
 }
 
@@ -308,7 +297,7 @@ int DrainPrinterInput(int wait, PortContext* port) {
     if (port == nullptr) return 0;
     bool opened = false;
     if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPollDocument(port)) return 0;
+        if (!OpenPseudoDocument(port)) return 0;
         opened = true;
         if (!IsUsbPort(port)) SetReadTimeouts(port);
     }
@@ -318,18 +307,18 @@ int DrainPrinterInput(int wait, PortContext* port) {
         Sleep(DrainPauseMs);
         ReadUntilEmpty(port, block, 0, [](char*) {});
     }
-    if (opened) ClosePollDocument(port);
+    if (opened) ClosePseudoDocument(port);
     return 1;
 }
 
 PrinterConversation::PrinterConversation(PortContext* port) : port_(port) {
     if (HasPortFlag(port, PF_DOC_OPEN)) return;
-    ready_ = opened_ = OpenPollDocument(port);
+    ready_ = opened_ = OpenPseudoDocument(port);
     if (opened_ && !IsUsbPort(port)) SetReadTimeouts(port);
 }
 
 PrinterConversation::~PrinterConversation() {
-    if (opened_) ClosePollDocument(port_);
+    if (opened_) ClosePseudoDocument(port_);
 }
 
 int SetReadTimeouts(PortContext* port) {

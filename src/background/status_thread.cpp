@@ -270,18 +270,11 @@ int SendUstatusOff(PortContext* port) {
         return 0;
     }
     bool opened = false;
-    if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPseudoDocument(port)) return 0;
-        SetPortFlag(port, PF_DOC_OPEN);
-        SetReadTimeouts(port);
-        opened = true;
-    }
+    if (!OpenPseudoDocumentIfClosed(port, &opened)) return 0;
+    if (opened) SetReadTimeouts(port);
     DWORD written = 0;
     SendPjl(port, UstatusOffText, UstatusOffLength, &written, 0, 0);
-    if (opened) {
-        LowerEndDoc(port);
-        ClearPortFlag(port, PF_DOC_OPEN);
-    }
+    if (opened) ClosePseudoDocument(port);
     // What the port didn't take of the goodbye ends here.
     DropPending(port);
     return 1;

@@ -95,10 +95,8 @@ BOOL ControlRequest(PortContext* port, DWORD controlId, LPSTR valueName, LPSTR i
         SetPortFlag(port, PF_JOB_RESET);
     }
     // The document stays open behind the request: the job's end closes it.
-    if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (!OpenPseudoDocument(port)) return FALSE;
-        SetPortFlag(port, PF_DOC_OPEN);
-    }
+    bool opened = false;
+    if (!OpenPseudoDocumentIfClosed(port, &opened)) return FALSE;
     if (reset && IsUsbPort(port) && port->lastWriteFailed != 0) RetryStuckUsbWrite(port, &hold);
     const BOOL result = ForwardPortRequest(port, controlId, valueName, in, inSize, out, outSize, returned);
     if (reset) {
@@ -122,7 +120,6 @@ BOOL ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {
         SetLastError(ERROR_BUSY);
         return FALSE;
     }
-    SetPortFlag(port, PF_DOC_OPEN);
     const BOOL result = LowerRead(port, pBuffer, cbBuffer, pcbRead);
     if (LowerEndDoc(port)) {
         ClearPortFlag(port, PF_DOC_OPEN);

@@ -154,9 +154,8 @@ BOOL EndDocPort(HANDLE hPort) {
 
     WaitForSingleObject(port->serialSemaphore, SerialWaitMs);
     ClearPortFlag(port, PF_JOB_DELETED);
-    if (!HasPortFlag(port, PF_DOC_OPEN) && OpenPseudoDocument(port)) {
-        SetPortFlag(port, PF_DOC_OPEN);
-    }
+    bool opened = false;
+    OpenPseudoDocumentIfClosed(port, &opened);
     // A job whose data was never looked at had no header either.
     if (port->sniffResult != 0 && !HasPortFlag(port, PF_JOB_RESET)) {
         SendTrailer(port);

@@ -109,7 +109,22 @@ BOOL LowerStartDoc(PortContext* port, LPSTR printerName, DWORD jobId, DWORD leve
    can talk to the printer between jobs. */
 BOOL OpenPseudoDocument(PortContext* port) {
     DOC_INFO_2 docInfo = PseudoDocInfo;
-    return LowerStartDoc(port, port->printerName, 0, 2, &docInfo);
+    if (LowerStartDoc(port, port->printerName, 0, 2, &docInfo) == 0) return FALSE;
+    SetPortFlag(port, PF_DOC_OPEN);
+    return TRUE;
+}
+
+bool OpenPseudoDocumentIfClosed(PortContext* port, bool* opened) {
+    *opened = false;
+    if (HasPortFlag(port, PF_DOC_OPEN)) return true;
+    if (OpenPseudoDocument(port) == 0) return false;
+    *opened = true;
+    return true;
+}
+
+void ClosePseudoDocument(PortContext* port) {
+    LowerEndDoc(port);
+    ClearPortFlag(port, PF_DOC_OPEN);
 }
 
 /* LowerWrite: the lower WritePort, noting what a failure means for the port. */
@@ -264,12 +279,8 @@ int SendPjl(PortContext* port, const void* data, DWORD length, DWORD* written, i
         return 0;
     }
 
-    if (!HasPortFlag(port, PF_DOC_OPEN)) {
-        if (OpenPseudoDocument(port) == 0) {
-            return 0;
-        }
-        SetPortFlag(port, PF_DOC_OPEN);
-        openedHere = true;
+    if (!OpenPseudoDocumentIfClosed(port, &openedHere)) {
+        return 0;
     }
 
     bool sendNew = true;

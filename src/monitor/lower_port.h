@@ -18,8 +18,15 @@ extern const DOC_INFO_2 PseudoDocInfo;
 extern const COMMTIMEOUTS UsbPortTimeouts;
 
 BOOL LowerStartDoc(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, void* docInfo);
-// Does not touch PF_DOC_OPEN: the caller sets it on success.
+// Opens the pseudo document and marks PF_DOC_OPEN on success.
 BOOL OpenPseudoDocument(PortContext* port);
+// Opens the pseudo document unless a document is open already; `opened`
+// tells whether this call opened it, and so must close it. False only when
+// a document was needed and could not be opened.
+bool OpenPseudoDocumentIfClosed(PortContext* port, bool* opened);
+// Ends the document below and marks it closed, whatever the port monitor
+// answered: the monitor won't write into a document it has given up.
+void ClosePseudoDocument(PortContext* port);
 BOOL LowerWrite(PortContext* port, const void* data, DWORD length, DWORD* written);
 BOOL LowerRead(PortContext* port, void* buffer, DWORD size, DWORD* read);
 BOOL LowerEndDoc(PortContext* port);
