@@ -10,6 +10,7 @@
 #include "variables/status_variable.h"
 
 #include "support/job_road_fixture.h"
+#include "support/status_codes.h"
 
 #include <cstring>
 #include <map>
@@ -24,9 +25,6 @@ namespace {
 const std::string CoverOpenBlock = "AAAPAQAAAAAABAIAWiNLIzwjLSNkAwADUIKAggAAQQIAAQAAAAAAAAAA";
 const std::string KnownStart = "MFG:Quor;CMD:PJL,NPDL,NMPS-C;MDL:Laser Printer 6200tx;";
 
-std::string TextBlock(const std::string& text) {
-    return (text.substr(0, 63) + std::string(64, '\0')).substr(0, 64);
-}
 std::string U32s(std::initializer_list<uint32_t> words) {
     std::string out;
     for (uint32_t word : words) out.append(reinterpret_cast<const char*>(&word), 4);

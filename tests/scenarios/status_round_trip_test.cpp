@@ -12,6 +12,8 @@
 #include "acquisition/poll.h"
 #include "variables/status_variable.h"
 
+#include "support/status_codes.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -26,6 +28,8 @@ namespace {
 using emulator::PrinterState;
 using emulator::TrayKind;
 using emulator::UnknownLevel;
+using testing::ConditionOfCode;
+using testing::TextBlock;
 
 constexpr uint32_t Seeds = 3000;
 constexpr uint32_t None = 0xFFFFFFFFu;
@@ -66,29 +70,6 @@ constexpr Shown ShownConditions[] = {
     {33, 0, 0x8, 0},       {38, 0, 0x2, 2},     {40, 0, 0x40, 0},     {41, 0, 0x1, 0},
 };
 
-// The printer's status code as a Condition, by its class above the low byte
-// and a range of its low byte; a code no row names gives 0. A lower Condition
-// is the more urgent one.
-struct CodeRange {
-    uint32_t kind, first, last, condition;
-};
-constexpr CodeRange CodeRanges[] = {
-    {0, 0, 255, 7},  {1, 0, 255, 7},  {2, 0, 255, 7},  {3, 0, 255, 7},  {4, 0, 0, 4},
-    {4, 1, 1, 5},    {7, 0, 255, 16}, {8, 0, 4, 11},   {8, 5, 9, 13},   {8, 10, 15, 17},
-    {8, 16, 20, 13}, {8, 21, 29, 12}, {9, 0, 255, 10}, {10, 0, 0, 26},  {10, 1, 1, 19},
-    {10, 2, 2, 18},  {10, 3, 3, 23},  {12, 1, 1, 28},  {12, 2, 3, 40},  {12, 4, 5, 31},
-    {13, 0, 3, 33},  {14, 0, 3, 11},  {14, 4, 7, 17},  {14, 8, 13, 38}, {14, 15, 15, 39},
-    {15, 0, 0, 31},  {15, 1, 1, 41},
-};
-uint32_t ConditionOfCode(uint32_t code) {
-    for (const CodeRange& r : CodeRanges) {
-        if (code >> 8 == r.kind && (code & 0xFF) >= r.first && (code & 0xFF) <= r.last) {
-            return r.condition;
-        }
-    }
-    return 0;
-}
-
 // Something more urgent beside the status code takes its place; paper out and
 // an empty feeding tray also outrank a paper problem. 0 stays 0.
 void Raise(uint32_t& condition, uint32_t to) {
@@ -107,20 +88,9 @@ std::string Bytes(const void* data, std::size_t size) {
 std::string U32(uint32_t value) {
     return Bytes(&value, 4);
 }
-// A name in its 64-byte block: at most 63 bytes, then zeros.
-std::string TextBlock(const std::string& text) {
-    return (text.substr(0, 63) + std::string(64, '\0')).substr(0, 64);
-}
-
 std::string Hex(const std::optional<std::string>& bytes) {
     if (!bytes) return "no value";
-    std::string out;
-    char pair[4];
-    for (unsigned char c : *bytes) {
-        std::snprintf(pair, sizeof pair, "%02X ", c);
-        out += pair;
-    }
-    return out;
+    return testing::HexBytes(bytes->data(), bytes->size());
 }
 
 // A variable's value as a client gets it, over `size` bytes; a counted value

@@ -34,10 +34,6 @@ FakeManager::~FakeManager() {
 
 void* FakeManager::Lookup(const char* function) {
     if (registered == nullptr) return nullptr;
-    {
-        std::lock_guard lock(registered->mutex_);
-        if (registered->withheld_.count(function) != 0) return nullptr;
-    }
     const std::string name = function;
     if (name == "OpenManagerExA") return reinterpret_cast<void*>(&FakeManager::Open);
     if (name == "CloseManager") return reinterpret_cast<void*>(&FakeManager::Close);
@@ -88,11 +84,6 @@ void FakeManager::Terminate(const std::string& printer, uint32_t word) {
 void FakeManager::TerminateUnreadable(const std::string& printer) {
     std::lock_guard lock(mutex_);
     printers_[printer].terminateReadable = false;
-}
-
-void FakeManager::Withhold(const std::string& function) {
-    std::lock_guard lock(mutex_);
-    withheld_.insert(function);
 }
 
 std::vector<HandedValue> FakeManager::Handed() const {

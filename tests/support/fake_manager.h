@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -50,8 +49,6 @@ public:
     int Watches() const;  // notifications standing now
     // A value a client wrote into the printer's store, such as "RefreshStatus".
     void ClientWrites(const std::string& printer, const std::string& name, const std::string& bytes);
-    // Functions the library does not export.
-    void Withhold(const std::string& function);
 
     // What happened.
     std::vector<HandedValue> Handed() const;
@@ -102,7 +99,6 @@ private:
     uint32_t nextHandle_ = 0x100;
     int opens_ = 0;
     int staleCalls_ = 0;
-    std::set<std::string> withheld_;
     bool exportsNotifications_ = false;
     std::map<uint32_t, Notification> notifications_;
     uint32_t nextNotification_ = 1;

@@ -6,12 +6,18 @@
 
 namespace langmon::testing {
 
+namespace {
+
+// The PJL text the port has not yet taken, read while holding the port's
+// semaphore as its writers do.
 uint32_t PendingBytes(PortContext* port) {
     WaitForSingleObject(port->serialSemaphore, INFINITE);
     const uint32_t pending = port->pendingLength;
     ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
     return pending;
 }
+
+}  // namespace
 
 bool WaitUntilPendingSent(PortContext* port, DWORD limitMs) {
     const DWORD start = GetTickCount();

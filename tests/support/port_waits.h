@@ -6,9 +6,6 @@
 
 namespace langmon::testing {
 
-// The PJL text the port has not yet taken, read while holding the port's
-// semaphore as its writers do.
-uint32_t PendingBytes(PortContext* port);
 // Lets the status thread's passes send the queued text; true once nothing
 // is left, false if something still is after `limitMs` of virtual time.
 bool WaitUntilPendingSent(PortContext* port, DWORD limitMs = 600000);

@@ -124,12 +124,6 @@ void ScriptedPort::FailStartDoc(DWORD error, bool jobsOnly) {
     startDocJobsOnly_ = jobsOnly;
 }
 
-void ScriptedPort::FailEndDoc(DWORD error) {
-    std::lock_guard lock(scriptLock);
-    failEndDoc_ = error != 0;
-    endDocError_ = error;
-}
-
 void ScriptedPort::QueueWrite(WriteAnswer answer) {
     std::lock_guard lock(scriptLock);
     writes_.push_back(answer);
@@ -388,7 +382,7 @@ struct ScriptedEntries {
             return BadHandle();
         }
         PortCall call = NewCall(CallKind::EndDocPort, tick);
-        call.result = Scripted(port->failEndDoc_, port->endDocError_);
+        call.result = TRUE;
         Record(port, call);
         return call.result;
     }

@@ -112,7 +112,6 @@ public:
     // With `jobsOnly` only a job's document fails; the monitor's own, with
     // JobId 0, still opens.
     void FailStartDoc(DWORD error, bool jobsOnly = false);
-    void FailEndDoc(DWORD error);
     // Answers for the next writes, in order; once they are used up every write
     // takes all.
     void QueueWrite(WriteAnswer answer);
@@ -130,7 +129,6 @@ public:
     void SetTimeOutsError(DWORD error);
 
     // What happened.
-    const std::string& name() const { return name_; }
     std::vector<PortCall> Calls() const;
     std::vector<PortCall> Calls(CallKind kind) const;
     std::vector<CallKind> CallKinds() const;
@@ -152,8 +150,6 @@ private:
     bool failStartDoc_ = false;
     DWORD startDocError_ = 0;
     bool startDocJobsOnly_ = false;
-    bool failEndDoc_ = false;
-    DWORD endDocError_ = 0;
     std::deque<WriteAnswer> writes_;
     std::deque<ReadAnswer> reads_;
     struct ControlAnswer {
