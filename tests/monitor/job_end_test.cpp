@@ -40,20 +40,6 @@ TEST_F(JobRoadTest, TheLast80BytesLeaveWithTheTrailerInOneWrite) {
     EXPECT_EQ(port->jobOpen, 0u);
 }
 
-// That USB and ECP ports send the trailer alone is a port strategy scenario.
-TEST_F(JobRoadTest, AJobWithoutClientGetsTheTrailerButIsNotFollowedAndTheNextNothingOfIt) {
-    PortContext* port = Open("LPT1");
-    RunJob(port, PostScriptJob);
-    EXPECT_EQ(Received("LPT1"), PostScriptJob + ExpectedTrailer(port->trailerIdentifier))
-        << "an EOJ without a JOB line";
-    EXPECT_EQ(port->jobListHead, nullptr);
-    lower.Port("LPT1").ForgetCalls();
-
-    const std::string shortJob = "%!PS-Adobe-3.0\nshowpage\n";
-    RunJob(port, shortJob);
-    EXPECT_EQ(Received("LPT1"), shortJob + ExpectedTrailer(port->trailerIdentifier));
-}
-
 TEST_F(JobRoadTest, TheTrailerNamesTheHeadersJobOnlyWhenTheDataNamedItToo) {
     PortContext* port = Open("LPT1");
     GiveClient(port);

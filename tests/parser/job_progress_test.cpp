@@ -180,29 +180,6 @@ TEST_F(JobProgressTest, AReportFindsItsJobByTheNameOfItsKindAndAStartNameOnlyOnc
     EXPECT_EQ(JobIds(), (std::vector<uint32_t>{12, 13}));
 }
 
-TEST_F(JobProgressTest, AJobStartedWhileAnotherIsOpenWaitsForThatOnesEnd) {
-    AddJob(7);
-    AddJob(8);
-    Feed(Started(S(7)));
-    Feed(Started(S(8)));
-    ASSERT_NE(port->jobInfoChain, nullptr);
-    ASSERT_NE(port->jobInfoChain->Next, nullptr);
-    EXPECT_EQ(port->jobInfoChain->Next->Next, nullptr);
-    Feed(Page(1));
-    Feed(Statistics(Figures(0, {0, 0, 0, 5}, 1)));
-    EXPECT_EQ(Told(), (Records{{7}, {7, 1}})) << "the variable keeps the first job";
-
-    // The first ends, and the second is shown at once, as a fresh job.
-    Feed(Ended(E(7)));
-    EXPECT_EQ(Told(), (Records{{7, 1, 0, 1, 0, 0, 0, 5}, {0, 0, 0, 1, 0, 0, 0, 5}, {8}}));
-    Feed(Page(1));
-    Feed(Statistics(Figures(1, {6, 5, 4, 7}, 0)));
-    Feed(Ended(E(8)));
-    EXPECT_EQ(Told(), (Records{{8, 1}, {8, 1, 1, 0, 4, 5, 6, 7}, {0, 0, 1, 0, 4, 5, 6, 7}}));
-    EXPECT_FALSE(JobsTracked(port));
-    EXPECT_EQ(port->jobInfoChain, nullptr);
-}
-
 // A job running on the port, its header out; the status thread is held, so
 // that only the reports act.
 TEST_F(JobProgressTest, AHostCancelEndsTheJobEverywhereWhileOtherResultsChangeLittleOrNothing) {

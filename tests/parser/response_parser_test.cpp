@@ -2,9 +2,7 @@
 // the rest it keeps for the next block out, whatever the printer sends.
 
 #include "parser/pjl_text.h"
-#include "parser/response_parser.h"
-
-#include "support/job_road_fixture.h"
+#include "parser/reply_fixture.h"
 
 #include <string>
 #include <vector>
@@ -15,24 +13,9 @@ namespace {
 const std::string Page = "@PJL USTATUS PAGE\r\n3\r\n\f";
 const std::string Job = "@PJL USTATUS JOB\r\nEND\r\nNAME=\"X\"\r\n\f";
 
-class ResponseParserTest : public testing::JobRoadTest {
+class ResponseParserTest : public testing::ReplyTest {
 protected:
-    void SetUp() override {
-        JobRoadTest::SetUp();
-        port = Open("LPT1");
-        ASSERT_NE(port, nullptr);
-    }
-
-    // Each block as the reader hands it over; the result of each.
-    std::vector<int> Feed(const std::vector<std::string>& blocks) {
-        std::vector<int> results;
-        for (const std::string& block : blocks) results.push_back(ParseResponseBuffer(port, block.c_str(), 1));
-        return results;
-    }
-    std::string Tail() const { return port->responseTail != nullptr ? port->responseTail : ""; }
     bool Between() const { return port->parser->LastResult == 5 && port->parser->SkippingToFormFeed == 0; }
-
-    PortContext* port = nullptr;
 };
 
 TEST_F(ResponseParserTest, ResponsesEndAtTheirFormFeedWhereverTheReadsSplitThem) {
