@@ -13,6 +13,7 @@
 #include "platform/clock.h"
 #include "platform/memory.h"
 
+#include "langmon/harness_monitor.h"
 #include "run_summary.h"
 #include "sink_port_monitor.h"
 
@@ -35,7 +36,6 @@ constexpr std::size_t BlockBytes = 1024;  // the reader's block, without its NUL
 constexpr int JobsInStream = 64;
 constexpr int PagesPerJob = 5;
 
-char registryRoot[] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
 char printerName[] = "Bench Printer";
 char portName[] = "LPT1";
 
@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
     using namespace langmon::bench;
 
     platform::UseVirtualClock();
-    InitializeMonitorEx(registryRoot, &languageMonitor);
+    tool::InitializeHarnessMonitor(&languageMonitor);
     benchmark::RegisterBenchmark("ParseStream", ParseStream)->Unit(benchmark::kMicrosecond);
 
     return RunAndSummarise<SummaryReporter>(argc, argv);

@@ -12,10 +12,10 @@
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
-#include "platform/registry.h"
 #include "platform/sync.h"
 #include "portkind/port_kind.h"
 
+#include "langmon/harness_monitor.h"
 #include "run_summary.h"
 #include "sink_port_monitor.h"
 
@@ -38,11 +38,8 @@ namespace {
 // The most a steady poll may cost, in nanoseconds.
 constexpr double TargetPollNs = 5000;
 
-char registryRoot[] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
 char printerName[] = "Bench Printer";
 char portName[] = "USB001";
-constexpr const char* UsbPortKey =
-    "System\\CurrentControlSet\\control\\Print\\Monitors\\USB Monitor\\Ports\\USB001";
 
 // The code under which a USB port monitor gives the device ID.
 constexpr DWORD UsbDeviceIdCode = 0x16000C;
@@ -174,12 +171,7 @@ int main(int argc, char** argv) {
     using namespace langmon::bench;
 
     platform::UseRealClock();
-    InitializeMonitorEx(registryRoot, &languageMonitor);
-    // After initialising: a machine file named by LANGMON_REGISTRY is read
-    // then, and must not have the last word on the USB port's description.
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, UsbPortKey);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, UsbPortKey, "Description",
-                                "Virtual printer port for USB");
+    tool::InitializeHarnessMonitor(&languageMonitor);
 
     benchmark::RegisterBenchmark("LowerDirect", LowerDirect)->Unit(benchmark::kNanosecond);
     benchmark::RegisterBenchmark("PollSteady", PollSteady)->Unit(benchmark::kNanosecond);

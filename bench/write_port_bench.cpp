@@ -12,6 +12,7 @@
 #include "platform/registry.h"
 #include "portkind/port_kind.h"
 
+#include "langmon/harness_monitor.h"
 #include "run_summary.h"
 #include "sink_port_monitor.h"
 
@@ -35,12 +36,9 @@ constexpr DWORD BlockSize = 4096;
 // The most a block may cost on top of the direct call, as a ratio.
 constexpr double TargetRatio = 1.05;
 
-char registryRoot[] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
 char printerName[] = "Bench Printer";
 char documentName[] = "bench";
 char dataType[] = "RAW";
-constexpr const char* UsbPortKey =
-    "System\\CurrentControlSet\\control\\Print\\Monitors\\USB Monitor\\Ports\\USB001";
 
 // Plain text: neither a UEL nor a PostScript start, so the job's first block
 // settles the sniff and no later block is looked into.
@@ -204,12 +202,7 @@ int main(int argc, char** argv) {
     using namespace langmon::bench;
 
     platform::UseRealClock();
-    InitializeMonitorEx(registryRoot, &languageMonitor);
-    // After initialising: a machine file named by LANGMON_REGISTRY is read
-    // then, and must not have the last word on the USB port's description.
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, UsbPortKey);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, UsbPortKey, "Description",
-                                "Virtual printer port for USB");
+    tool::InitializeHarnessMonitor(&languageMonitor);
 
     benchmark::RegisterBenchmark("DirectCall", DirectCall)->Unit(benchmark::kNanosecond);
     benchmark::RegisterBenchmark("WriteDirect", Strategy, StrategyCase{"USB001", PM_COMPAT})

@@ -1,8 +1,8 @@
 #include "fuzz_monitor.h"
 
 #include "langmon/answer_port_monitor.h"
+#include "langmon/harness_monitor.h"
 #include "platform/clock.h"
-#include "platform/registry.h"
 
 #include <cstdlib>
 #include <string>
@@ -11,20 +11,14 @@ namespace langmon::fuzz {
 
 namespace {
 
-char registryRoot[] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
 char printerName[] = "Fuzz Printer";
 
-// A USB port is two-way when its port monitor describes it so; the device ID
-// target polls through one.
-constexpr const char* UsbPortKey =
-    "System\\CurrentControlSet\\control\\Print\\Monitors\\USB Monitor\\Ports\\USB001";
-
+// The device ID target polls through the two-way USB port of the harness's
+// machine.
 MONITOR InitializedMonitor() {
     platform::UseVirtualClock();
     MONITOR table{};
-    if (!InitializeMonitorEx(registryRoot, &table)) std::abort();
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, UsbPortKey);
-    platform::RegistrySetString(HKEY_LOCAL_MACHINE, UsbPortKey, "Description", "Virtual printer port for USB");
+    if (!tool::InitializeHarnessMonitor(&table)) std::abort();
     return table;
 }
 
