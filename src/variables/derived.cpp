@@ -130,10 +130,12 @@ int DeriveErrorVariables(PortContext* port, int publish) {
     }
     uint32_t status[3];
     ReadPrinterStatus(port, status);
+    // Read once: under the lock nothing this loop changes can change it, and
+    // every row is judged by the same state of the printer.
+    const bool readable = StatusReadable(port);
     for (const ErrorRow& error : ErrorRows) {
         StatusVariable* row = Row(port, error.Name, 1);
         if (row == nullptr) continue;
-        const bool readable = StatusReadable(port);
         const bool supplies = std::strcmp(error.Name, "ErrSupplies") == 0;
         const bool cover = std::strcmp(error.Name, "ErrCoverOpen") == 0;
         // On a printer that is read, the supplies are the status record's alone.
