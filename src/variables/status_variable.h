@@ -47,6 +47,8 @@ constexpr int StatusVariableCount = 46;
 // The master copy: 46 rows and the all-zero row that ends the table.
 extern const StatusVariable StatusVariableTable[StatusVariableCount + 1];
 
+// The lookups take a port's table, which begins with a whole copy of the
+// master: a master name stands at the same row in both.
 StatusVariable* FindVariable(const char* name, StatusVariable* table, const PortContext* port);
 StatusVariable* GetVariable(const char* name, StatusVariable* table, const PortContext* port,
                             int create);
