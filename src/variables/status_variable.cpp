@@ -83,24 +83,62 @@ constexpr StatusVariable StatusVariableTable[StatusVariableCount + 1] = {
 
 namespace {
 
+// Where each name stands, found by its hash: variables are looked up by name
+// on every poll and after every response, and a walk that compares each row's
+// name would cost most of the poll. Every table begins with a copy of the
+// master, so a name's place in the master is its place in any port's table.
+// The length and four of its bytes tell the names apart well enough; the
+// probe compares whole names.
+constexpr uint32_t NameHash(std::string_view name) {
+    const std::size_t n = name.size();
+    if (n < 2) return static_cast<uint32_t>(n);
+    const auto byte = [&](std::size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(name[i])); };
+    uint32_t hash = static_cast<uint32_t>(n) * 0x9E3779B1u ^ byte(n - 1) * 0x85EBCA77u ^
+                    byte(n - 2) * 0xC2B2AE3Du ^ byte(n / 2) * 0x27D4EB2Fu ^ byte(n / 3) * 0x165667B1u;
+    hash ^= hash >> 15;
+    hash *= 0x2C1B3C6Du;
+    return hash ^ (hash >> 12);
+}
+
+constexpr uint32_t NameSlotCount = 128;  // a power of two, well above the row count
+static_assert(NameSlotCount >= 2 * StatusVariableCount);
+
+struct NameSlots {
+    int8_t index[NameSlotCount];
+};
+
+constexpr NameSlots MakeNameSlots() {
+    NameSlots slots{};
+    for (int8_t& slot : slots.index) slot = -1;
+    for (int i = 0; i < StatusVariableCount; ++i) {
+        uint32_t at = NameHash(StatusVariableTable[i].Name) & (NameSlotCount - 1);
+        while (slots.index[at] >= 0) at = (at + 1) & (NameSlotCount - 1);
+        slots.index[at] = static_cast<int8_t>(i);
+    }
+    return slots;
+}
+
+constexpr NameSlots VariableNameSlots = MakeNameSlots();
+
+// The row index of `name` in the master copy; -1 when no row has that name.
+constexpr int IndexOf(std::string_view name) {
+    for (uint32_t at = NameHash(name) & (NameSlotCount - 1);; at = (at + 1) & (NameSlotCount - 1)) {
+        const int index = VariableNameSlots.index[at];
+        if (index < 0 || StatusVariableTable[index].Name == name) return index;
+    }
+}
+
+// Each row is found at its own place: so the names are unique, and the
+// slots lose none of them.
+constexpr bool EveryNameFindsItsOwnRow() {
+    for (int i = 0; i < StatusVariableCount; ++i) {
+        if (IndexOf(StatusVariableTable[i].Name) != i) return false;
+    }
+    return IndexOf("") == -1 && IndexOf("P") == -1 && IndexOf("PrinterStatu") == -1 &&
+           IndexOf("PrinterStatusX") == -1;
+}
+
 // Compile-time facts about the master copy.
-
-constexpr bool SameName(const char* a, const char* b) {
-    while (*a != '\0' && *a == *b) {
-        ++a;
-        ++b;
-    }
-    return *a == *b;
-}
-
-constexpr int IndexOf(const char* name) {
-    for (int i = 0; StatusVariableTable[i].Name != nullptr; ++i) {
-        if (SameName(StatusVariableTable[i].Name, name)) {
-            return i;
-        }
-    }
-    return -1;
-}
 
 constexpr bool IsAny(const StatusVariable& row) {
     return MasksDiffer(row.ModelMaskLow, row.ModelMaskHigh, ModelMaskAny.low, ModelMaskAny.high) ==
@@ -122,15 +160,6 @@ constexpr bool TerminatorIsAllZero() {
            end.Value == nullptr && end.Size == 0 && end.ElementSize == 0 &&
            end.PublishType == 0 && end.Dirty == 0 && end.RefreshClass == 0 &&
            end.Attributes == 0;
-}
-
-constexpr bool NamesAreUnique() {
-    for (int i = 0; i < StatusVariableCount; ++i) {
-        if (IndexOf(StatusVariableTable[i].Name) != i) {
-            return false;
-        }
-    }
-    return true;
 }
 
 constexpr bool MasterCopyHoldsNoValue() {
@@ -178,8 +207,8 @@ constexpr bool SizesConsistent() {
 }
 
 static_assert(EveryRowNamedUntilTheEnd());
+static_assert(EveryNameFindsItsOwnRow());
 static_assert(TerminatorIsAllZero());
-static_assert(NamesAreUnique());
 static_assert(MasterCopyHoldsNoValue());
 static_assert(MasksAsIntended());
 static_assert(SizesConsistent());
@@ -190,60 +219,6 @@ static_assert(IndexOf("SendingJobInfo") + 1 == IndexOf("PrintingJobInfo2"));
 static_assert(IndexOf("PrinterName") == 28 && IndexOf("Port") == 29);
 static_assert(IndexOf("OppPowerSaveTime") == 30 && IndexOf("OppOuttray") == 40);
 static_assert(IndexOf("IconState") == StatusVariableCount - 1);
-
-// Where each name stands, found by its hash: variables are looked up by name
-// on every poll and after every response, and a walk that compares each row's
-// name would cost most of the poll. Every table begins with a copy of the
-// master, so a name's place in the master is its place in any port's table.
-// The length and four of its bytes tell the names apart well enough; the
-// probe compares whole names.
-constexpr uint32_t NameHash(std::string_view name) {
-    const std::size_t n = name.size();
-    if (n < 2) return static_cast<uint32_t>(n);
-    const auto byte = [&](std::size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(name[i])); };
-    uint32_t hash = static_cast<uint32_t>(n) * 0x9E3779B1u ^ byte(n - 1) * 0x85EBCA77u ^
-                    byte(n - 2) * 0xC2B2AE3Du ^ byte(n / 2) * 0x27D4EB2Fu ^ byte(n / 3) * 0x165667B1u;
-    hash ^= hash >> 15;
-    hash *= 0x2C1B3C6Du;
-    return hash ^ (hash >> 12);
-}
-
-constexpr uint32_t NameSlotCount = 128;  // a power of two, well above the row count
-static_assert(NameSlotCount >= 2 * StatusVariableCount);
-
-struct NameSlots {
-    int8_t index[NameSlotCount];
-};
-
-constexpr NameSlots MakeNameSlots() {
-    NameSlots slots{};
-    for (int8_t& slot : slots.index) slot = -1;
-    for (int i = 0; i < StatusVariableCount; ++i) {
-        uint32_t at = NameHash(StatusVariableTable[i].Name) & (NameSlotCount - 1);
-        while (slots.index[at] >= 0) at = (at + 1) & (NameSlotCount - 1);
-        slots.index[at] = static_cast<int8_t>(i);
-    }
-    return slots;
-}
-
-constexpr NameSlots VariableNameSlots = MakeNameSlots();
-
-// The row index of `name` in the master copy; -1 when no row has that name.
-constexpr int IndexOfName(std::string_view name) {
-    for (uint32_t at = NameHash(name) & (NameSlotCount - 1);; at = (at + 1) & (NameSlotCount - 1)) {
-        const int index = VariableNameSlots.index[at];
-        if (index < 0 || StatusVariableTable[index].Name == name) return index;
-    }
-}
-
-constexpr bool NameSlotsAgreeWithTheWalk() {
-    for (int i = 0; i < StatusVariableCount; ++i) {
-        if (IndexOfName(StatusVariableTable[i].Name) != i) return false;
-    }
-    return IndexOfName("") == -1 && IndexOfName("P") == -1 && IndexOfName("PrinterStatu") == -1 &&
-           IndexOfName("PrinterStatusX") == -1;
-}
-static_assert(NameSlotsAgreeWithTheWalk());
 
 // The row's visibility under a filter mask: a row without restriction is seen
 // everywhere (by equality), any other only where the masks share a bit.
@@ -256,7 +231,7 @@ bool Visible(const StatusVariable& row, ModelMask filter) {
 // place, and names are unique, so its row is the only one there can be; rows
 // that a table carries behind the master's are walked.
 StatusVariable* FindVisible(const char* name, StatusVariable* table, ModelMask filter) {
-    if (const int index = IndexOfName(name); index >= 0) {
+    if (const int index = IndexOf(name); index >= 0) {
         return Visible(table[index], filter) ? &table[index] : nullptr;
     }
     for (StatusVariable* row = table + StatusVariableCount; row->Name != nullptr; ++row) {
