@@ -89,7 +89,11 @@ void Kernel::ThreadEnded(ThreadRecord* thread, DWORD exitCode) {
     }
     threads_.erase(std::find(threads_.begin(), threads_.end(), thread));
     --running_;
+    if (thread->worker.joinable()) {
+        endedWorkers_.push_back(std::move(thread->worker));
+    }
     delete thread;
+    threadEnded_.notify_all();
     AdvanceIfIdle();
 }
 
@@ -111,6 +115,9 @@ void Kernel::Block(std::unique_lock<std::mutex>& lock, Waiter& waiter) {
     ThreadRecord* self = waiter.thread;
     self->waiting = &waiter;
     --running_;
+    if (windingDown_ && waiter.deadline != NoDeadline) {
+        Complete(waiter, WAIT_TIMEOUT);
+    }
     AdvanceIfIdle();
     while (!waiter.done) {
         if (virtual_.load() || waiter.deadline == NoDeadline) {
@@ -165,32 +172,66 @@ void Kernel::AdvanceIfIdle() {
     }
 }
 
+std::string Kernel::Describe(const ThreadRecord* thread) {
+    std::string text = "thread " + std::to_string(thread->id) + ": ";
+    if (thread->suspended) {
+        return text + "suspended, never resumed";
+    }
+    const Waiter* waiter = thread->waiting;
+    if (waiter == nullptr) {
+        return text + "runs";
+    }
+    if (waiter->count == 0) {
+        return text + (waiter->deadline == NoDeadline ? "sleeps for ever" : "sleeps");
+    }
+    text += "waits on";
+    for (DWORD i = 0; i < waiter->count; ++i) {
+        const KernelObject* object = waiter->objects[i];
+        text += std::string(" ") + KindName(object->kind);
+        if (!object->name.empty()) {
+            text += " \"" + object->name + "\"";
+        }
+    }
+    return text;
+}
+
 void Kernel::ReportDeadlock() {
     std::fprintf(stderr,
                  "langmon platform: deadlock on the virtual clock at tick %llu: every managed "
                  "thread waits with no deadline\n",
                  static_cast<unsigned long long>(virtualNow_.load()));
     for (const ThreadRecord* thread : threads_) {
-        std::fprintf(stderr, "  thread %u: ", thread->id);
-        if (thread->suspended) {
-            std::fprintf(stderr, "suspended, never resumed\n");
-            continue;
-        }
-        const Waiter* waiter = thread->waiting;
-        if (waiter == nullptr || waiter->count == 0) {
-            std::fprintf(stderr, "sleeps for ever\n");
-            continue;
-        }
-        std::fprintf(stderr, "waits on");
-        for (DWORD i = 0; i < waiter->count; ++i) {
-            const KernelObject* object = waiter->objects[i];
-            std::fprintf(stderr, " %s%s%s%s", KindName(object->kind), object->name.empty() ? "" : " \"",
-                         object->name.c_str(), object->name.empty() ? "" : "\"");
-        }
-        std::fprintf(stderr, "\n");
+        std::fprintf(stderr, "  %s\n", Describe(thread).c_str());
     }
     std::fflush(stderr);
     std::abort();
+}
+
+std::size_t Kernel::MadeThreadsRunning() const {
+    return static_cast<std::size_t>(std::count_if(threads_.begin(), threads_.end(), [](const ThreadRecord* thread) {
+        return thread->worker.joinable() && thread != currentRecord;
+    }));
+}
+
+std::vector<std::string> Kernel::EndMadeThreads(std::unique_lock<std::mutex>& lock, DWORD boundMs) {
+    windingDown_ = true;
+    for (ThreadRecord* thread : threads_) {
+        Waiter* waiter = thread->waiting;
+        if (waiter != nullptr && !waiter->done && waiter->deadline != NoDeadline) {
+            Complete(*waiter, WAIT_TIMEOUT);
+        }
+    }
+    threadEnded_.wait_for(lock, std::chrono::milliseconds(boundMs), [this] { return MadeThreadsRunning() == 0; });
+    std::vector<std::string> abandoned;
+    for (ThreadRecord* thread : threads_) {
+        if (thread->worker.joinable() && thread != currentRecord) {
+            abandoned.push_back(Describe(thread));
+            // It may still end on its own; nobody will wait for it.
+            thread->worker.detach();
+        }
+    }
+    windingDown_ = false;
+    return abandoned;
 }
 
 bool Kernel::IsSignalled(const KernelObject* object, const ThreadRecord* thread) {

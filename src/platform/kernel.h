@@ -12,7 +12,9 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace langmon::platform {
@@ -42,6 +44,9 @@ struct ThreadRecord {
     Waiter* waiting = nullptr;       // the call it is blocked in, if any
     bool suspended = false;          // made suspended and not yet resumed
     std::condition_variable resumed;
+    // The system thread behind a thread that CreateThread made; empty for a
+    // thread the platform adopted. Joined once the thread has ended.
+    std::thread worker;
 };
 
 enum class ObjectKind : uint8_t { Semaphore, Event, Mutex, Thread };
@@ -73,6 +78,11 @@ struct KernelObject {
     explicit KernelObject(ObjectKind k) : kind(k) {}
 };
 
+// The platform's state (this kernel, the registry, the spooler's tables, the
+// loaded libraries) is made on first use and never destroyed: a process's
+// static destructors run while threads may still be running, and nothing of
+// the machine may go from under them. EndThreads (thread.h) ends the threads
+// themselves when the process ends.
 class Kernel {
 public:
     static Kernel& Get();
@@ -117,6 +127,16 @@ public:
     DWORD NextThreadId() { return nextThreadId_++; }
     void ResumeLocked(ThreadRecord* thread);
     std::size_t ThreadCount() const { return threads_.size(); }
+    // The system threads of made threads that have ended, handed over to be
+    // joined outside the lock. Lock held.
+    std::vector<std::thread> TakeEndedWorkers() { return std::exchange(endedWorkers_, {}); }
+
+    // Winding down: from now on every wait and sleep with a time-out ends at
+    // once, the waits already blocked included, so that threads reach their
+    // ends; then waits up to `boundMs` of real time for every made thread
+    // but the caller to end. Returns those still running, each described.
+    // Lock held.
+    std::vector<std::string> EndMadeThreads(std::unique_lock<std::mutex>& lock, DWORD boundMs);
 
     void UseVirtualClock(uint64_t start);
     void UseRealClock();
@@ -129,6 +149,13 @@ private:
     void AdvanceIfIdle();
     [[noreturn]] void ReportDeadlock();
 
+
+    std::size_t MadeThreadsRunning() const;
+    static std::string Describe(const ThreadRecord* thread);
+
+    bool windingDown_ = false;
+    std::condition_variable threadEnded_;
+    std::vector<std::thread> endedWorkers_;
     std::atomic<bool> virtual_{false};
     std::atomic<uint64_t> virtualNow_{0};
     std::vector<ThreadRecord*> threads_;

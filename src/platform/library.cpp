@@ -47,8 +47,8 @@ struct Libraries {
 };
 
 Libraries& TheLibraries() {
-    static Libraries libraries;
-    return libraries;
+    static auto* libraries = new Libraries();  // never destroyed, see kernel.h
+    return *libraries;
 }
 
 char FoldAscii(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }

@@ -281,8 +281,8 @@ private:
 
 std::mutex problemMutex;
 std::string& Problem() {
-    static std::string problem;
-    return problem;
+    static auto* problem = new std::string();  // never destroyed, see kernel.h
+    return *problem;
 }
 
 void SetProblem(const std::string& text) {

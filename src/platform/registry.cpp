@@ -47,8 +47,8 @@ struct Registry {
 };
 
 Registry& TheRegistry() {
-    static Registry registry;
-    return registry;
+    static auto* registry = new Registry();  // never destroyed, see kernel.h
+    return *registry;
 }
 
 constexpr REGSAM kAllAccess = 0xFFFFFFFFu;

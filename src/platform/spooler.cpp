@@ -43,8 +43,8 @@ struct Gates {
 };
 
 Gates& TheGates() {
-    static Gates gates;
-    return gates;
+    static auto* gates = new Gates();  // never destroyed, see kernel.h
+    return *gates;
 }
 
 // ---------------------------------------------------------------------------

@@ -27,8 +27,8 @@ struct Queues {
 };
 
 Queues& TheQueues() {
-    static Queues queues;
-    return queues;
+    static auto* queues = new Queues();  // never destroyed, see kernel.h
+    return *queues;
 }
 
 std::string Lower(std::string text) {

@@ -41,8 +41,8 @@ struct StatusBook {
 };
 
 StatusBook& TheStatusBook() {
-    static StatusBook book;
-    return book;
+    static auto* book = new StatusBook();  // never destroyed, see kernel.h
+    return *book;
 }
 
 // The printer's Status is the last word it was given, so forgetting the

@@ -2,8 +2,13 @@
 
 #include "platform/kernel.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 namespace langmon {
 
@@ -13,6 +18,11 @@ using platform::ObjectKind;
 using platform::ThreadRecord;
 
 namespace {
+
+// How long the process's end waits for the threads the platform made.
+constexpr DWORD ExitThreadBoundMs = 2000;
+
+void EndThreadsAtExit() { platform::EndThreads(ExitThreadBoundMs); }
 
 bool IsValidPriority(int priority) {
     return (priority >= THREAD_PRIORITY_LOWEST && priority <= THREAD_PRIORITY_HIGHEST) ||
@@ -32,15 +42,18 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
+    static std::once_flag teardown;
+    std::call_once(teardown, [] { std::atexit(EndThreadsAtExit); });
     Kernel& kernel = Kernel::Get();
+    std::vector<std::thread> ended;
     KernelObject* object = nullptr;
-    ThreadRecord* record = nullptr;
     {
         std::lock_guard lock(kernel.mutex);
+        ended = kernel.TakeEndedWorkers();
         kernel.CurrentThread();
         object = kernel.NewObject(ObjectKind::Thread);
         object->handles = 2;  // the caller's handle and the thread's own
-        record = kernel.AddThread();
+        ThreadRecord* record = kernel.AddThread();
         record->object = object;
         object->thread = record;
         object->threadId = record->id;
@@ -50,17 +63,26 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
         } else {
             kernel.ThreadStarted();
         }
-    }
-    try {
-        std::thread(platform::RunManagedThread, record, routine, argument).detach();
-    } catch (const std::system_error&) {
-        std::lock_guard lock(kernel.mutex);
-        if (record->suspended) {
-            kernel.ThreadStarted();  // ThreadEnded counts it out again
+        // Made under the lock, so that the record holds its system thread
+        // before the thread can end: the new thread's first step waits for
+        // the lock.
+        try {
+            record->worker = std::thread(platform::RunManagedThread, record, routine, argument);
+        } catch (const std::system_error&) {
+            if (record->suspended) {
+                kernel.ThreadStarted();  // ThreadEnded counts it out again
+            }
+            object->handles = 1;
+            kernel.ThreadEnded(record, 0);
+            kernel.CloseObject(object);
+            object = nullptr;
         }
-        object->handles = 1;
-        kernel.ThreadEnded(record, 0);
-        kernel.CloseObject(object);
+    }
+    // Threads that have ended are joined here, by whoever starts the next one.
+    for (std::thread& worker : ended) {
+        worker.join();
+    }
+    if (object == nullptr) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
@@ -158,6 +180,28 @@ BOOL SetThreadPriority(HANDLE thread, int priority) {
 }
 
 namespace platform {
+
+std::size_t EndThreads(DWORD boundMs) {
+    Kernel& kernel = Kernel::Get();
+    std::vector<std::string> abandoned;
+    std::vector<std::thread> ended;
+    {
+        std::unique_lock lock(kernel.mutex);
+        abandoned = kernel.EndMadeThreads(lock, boundMs);
+        ended = kernel.TakeEndedWorkers();
+    }
+    for (std::thread& worker : ended) {
+        worker.join();
+    }
+    if (!abandoned.empty()) {
+        std::fprintf(stderr, "langmon: %zu thread%s did not end within %u ms and %s abandoned:\n", abandoned.size(),
+                     abandoned.size() == 1 ? "" : "s", boundMs, abandoned.size() == 1 ? "is" : "are");
+        for (const std::string& thread : abandoned) {
+            std::fprintf(stderr, "  %s\n", thread.c_str());
+        }
+    }
+    return abandoned.size();
+}
 
 std::size_t ManagedThreadCount() {
     Kernel& kernel = Kernel::Get();

@@ -1,11 +1,9 @@
 // The langmon command.
 
 #include "decode_command.h"
+#include "interruption.h"
 #include "print_command.h"
 #include "status_command.h"
-
-#include <atomic>
-#include <csignal>
 
 #include <iostream>
 #include <string>
@@ -43,10 +41,6 @@ constexpr const char* Usage =
     "  text, quoted, or - to read it from standard input, e.g.\n"
     "    langmon decode - < /sys/class/usbmisc/lp0/device/ieee1284_id\n";
 
-std::atomic<bool> interrupted{false};
-
-void Interrupt(int) { interrupted.store(true); }
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -74,9 +68,8 @@ int main(int argc, char** argv) {
         }
         // Ctrl-C ends a watch the way it should end: polling stopped, the
         // port closed.
-        std::signal(SIGINT, Interrupt);
-        std::signal(SIGTERM, Interrupt);
-        return langmon::tool::RunStatus(options, std::cout, interrupted);
+        langmon::tool::CatchInterruptions();
+        return langmon::tool::RunStatus(options, std::cout, langmon::tool::Interrupted());
     }
     if (words[0] == "decode") {
         langmon::tool::DecodeOptions options;

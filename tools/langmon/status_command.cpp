@@ -1,11 +1,14 @@
 #include "status_command.h"
 
 #include "client_view.h"
+#include "interruption.h"
 #include "job_sender.h"
 #include "printer_target.h"
 #include "printer_view.h"
 
 #include "emulator/printer_description.h"
+#include "framing/job_record.h"
+#include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_printers.h"
 #include "platform/sync.h"
@@ -16,7 +19,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
@@ -237,6 +242,9 @@ public:
             lastStatus = StatusLine(shown);
         }
         if (job_ != nullptr) {
+            const std::string job = "job " + std::to_string(job_->jobId) + " (" + job_->document + ")";
+            Tell("waiting for " + job + " to be handed over to the port; Ctrl-C again abandons it");
+            const AbandonNote note(job + " is abandoned before it was wholly handed over");
             WaitForSingleObject(jobDone_, INFINITE);
             Note(TickAge(GetTickCount(), start), SentText(*job_));
             FinishJob();
@@ -257,6 +265,8 @@ private:
         }
         return "";
     }
+    // A wait the user should know of; JSON keeps standard output for the view.
+    void Tell(const std::string& what) { (options_.json ? std::cerr : out_) << what << '\n' << std::flush; }
     void Note(DWORD at, const std::string& what) {
         if (!options_.json) out_ << Seconds(at) << ": " << what << '\n' << std::flush;
         lastMoment_.clear();
@@ -451,6 +461,16 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
                 watch.Run(interrupted, signal, lines, json.str());
             }
         }
+    }
+    std::optional<AbandonNote> closing;
+    if (JobsTracked(static_cast<PortContext*>(port))) {
+        // The printer has not yet reported the end of a job it was sent, and
+        // the port waits for that: say so, as the wait looks like a hang.
+        (options.json ? std::cerr : out)
+            << "closing the port: the monitor waits up to two minutes for the printer to report the end of the "
+               "job it was sent; Ctrl-C again abandons the wait\n"
+            << std::flush;
+        closing.emplace("the port is left without the printer's report of the job's end");
     }
     if (!monitor.ClosePort(port)) {
         out << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
