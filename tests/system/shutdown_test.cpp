@@ -153,7 +153,7 @@ CommandRun Watch(std::vector<Interruption> signals, std::vector<std::string> mor
 TEST(ShutdownTest, AWatchEndsCleanlyAtWhateverMomentItIsInterrupted) {
     const std::string following = "following the printer";
     std::vector<CommandRun> runs;
-    for (const Interruption& signal : std::vector<Interruption>{{SIGINT, 100, ""},
+    for (const Interruption& signal : std::vector<Interruption>{{SIGINT, 0, "langmon status of printer"},
                                                                 {SIGTERM, 0, following},
                                                                 {SIGINT, 800, following},
                                                                 {SIGTERM, 1600, following},
