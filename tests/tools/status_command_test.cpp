@@ -31,8 +31,9 @@ protected:
         std::string error;
         EXPECT_TRUE(ParseStatusOptions(words, &options, &error)) << error;
         std::ostringstream out;
+        std::ostringstream err;
         const std::atomic<bool> interrupted{interrupt};
-        const int code = RunStatus(options, out, interrupted);
+        const int code = RunStatus(options, out, err, interrupted);
         if (exitCode != nullptr) *exitCode = code;
         return out.str();
     }
@@ -171,7 +172,10 @@ TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
         {{"--watch", "--at", "cover-open"}, "--at takes SECONDS:CHANGE"},
         {{"--watch", "--at", "-1:jam"}, "--at takes SECONDS:CHANGE"},
         {{"--watch", "--at", "3:smoke"}, "--at smoke: unknown printer word \"smoke\""},
-        {{"--watch", "--at", "3:print=/nonexistent/job"}, "cannot read the file"},
+        {{"--watch", "--at", "3:print=/nonexistent/job"},
+         "--at print=/nonexistent/job: /nonexistent/job: cannot be read (No such file or directory)"},
+        {{"--watch", "--at", "3:print=/"}, "--at print=/: /: cannot be read (Is a directory)"},
+        {{"--printer", "emulator:state=/"}, "--printer emulator:state=/: /: cannot be read (Is a directory)"},
         {{"--watch", "--printer", "file:/tmp/x", "--at", "3:jam"}, "only the emulated printer can be changed"},
         {{"--colour"}, "unknown option --colour"},
     };

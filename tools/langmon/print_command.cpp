@@ -13,6 +13,7 @@
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_jobs.h"
+#include "platform/user_input.h"
 
 #include <langmon/monitor.h>
 
@@ -93,10 +94,12 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
     return true;
 }
 
-int RunPrint(const PrintOptions& options, std::ostream& out) {
-    std::string job;
-    if (!ReadWholeFile(options.jobFile, &job)) {
-        out << "langmon print: cannot read " << options.jobFile << '\n';
+int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err) {
+    // The job is read as it is sent, a block at a time; a file that can't be
+    // read at all is told before anything starts.
+    platform::InputFile job(options.jobFile);
+    if (!job.Problem().empty()) {
+        err << "langmon print: " << platform::Printable(job.Problem()) << '\n';
         return 1;
     }
     // The printer at the end of the port: the emulated one, or a file.
@@ -109,8 +112,9 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     std::string portName = options.portName;
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
     if (printerName.empty()) printerName = "langmon";
-    out << "langmon print " << options.jobFile << " on port " << options.portName
-        << " of printer \"" << printerName << "\", to " << target.Description() << '\n';
+    out << "langmon print " << platform::Printable(options.jobFile) << " on port "
+        << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName) << "\", to "
+        << platform::Printable(target.Description()) << '\n';
 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
@@ -124,16 +128,16 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
 
     const std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
     const DWORD jobId = 1;
-    const SentJob sent = SendJob(monitor, port, printerName, jobId, document,
-                                 job, options.blockSize);
+    const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target);
     Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
     int exitCode = sent.started ? 0 : 1;
     if (sent.started) {
         std::ostringstream what;
         what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
-             << job.size() << " bytes taken";
+             << sent.job.Size() << " bytes taken";
         if (!sent.writeFailure.empty()) {
-            what << "; " << sent.writeFailure;
+            what << "; " << platform::Printable(sent.writeFailure);
+            err << "langmon print: the job did not go through: " << platform::Printable(sent.writeFailure) << '\n';
             exitCode = 1;
         }
         Line(out, "WritePort", what.str());
@@ -170,16 +174,13 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     DescribeSpoolerView(out, printerName);
     exitCode = ok ? exitCode : 1;
 
-    const std::string_view jobBytes = job;
     if (emulator::Printer* printer = target.Emulated()) {
         WaitForPrinter(*printer);
-        DescribeReceived(out, jobBytes, printer->Received());
+        DescribeReceived(out, sent.job, target.Received());
         DescribePrinter(out, *printer);
         return exitCode;
     }
-    if (std::string received; ReadWholeFile(target.OutputPath(), &received)) {
-        DescribeReceived(out, jobBytes, received);
-    }
+    DescribeReceived(out, sent.job, target.Received());
     return exitCode;
 }
 
