@@ -164,6 +164,13 @@ TEST_F(StatusCommandTest, AnInterruptedWatchStopsAtOnceAndClosesThePort) {
     EXPECT_LT(GetTickCount() - start, 30000u) << text;
 }
 
+// A change is echoed as it is made, with the bytes a terminal would obey
+// escaped: a panel text may hold any.
+TEST_F(StatusCommandTest, TheWatchEchoesAChangeWithItsControlBytesEscaped) {
+    const std::string text = Run({"--watch", "--for", "2", "--at", "1:panel=\x1B[2J|\x07"});
+    EXPECT_NE(Find(text, "+1.0 s: the printer: panel=\\x1B[2J|\\x07\n"), std::string::npos) << text;
+}
+
 TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},

@@ -280,7 +280,7 @@ private:
         } else {
             printer->Change([&](emulator::PrinterState& state) { emulator::ApplyPrinterDescription(change.words, state); });
         }
-        Note(at, "the printer: " + change.words);
+        Note(at, "the printer: " + platform::Printable(change.words));
     }
     void StartJob(const std::string& path, DWORD at) {
         const std::string shownPath = platform::Printable(path);
