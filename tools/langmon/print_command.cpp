@@ -33,7 +33,8 @@ namespace {
 constexpr DWORD MonitoringLimitMs = 120000;
 
 void Line(std::ostream& out, const std::string& call, const std::string& what) {
-    out << "  " << std::left << std::setw(16) << call << what << '\n';
+    // Each call as it ends: a person or a pipe follows the job as it goes.
+    out << "  " << std::left << std::setw(16) << call << what << '\n' << std::flush;
 }
 
 // Waits until the printer has printed everything it holds, or has printed
@@ -116,7 +117,8 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     if (printerName.empty()) printerName = "langmon";
     out << "langmon print " << platform::Printable(options.jobFile) << " on port "
         << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName) << "\", to "
-        << platform::Printable(target.Description()) << '\n';
+        << platform::Printable(target.Description()) << '\n'
+        << std::flush;
 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
