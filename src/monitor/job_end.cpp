@@ -6,6 +6,7 @@
 #include "manager/manager_link.h"
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
+#include "monitor/serial_hold.h"
 #include "monitor/write_strategy.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
@@ -152,7 +153,9 @@ BOOL EndDocPort(HANDLE hPort) {
         return TRUE;
     }
 
-    WaitForSingleObject(port->serialSemaphore, SerialWaitMs);
+    // The job ends whether or not the semaphore comes.
+    SerialHold serial(port);
+    serial.Take();
     ClearPortFlag(port, PF_JOB_DELETED);
     bool opened = false;
     OpenPseudoDocumentIfClosed(port, &opened);
@@ -184,7 +187,7 @@ BOOL EndDocPort(HANDLE hPort) {
     ClearPortFlag(port, PF_JOB_RESET);
     // An ECP port is looked at anew for each job.
     port->portMode &= ~PM_ECP;
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial.Release();
     // With no status thread alive nobody else will send what the port
     // didn't take.
     if (!HasPortFlag(port, PF_STATUS_ALIVE)) FlushPending(port);

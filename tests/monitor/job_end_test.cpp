@@ -129,6 +129,29 @@ TEST_F(JobRoadTest, ATrailerThePortWontTakeIsTriedForAMinuteThenLetGo) {
     EXPECT_EQ(Received("LPT1"), PostScriptJob.substr(120) + ExpectedTrailer(port->trailerIdentifier));
 }
 
+// The test holds the semaphore, as a status thread whose pass never ends
+// would. A job's start on a port that isn't local, and a job's end, go on
+// without it after 30 s, and give nothing back: the holder still has it.
+TEST_F(JobRoadTest, ACallThatWaitedTheSemaphoreOutGivesNothingBack) {
+    PortContext* serial = Open("COM1");
+    PortContext* parallel = Open("LPT1");
+    ASSERT_TRUE(Start(parallel));
+    for (PortContext* port : {serial, parallel}) {
+        ASSERT_EQ(WaitForSingleObject(port->serialSemaphore, 0), WAIT_OBJECT_0);
+    }
+    const DWORD before = Elapsed();
+    EXPECT_TRUE(Start(serial));
+    EXPECT_TRUE(EndDocPort(parallel));
+    EXPECT_GE(Elapsed() - before, 2 * SerialWaitMs);
+    EXPECT_LT(Elapsed() - before, 2 * SerialWaitMs + 1000);
+    for (PortContext* port : {serial, parallel}) {
+        EXPECT_EQ(WaitForSingleObject(port->serialSemaphore, 0), WAIT_TIMEOUT)
+            << port->portName << ": a third caller got in beside the holder";
+        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    }
+    EXPECT_TRUE(EndDocPort(serial));
+}
+
 TEST_F(JobRoadTest, APassThroughJobTellsTheSpoolerItsLastPageIsOut) {
     platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
     platform::SpoolerJob queued;
