@@ -248,7 +248,6 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
 
     bool probed = false;
     bool discarded = false;
-    DWORD keptError = 0;
     if (HasPortFlag(port, PF_HEADER_DUE)) {
         switch (PassHeaderGate(port, &probed)) {
         case Gate::TakeNothing:
@@ -268,9 +267,12 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
         }
     }
     if (HasPortFlag(port, PF_DISCARD)) {
+        // The block is swallowed, and that is all the spooler hears of it:
+        // the thread's last error at this moment was left by some earlier
+        // call, and a failure would have the spooler fail a job that the
+        // monitor has already wound up.
         *pcbWritten = cbBuf;
         discarded = true;
-        keptError = GetLastError();
     } else {
         WriteJobData(port, pBuffer, cbBuf, pcbWritten);
     }
@@ -278,9 +280,7 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
         ClearPortFlag(port, PF_HEADER_DUE);
     }
     port->jobOpen = 1;
-    serial.Release();
-    SetLastError(keptError);
-    return keptError == 0 ? TRUE : FALSE;
+    return ReturnToSpooler(&serial, 0);
 }
 
 }  // namespace langmon
