@@ -48,10 +48,13 @@ void SendTrailer(PortContext* port) {
     request.copies = NoCount;
 
     // The held bytes and the trailer leave in one write. Both live here, not
-    // on the heap, so that no failure can lose the job's last bytes.
+    // on the heap, so that no failure can lose the job's last bytes. A job
+    // cut short sends them too: the spooler handed them over before the cut,
+    // and the discard swallows only what came after it. Only the job's own
+    // bytes: a line this job never filled holds nothing of an earlier one.
     uint8_t payload[DataTailLength + JobFrameBufferSize];
     DWORD held = 0;
-    if (!IsUsbPort(port) && (port->portMode & PM_ECP) == 0 && !HasPortFlag(port, PF_DISCARD)) {
+    if (!IsUsbPort(port) && (port->portMode & PM_ECP) == 0) {
         held = port->tailLength;
         std::memcpy(payload, HeldJobBytes(port), held);
     }

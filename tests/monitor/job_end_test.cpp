@@ -7,6 +7,7 @@
 #include "platform/spooler_jobs.h"
 #include "variables/status_variable.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace langmon {
@@ -79,17 +80,26 @@ TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
     EXPECT_EQ(queue->Dirty, 0u);
 }
 
-TEST_F(JobRoadTest, ADiscardedJobSendsTheTrailerAloneAndNoneOfItsHeldBytes) {
+// A job cut short (its printer gone silent, a cancel at the host) has its
+// data swallowed from the cut on. What the spooler handed over before the
+// cut still goes: the bytes the delay line holds leave with the trailer, and
+// only the job's own, however few.
+TEST_F(JobRoadTest, ADiscardedJobStillSendsWhatCameBeforeTheCut) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
-    ASSERT_TRUE(Start(port));
-    const std::string id = port->jobIdentifier;
-    Send(port, PostScriptJob.substr(0, 150));
-    SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
-    Send(port, PostScriptJob.substr(150));
-    ASSERT_TRUE(EndDocPort(port));
-    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, 70) + ExpectedTrailer(id));
-    EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
+    auto& below = lower.Port("LPT1");
+    for (const std::size_t cut : {150, 30}) {
+        ASSERT_TRUE(Start(port));
+        const std::string id = port->jobIdentifier;
+        below.ForgetCalls();
+        Send(port, PostScriptJob.substr(0, cut));
+        SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
+        Send(port, PostScriptJob.substr(cut));
+        ASSERT_TRUE(EndDocPort(port));
+        EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, cut) + ExpectedTrailer(id));
+        EXPECT_EQ(below.Calls(CallKind::WritePort).back().bytes.size(), std::min<std::size_t>(cut, 80) + 51);
+        EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
+    }
 }
 
 TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {
