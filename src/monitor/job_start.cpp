@@ -82,9 +82,12 @@ void FollowJob(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, L
     }
     PollPrinterStatus(port);
     // Only a printer with a client gets a header: nobody else would read
-    // what the printer reports on the job.
+    // what the printer reports on the job. Settled either way for each job,
+    // since an earlier job with a client that sent no data left it set.
     if (port->jobManager != nullptr) {
         SetPortFlag(port, PF_HEADER_DUE);
+    } else {
+        ClearPortFlag(port, PF_HEADER_DUE);
     }
     if (port->jobListHead == nullptr) {
         DrainPrinterInput(0, port);
