@@ -14,6 +14,7 @@
 #include "variables/spooler_status.h"
 #include "variables/status_variable.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace langmon {
@@ -215,7 +216,14 @@ void UpdatePrinterExtStatus(PortContext* port) {
         return;
     }
     uint32_t value = *static_cast<uint32_t*>(row->Value);
-    value = (port->portKind & PK_MONITORED) != 0 ? 1 : value & ~0x7u;
+    if ((std::atomic_ref<uint32_t>(port->portKind).load() & PK_MONITORED) != 0) {
+        value = 1;
+    } else {
+        // A port no longer watched carries nothing either way: its clients
+        // are told 0, not the two-way bits it had while it was open.
+        std::atomic_ref<uint32_t>(port->portKind).store(0);
+        value &= ~0x7u;
+    }
     if ((port->portKind & PK_BIDI) != 0) value |= 0x6;
     *static_cast<uint32_t*>(row->Value) = value;
     const bool clients = port->managers != nullptr;

@@ -100,6 +100,16 @@ TEST_F(StatusThreadTest, AJobIsFollowedEveryThreeSecondsUntilItLeavesThenThePrin
     EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
     EXPECT_EQ(WaitForSingleObject(port->statusEndedEvent, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(EndDocPort(port));
+
+    // The port closes: its client hears that it is neither watched nor
+    // two-way any more, and that the printer is gone from it.
+    ASSERT_TRUE(Close(port));
+    const auto ext = manager.HandedTo(Printer, "PrinterExtStatus");
+    ASSERT_FALSE(ext.empty());
+    EXPECT_EQ(ext.back().Word(0), 0u);
+    const auto status = manager.HandedTo(Printer, "PrinterStatus");
+    ASSERT_FALSE(status.empty());
+    EXPECT_EQ(status.back().Word(4), 0x1000u);
 }
 
 TEST_F(StatusThreadTest, AJobThatLeftBeforeThePollEndsTheThreadWithoutAWordToThePrinter) {
