@@ -3,7 +3,7 @@
 #include "framing/job_frame.h"
 #include "framing/job_identifier.h"
 #include "framing/job_record.h"
-#include "manager/manager_link.h"
+#include "manager/job_printer.h"
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/serial_hold.h"
@@ -198,13 +198,10 @@ BOOL EndDocPort(HANDLE hPort) {
 }
 
 DWORD CountWaitingJobs(PortContext* port) {
-    HANDLE printer = port->jobManager != nullptr ? port->jobManager->spoolerHandle : nullptr;
-    bool opened = false;
+    const JobPrinter job(port);
+    const HANDLE printer = job.Handle();
     if (printer == nullptr) {
-        if (!OpenPrinterA(port->printerName, &printer, nullptr)) {
-            return 0;
-        }
-        opened = true;
+        return 0;
     }
     DWORD waiting = 0;
     for (int attempt = 0; attempt < SpoolerTries; ++attempt) {
@@ -236,9 +233,6 @@ DWORD CountWaitingJobs(PortContext* port) {
         if (listed) {
             break;
         }
-    }
-    if (opened) {
-        ClosePrinter(printer);
     }
     return waiting;
 }
