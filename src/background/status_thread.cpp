@@ -168,11 +168,11 @@ DWORD StatusThreadMain(LPVOID argument) {
     return 0;
 }
 
-}  // namespace
-
-int StartStatusThread(PortContext* port) {
-    if ((port->portKind & (PK_LOCAL | PK_SERIAL)) == 0) return 0;
-    // A thread that has cleared PF_STATUS_ALIVE only finishes its last acts.
+/* StartStatusThreadLocked: the start itself, with the port's lock held and
+   PF_STATUS_ALIVE clear. */
+int StartStatusThreadLocked(PortContext* port) {
+    // A thread that has cleared PF_STATUS_ALIVE only finishes its last acts,
+    // none of which needs the port's lock.
     JoinStatusThread(port);
     SetPortFlag(port, PF_STATUS_RUN);
     HANDLE wake = CreateEventA(nullptr, FALSE, FALSE, nullptr);
@@ -198,6 +198,16 @@ int StartStatusThread(PortContext* port) {
                                                              : THREAD_PRIORITY_LOWEST);
     port->statusThread = thread;
     return 1;
+}
+
+}  // namespace
+
+int StartStatusThread(PortContext* port) {
+    if ((port->portKind & (PK_LOCAL | PK_SERIAL)) == 0) return 0;
+    LockPort(port);
+    const int runs = HasPortFlag(port, PF_STATUS_ALIVE) ? 1 : StartStatusThreadLocked(port);
+    UnlockPort(port);
+    return runs;
 }
 
 int StatusThreadShouldStop(PortContext* port) {

@@ -94,9 +94,7 @@ void FollowJob(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, L
     }
     if (port->jobManager != nullptr) {
         SetPortWord(port->watchJob, 1);
-        if (!HasPortFlag(port, PF_STATUS_ALIVE)) {
-            StartStatusThread(port);
-        }
+        StartStatusThread(port);
     }
     if (port->docInfo != nullptr) {
         FreeDocInfo(port->docInfoLevel, port->docInfo);
