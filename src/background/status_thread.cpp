@@ -244,8 +244,12 @@ void MarkMonitoring(int on, PortContext* port) {
 }
 
 void FinishMonitoring(PortContext* port) {
-    // Nobody will send the rest of a trailer once the thread has gone; a
-    // printer that doesn't answer has nobody to take it.
+    // What the port has not taken is the end of a job: the trailer, and on
+    // the ports that hold a job's last bytes back those bytes too. Nobody
+    // sends it once the thread has gone, and the port's reset would drop it,
+    // so the printer is given it here, for up to a minute, though the
+    // semaphore is held meanwhile: anything sent next would have to go
+    // behind it anyway. A printer that doesn't answer has nobody to take it.
     if (!HasPortFlag(port, PF_OFFLINE)) FlushPending(port);
     if (PortWord(port->suspendRequested) != 0 && JobsTracked(port)) CancelQueuedJobs(port);
     if (PortWord(port->goodbyePending) != 0) {

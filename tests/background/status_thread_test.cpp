@@ -214,6 +214,31 @@ TEST_F(StatusThreadTest, ASuspendDuringAJobIsDroppedAndOneAfterItEndsTheThreadWi
     EXPECT_EQ(port->jobListHead, nullptr);
     EXPECT_EQ(Received("LPT1"), sent + Goodbye);
     EXPECT_EQ(PortWord(port->suspendRequested), 0u);
+
+    // A job whose trailer the port won't take: on its way out the thread
+    // offers it for a minute, then lets it go, and the next job reaches the
+    // printer clean.
+    ASSERT_TRUE(Start(port, 13));
+    EXPECT_EQ(Send(port, Job), Job.size());
+    auto& below = lower.Port("LPT1");
+    for (int i = 0; i < 1000; ++i) below.QueueWrite(testing::WriteAnswer::TakeNothing(ERROR_TIMEOUT));
+    ASSERT_TRUE(EndDocPort(port));
+    ASSERT_NE(port->pendingLength, 0u);
+    const std::string stuck = Received("LPT1");
+    SetPortWord(port->suspendRequested, 1);
+    WakeStatusThread(port);
+    const DWORD suspended = GetTickCount();
+    ASSERT_TRUE(WaitForThreadEnd(StatusPassJobMs + 61000));
+    EXPECT_GT(GetTickCount() - suspended, 60000u);
+    EXPECT_EQ(port->pendingLength, 0u);
+    EXPECT_EQ(Received("LPT1"), stuck);
+    below.ForgetQueuedWrites();
+    below.ForgetCalls();
+    ASSERT_TRUE(Start(port, 14));
+    const std::string id = port->jobIdentifier;
+    EXPECT_EQ(Send(port, Job), Job.size());
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), testing::ExpectedHeader(id) + Job + testing::ExpectedTrailer(id));
 }
 
 // A client's "Wake Up" and a job's start at the same moment share one status
