@@ -29,7 +29,6 @@ public:
     bool TakeOr(HANDLE other);
     // Gives back what this hold took, and nothing otherwise.
     void Release();
-    bool Held() const { return held_; }
 
 private:
     PortContext* port_;
