@@ -216,7 +216,7 @@ TEST_F(BindingTest, EveryAllocationFailureLeavesNoLinkAndNothingHeld) {
 // allocation fails there, the printer's handle is opened as the link's own:
 // shared with the threads that tell the spooler its status, so that a bound
 // client's printer is told to the spooler, and closed when the link goes.
-TEST_F(BindingTest, EveryAllocationFailureOfAJobsStartLeavesThePrinterHandleTheLinks) {
+TEST_F(BindingTest, EveryAllocationFailureOfAJobsStartLeavesThePrinterHandleSharedAndClosedWithTheLink) {
     for (std::size_t nth = 0;; ++nth) {
         SCOPED_TRACE("allocation " + std::to_string(nth));
         DescribePrinter(Printer, Driver6200, "LPT1");
