@@ -56,14 +56,34 @@ void StopWatchingJob(PortContext* port) {
     port->ecpBusy = 0;
 }
 
-/* LeaveStatusThread: the thread's last acts. Once statusWakeEvent is null
-   the closing port may go on; the join in StopStatusThread covers the rest
-   of these steps. */
-void LeaveStatusThread(PortContext* port, SerialHold* serial) {
+/* LeaveStatusThread: the thread's last acts, unless a client's "Wake Up"
+   or a job's start came while it was on its way out: they found the thread
+   alive and started none, so it stays for them, and false says so. The look
+   and the end of PF_STATUS_ALIVE are one step under the port's lock, as
+   theirs are. Once statusWakeEvent is null the closing port may go on; the
+   join in StopStatusThread covers the rest of these steps. */
+bool LeaveStatusThread(PortContext* port, SerialHold* serial) {
+    LockPort(port);
+    if (Running(port) && (PortWord(port->wakeRequested) != 0 || PortWord(port->watchJob) != 0)) {
+        UnlockPort(port);
+        serial->Release();
+        return false;
+    }
     ClearPortFlag(port, PF_STATUS_RUN | PF_STATUS_ALIVE);
+    UnlockPort(port);
     std::atomic_ref<HANDLE>(port->statusWakeEvent).store(nullptr);
     SetEvent(port->statusEndedEvent);
     serial->Release();
+    return true;
+}
+
+/* ForgetRequests: a thread that leaves for want of clients leaves no wish
+   behind to hold the next one. */
+void ForgetRequests(PortContext* port) {
+    LockPort(port);
+    SetPortWord(port->wakeRequested, 0);
+    SetPortWord(port->watchJob, 0);
+    UnlockPort(port);
 }
 
 /* JoinStatusThread: waits for a thread that has been told to end or has
@@ -80,26 +100,21 @@ void JoinStatusThread(PortContext* port) {
     }
 }
 
-/* StatusThreadMain: the loop. Each pass takes the semaphore for its body
-   only and never sleeps holding it, so a spooler call waits for one pass
-   body at most. */
-DWORD StatusThreadMain(LPVOID argument) {
-    auto* port = static_cast<PortContext*>(argument);
-    const HANDLE wake = WakeEvent(port);
+/* FollowPrinter: the loop, up to the last acts before the thread goes. Each
+   pass takes the semaphore for its body only and never sleeps holding it,
+   so a spooler call waits for one pass body at most. Returns with the
+   semaphore held if it could be had. */
+void FollowPrinter(PortContext* port, HANDLE wake, SerialHold& serial) {
     SetPortFlag(port, PF_STATUS_ALIVE);
     port->statusTickCount = 0;
     bool reconciled = false;
     MarkMonitoring(1, port);
 
-    // A wait of the way out that runs out is no error: the thread goes on
-    // without the semaphore.
-    SerialHold serial(port);
     if (StatusThreadShouldStop(port) != 0) {
         serial.Take();
         FinishMonitoring(port);
         ResetPortState(port);
-        LeaveStatusThread(port, &serial);
-        return 0;
+        return;
     }
 
     for (;;) {
@@ -123,7 +138,10 @@ DWORD StatusThreadMain(LPVOID argument) {
                 if (StatusThreadShouldStop(port) != 0) break;
                 if (reconciled) ReconcileClients(port);
             }
-            if (!HasClients(port) || !Running(port)) break;
+            if (!HasClients(port) || !Running(port)) {
+                ForgetRequests(port);
+                break;
+            }
             serial.Release();
         }
 
@@ -164,7 +182,17 @@ DWORD StatusThreadMain(LPVOID argument) {
         DeriveErrorVariables(port, 0);
     }
     ResetPortState(port);
-    LeaveStatusThread(port, &serial);
+}
+
+DWORD StatusThreadMain(LPVOID argument) {
+    auto* port = static_cast<PortContext*>(argument);
+    const HANDLE wake = WakeEvent(port);
+    // A wait of the way out that runs out is no error: the thread goes on
+    // without the semaphore.
+    SerialHold serial(port);
+    do {
+        FollowPrinter(port, wake, serial);
+    } while (!LeaveStatusThread(port, &serial));
     return 0;
 }
 
@@ -257,9 +285,9 @@ void FinishMonitoring(PortContext* port) {
         SetPortWord(port->goodbyePending, 0);
     }
     MarkMonitoring(0, port);
+    // The wishes that held the thread are left as they are: one that came
+    // after the thread chose to go keeps it (LeaveStatusThread).
     SetPortWord(port->suspendRequested, 0);
-    SetPortWord(port->wakeRequested, 0);
-    SetPortWord(port->watchJob, 0);
     SetPortWord(port->goodbyePending, 0);
 }
 

@@ -38,6 +38,15 @@ protected:
 
     bool WaitForThreadEnd(DWORD limitMs = 120000) { return testing::WaitUntilThreadEnded(port, limitMs); }
 
+    // A client's request by name; its 4-byte answer.
+    int32_t Ask(const char* request) {
+        std::string name = request;
+        int32_t answer = -1;
+        DWORD returned = 0;
+        GetPrinterDataFromPort(port, 0, name.data(), nullptr, 0, reinterpret_cast<LPSTR>(&answer), 4, &returned);
+        return answer;
+    }
+
     // The ticks of the device ID requests that came after `since`.
     std::vector<DWORD> PollTicks(DWORD since) {
         std::vector<DWORD> ticks;
@@ -148,8 +157,27 @@ TEST_F(StatusThreadTest, APausedJobIsToldToItsClientAndAnIdlePortIsPolledEveryFo
     EXPECT_EQ(Gaps(PollTicks(idle)), (std::vector<DWORD>{4000, 4000, 4000}));
     EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
 
+    // "Stop Polling", and "Wake Up" again just as the thread, on its way
+    // out, tells the client that monitoring is off: the client's wish came
+    // after the thread chose to go, and the thread stays for it.
+    int32_t woken = -1;
+    manager.WhenHanded([&](const testing::HandedValue& value) {
+        if (woken != -1 || value.name != "PrinterExtStatus" || (value.Word(0) & MonitoringBit) != 0) return;
+        char wake[] = "Wake Up";
+        DWORD returned = 0;
+        GetPrinterDataFromPort(port, 0, wake, nullptr, 0, reinterpret_cast<LPSTR>(&woken), 4, &returned);
+    });
+    EXPECT_EQ(Ask("Stop Polling"), 0);
+    Sleep(StatusPassIdleMs);
+    manager.WhenHanded(nullptr);
+    EXPECT_EQ(woken, 0);
+    const DWORD woke = GetTickCount();
+    Sleep(2 * StatusPassIdleMs);
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE)) << "the thread polls on";
+    EXPECT_EQ(PollTicks(woke).size(), 2u);
+
     // "Stop Polling": nothing holds the thread any more.
-    SetPortWord(port->wakeRequested, 0);
+    EXPECT_EQ(Ask("Stop Polling"), 0);
     EXPECT_TRUE(WaitForThreadEnd(StatusPassIdleMs + 1000));
     EXPECT_EQ(Received("LPT1").find("USTATUSOFF"), std::string::npos)
         << "the job left before a poll of the thread";
