@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <fstream>
+#include <sstream>
 
 namespace langmon::emulator {
 namespace {
@@ -301,20 +302,28 @@ std::string SetPrinterValue(PrinterState& state, std::string_view key, std::stri
 }
 
 std::string LoadPrinterStateFile(const std::string& path, PrinterState& state) {
-    std::ifstream file(path);
+    std::ifstream file(path, std::ios::binary);
     if (!file) return path + ": cannot be read";
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        std::string_view text = line;
-        if (size_t hash = text.find('#'); hash != std::string_view::npos) text = text.substr(0, hash);
-        text = Trim(text);
-        if (text.empty()) continue;
-        size_t equals = text.find('=');
-        if (equals == std::string_view::npos) {
-            return path + ":" + std::to_string(number) + ": expected key = value";
-        }
-        std::string problem = SetPrinterValue(state, Trim(text.substr(0, equals)), Trim(text.substr(equals + 1)));
-        if (!problem.empty()) return path + ":" + std::to_string(number) + ": " + problem;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return ReadPrinterStateText(text.str(), path, state);
+}
+
+std::string ReadPrinterStateText(std::string_view text, std::string_view source, PrinterState& state) {
+    for (int number = 1; !text.empty(); ++number) {
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+        if (size_t hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
+        line = Trim(line);
+        if (line.empty()) continue;
+        const auto at = [&](const std::string& problem) {
+            return std::string(source) + ":" + std::to_string(number) + ": " + problem;
+        };
+        size_t equals = line.find('=');
+        if (equals == std::string_view::npos) return at("expected key = value");
+        std::string problem = SetPrinterValue(state, Trim(line.substr(0, equals)), Trim(line.substr(equals + 1)));
+        if (!problem.empty()) return at(problem);
     }
     return "";
 }
