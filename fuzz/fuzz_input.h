@@ -12,7 +12,8 @@ namespace langmon::fuzz {
 
 class InputReader {
 public:
-    InputReader(const uint8_t* data, std::size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
+    InputReader(const uint8_t* data, std::size_t size)
+        : rest_(reinterpret_cast<const char*>(data), size) {}
 
     bool AtEnd() const { return rest_.empty(); }
 

@@ -19,14 +19,15 @@ namespace langmon::fuzz {
 
 namespace {
 
-char printerName[] = "Fuzz Printer";
-
 // A driver of the model table with a status key: its printers get a client.
 constexpr const char* ClientDriver = "Quor Printer 6200tx PS";
 
 // The longest a thread of the monitor outlives its port: a status word for
 // the spooler is retried for 17 seconds.
 constexpr int SettleSeconds = 60;
+
+// A spooler gives a job up when the port took nothing this many calls running.
+constexpr int MostFruitlessWrites = 100;
 
 // What the answering port monitor was written, from whichever thread wrote.
 std::mutex receivedMutex;
@@ -62,7 +63,32 @@ std::string ReadyPrinterId() {
 }
 
 void GivePrinterAClient(const char* portName) {
-    platform::AddPrinterQueue(printerName, ClientDriver, portName, true);
+    platform::AddPrinterQueue(PrinterName, ClientDriver, portName, true);
+}
+
+BOOL StartJob(HANDLE port, DWORD jobId) {
+    std::string printer(PrinterName);
+    char document[] = "fuzz";
+    DOC_INFO_1 info{document, nullptr, nullptr};
+    return LanguageMonitor().StartDocPort(port, printer.data(), jobId, 1, reinterpret_cast<LPBYTE>(&info));
+}
+
+std::size_t SendBlocks(HANDLE port, std::string_view bytes, std::size_t block, bool* failed) {
+    *failed = false;
+    std::size_t taken = 0;
+    for (int fruitless = 0; taken < bytes.size() && fruitless < MostFruitlessWrites;) {
+        // The spooler's buffer is its own: the monitor may not keep a pointer into the input.
+        std::string piece(bytes.substr(taken, block));
+        DWORD written = 0;
+        if (!LanguageMonitor().WritePort(port, reinterpret_cast<LPBYTE>(piece.data()),
+                                         static_cast<DWORD>(piece.size()), &written)) {
+            *failed = true;
+            break;
+        }
+        fruitless = written == 0 ? fruitless + 1 : 0;
+        taken += written;
+    }
+    return taken;
 }
 
 FuzzPort::FuzzPort(const char* portName, std::string_view deviceId)
@@ -79,8 +105,9 @@ FuzzPort::FuzzPort(const char* portName, const MONITOR& lower) : lower_(lower) {
 
 void FuzzPort::Open(const char* portName) {
     std::string name(portName);
+    std::string printer(PrinterName);
     // A port that can't be opened is a fault of the harness, not a finding.
-    if (!LanguageMonitor().OpenPortEx(name.data(), printerName, &handle_, &lower_)) std::abort();
+    if (!LanguageMonitor().OpenPortEx(name.data(), printer.data(), &handle_, &lower_)) std::abort();
     context_ = static_cast<PortContext*>(handle_);
 }
 

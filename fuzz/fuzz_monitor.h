@@ -49,6 +49,16 @@ std::string ReadyPrinterId();
 // linked_status_manager.h).
 void GivePrinterAClient(const char* portName);
 
+// The spooler's side of a job on an open port: StartDocPort for PrinterName
+// with a document of its own; FALSE, with the last error, as the monitor
+// refused it.
+BOOL StartJob(HANDLE port, DWORD jobId);
+// Hands `bytes` to WritePort in blocks of at most `block` bytes, each passed
+// again from where the port stopped taking, until all is taken, a call fails
+// or the port took nothing a hundred times running, as a spooler gives up.
+// Returns how many bytes were taken; `failed` says whether a call failed.
+std::size_t SendBlocks(HANDLE port, std::string_view bytes, std::size_t block, bool* failed);
+
 // A port opened through the monitor for PrinterName; closed by the
 // destructor, which then lets the monitor's threads of the port end.
 class FuzzPort {

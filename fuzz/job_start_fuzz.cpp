@@ -42,14 +42,18 @@ struct Port {
 constexpr Port Ports[] = {{"USB001", 0}, {"LPT1", 2}, {"LPT1", 1}};
 
 void FixPortMode(DWORD mode) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "SOFTWARE\\Quor\\Status Monitor\\Printers", "MyPortMode", mode);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, "SOFTWARE\\Quor\\Status Monitor\\Printers",
+                               "MyPortMode", mode);
 }
 
-[[noreturn]] void Fail(const std::string& what, const std::string& expected, const std::string& received) {
+[[noreturn]] void Fail(const std::string& what, const std::string& expected,
+                       const std::string& received) {
     std::size_t at = 0;
     while (at < expected.size() && at < received.size() && expected[at] == received[at]) ++at;
-    std::fprintf(stderr, "job start: %s; %zu bytes expected, %zu received, the first difference at byte %zu\n",
-                 what.c_str(), expected.size(), received.size(), at);
+    std::fprintf(
+        stderr,
+        "job start: %s; %zu bytes expected, %zu received, the first difference at byte %zu\n",
+        what.c_str(), expected.size(), received.size(), at);
     std::abort();
 }
 
@@ -61,37 +65,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Port& where = Ports[data[1] % std::size(Ports)];
     const std::string job(reinterpret_cast<const char*>(data) + 2, size - 2);
 
-    const MONITOR& monitor = fuzz::LanguageMonitor();
+    fuzz::LanguageMonitor();
     fuzz::GivePrinterAClient(where.name);
     FixPortMode(where.mode);
     fuzz::FuzzPort port(where.name, fuzz::ReadyPrinterId());
-    std::string printerName = fuzz::PrinterName;
-    char documentName[] = "fuzz";
-    DOC_INFO_1 doc{documentName, nullptr, nullptr};
-    if (!monitor.StartDocPort(port.Handle(), printerName.data(), 1, 1, reinterpret_cast<LPBYTE>(&doc))) {
-        Fail("StartDocPort failed", "", "");
-    }
+    if (!fuzz::StartJob(port.Handle(), 1)) Fail("StartDocPort failed", "", "");
     const std::string identifier = port.Context()->jobIdentifier;
-    // The spooler's loop: every call is given the block from where the port
-    // stopped taking; a port that takes nothing for long has lost the job.
-    std::size_t taken = 0;
-    for (int idle = 0; taken < job.size() && idle < 100;) {
-        std::string piece = job.substr(taken, std::min(block, job.size() - taken));
-        DWORD written = 0;
-        if (!monitor.WritePort(port.Handle(), reinterpret_cast<LPBYTE>(piece.data()), static_cast<DWORD>(piece.size()),
-                               &written)) {
-            Fail("WritePort failed", "", "");
-        }
-        idle = written == 0 ? idle + 1 : 0;
-        taken += written;
-    }
+    bool failed = false;
+    const std::size_t taken = fuzz::SendBlocks(port.Handle(), job, block, &failed);
+    if (failed) Fail("WritePort failed", "", "");
     if (taken != job.size()) Fail("the port stopped taking the job", job, job.substr(0, taken));
-    if (!monitor.EndDocPort(port.Handle())) Fail("EndDocPort failed", "", "");
+    if (!fuzz::LanguageMonitor().EndDocPort(port.Handle())) Fail("EndDocPort failed", "", "");
 
     const bool looked = !job.empty();
-    const bool uelDropped = looked && std::min(block, job.size()) >= LookedInto && job.starts_with(Uel);
+    const bool uelDropped =
+        looked && std::min(block, job.size()) >= LookedInto && job.starts_with(Uel);
     const std::string trailer = looked ? ExpectedTrailer(port.Context()->trailerIdentifier) : "";
-    const std::string expected = (looked ? ExpectedHeader(identifier) : "") + job.substr(uelDropped ? Uel.size() : 0) + trailer;
+    const std::string expected = (looked ? ExpectedHeader(identifier) : "") +
+                                 job.substr(uelDropped ? Uel.size() : 0) + trailer;
     std::string received = port.Received();
     // A printer that never reports the job's end has lost it: the status
     // thread winds up and says goodbye behind the trailer.
@@ -100,6 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         goodbye.starts_with(std::string_view(received).substr(expected.size()))) {
         received.resize(expected.size());
     }
-    if (received != expected) Fail("the printer received other bytes than the job's", expected, received);
+    if (received != expected)
+        Fail("the printer received other bytes than the job's", expected, received);
     return 0;
 }

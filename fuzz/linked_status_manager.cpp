@@ -54,6 +54,8 @@ void LinkStatusManager() {
     });
 }
 
-void EmptyStatusManager() { status_manager::ForgetEverything(); }
+void EmptyStatusManager() {
+    status_manager::ForgetEverything();
+}
 
 }  // namespace langmon::fuzz

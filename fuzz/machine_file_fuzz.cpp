@@ -11,6 +11,7 @@
 #include "platform/machine_description.h"
 #include "platform/registry.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -51,22 +52,29 @@ LoadedValue ReadValue(HKEY key, const std::string& path, const std::string& name
     LoadedValue value;
     value.name = name;
     DWORD size = 0;
-    if (RegQueryValueExA(key, name.c_str(), nullptr, &value.type, nullptr, &size) != ERROR_SUCCESS) {
+    if (RegQueryValueExA(key, name.c_str(), nullptr, &value.type, nullptr, &size) !=
+        ERROR_SUCCESS) {
         Fail("a listed value can't be asked for its size: " + Shown(path, name));
     }
     // Exactly the size asked for: one byte more written or read is the
     // address sanitizer's to see.
     auto exact = std::make_unique<BYTE[]>(size);
     DWORD got = size;
-    if (RegQueryValueExA(key, name.c_str(), nullptr, nullptr, exact.get(), &got) != ERROR_SUCCESS || got != size) {
+    if (RegQueryValueExA(key, name.c_str(), nullptr, nullptr, exact.get(), &got) != ERROR_SUCCESS ||
+        got != size) {
         Fail("a value doesn't fit the size it gave: " + Shown(path, name));
     }
     value.data.assign(exact.get(), exact.get() + size);
     if (size > 0) {
-        std::vector<BYTE> small(size - 1, 0xA5);
+        // Never null, not even for a value of one byte: a null buffer asks
+        // for the size.
+        auto small = std::make_unique<BYTE[]>(size - 1);
+        std::fill_n(small.get(), size - 1, 0xA5);
         DWORD room = size - 1;
-        if (RegQueryValueExA(key, name.c_str(), nullptr, nullptr, small.data(), &room) != ERROR_MORE_DATA ||
-            room != size || small != std::vector<BYTE>(size - 1, 0xA5)) {
+        if (RegQueryValueExA(key, name.c_str(), nullptr, nullptr, small.get(), &room) !=
+                ERROR_MORE_DATA ||
+            room != size ||
+            std::any_of(small.get(), small.get() + size - 1, [](BYTE b) { return b != 0xA5; })) {
             Fail("a buffer a byte too small is not refused untouched: " + Shown(path, name));
         }
     }
@@ -82,11 +90,13 @@ bool EnumerateSubkey(HKEY key, DWORD index, std::string* name) {
     for (DWORD room = 1;; room *= 2) {
         auto buffer = std::make_unique<char[]>(room);
         DWORD size = room;
-        const LONG result = RegEnumKeyExA(key, index, buffer.get(), &size, nullptr, nullptr, nullptr, nullptr);
+        const LONG result =
+            RegEnumKeyExA(key, index, buffer.get(), &size, nullptr, nullptr, nullptr, nullptr);
         if (result == ERROR_NO_MORE_ITEMS) return false;
         if (result == ERROR_MORE_DATA) continue;
         if (result != ERROR_SUCCESS) Fail("RegEnumKeyExA failed with " + std::to_string(result));
-        if (size + 1 > room || buffer[size] != '\0') Fail("a subkey's name doesn't end where its size says");
+        if (size + 1 > room || buffer[size] != '\0')
+            Fail("a subkey's name doesn't end where its size says");
         name->assign(buffer.get(), size);
         return true;
     }
@@ -164,7 +174,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!platform::LoadMachineDescription(text, "fuzz.reg", &error)) {
         if (!error.starts_with("fuzz.reg:")) Fail("a refusal that names no line: " + error);
         for (const Root& root : Roots) {
-            if (!platform::RegistrySubkeys(root.key, "").empty() || !platform::RegistryValueNames(root.key, "").empty()) {
+            if (!platform::RegistrySubkeys(root.key, "").empty() ||
+                !platform::RegistryValueNames(root.key, "").empty()) {
                 Fail("a refused file left keys behind");
             }
         }
@@ -176,7 +187,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (!platform::LoadMachineDescription(written, "written.reg", &error)) {
         Fail("what was loaded, written out, is refused: " + error + "\n" + written);
     }
-    if (WalkMachine() != loaded) Fail("what was loaded, written out and loaded again, differs:\n" + written);
+    if (WalkMachine() != loaded)
+        Fail("what was loaded, written out and loaded again, differs:\n" + written);
     if (platform::OpenRegistryKeyCount() != 0) Fail("keys left open");
     return 0;
 }

@@ -168,7 +168,8 @@ std::vector<Seed> MachineTexts(const std::string& sample) {
                      "[HKEY_DYN_DATA\\Config Manager\\Enum\\C29A1F50]\r\n"
                      "\"HardWareKey\"=\"BIOS\\\\*PNP0400\\\\0D\"\r\n"});
     seeds.push_back({"shift-jis.reg",
-                     "REGEDIT4\n[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\LPT1]\n"
+                     "REGEDIT4\n[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\control\\Print\\Monitors\\"
+                     "Local Port\\Ports\\LPT1]\n"
                      "\"Description\"=\"ECP \x83\x76\x83\x8A\x83\x93\x83\x5E \x83\x7C\x81\x5B\x83\x67\"\n"});
     seeds.push_back({"same-names.reg",
                      "REGEDIT4\n[HKEY_LOCAL_MACHINE\\A\\b]\n\"x\"=\"1\"\n[HKEY_LOCAL_MACHINE\\a\\B\\c]\n\"X\"=dword:2\n"
@@ -220,7 +221,8 @@ std::vector<Seed> PrinterDataRequests() {
     const std::vector<std::pair<std::string, std::string>> records = {
         {"four-byte", request(0, Size4, "IsWakeup") + request(0, Size4, "Wake Up") + request(0, Size2, "Wake Up") +
                           request(0, Size4, "Stop Polling") + request(0, Size4, "Suspend")},
-        {"wake-suspend", request(0, Size4, "Wake Up") + request(0, Size4, "Suspend") + request(0, Size4, "Stop Polling")},
+        {"wake-suspend",
+         request(0, Size4, "Wake Up") + request(0, Size4, "Suspend") + request(0, Size4, "Stop Polling")},
         {"lm-values", request(0, Size0, "LM_SysName") + request(0, Size32, "LM_SysName") +
                           request(0, Size4, "LM_MemorySizeInMByte") + request(0, Size1024, "LM_InputTray") +
                           request(0, Size4, "LM_InputTray_2_MediaSize") + request(0, Size4, "LM_InputTray9")},
@@ -247,8 +249,9 @@ std::vector<Seed> ManagerCalls() {
     };
     const std::string open = call(0, 0, "Quor CL6200") + call(0, 1, "Quor CL6200");
     return {
-        {"write-read", open + call(3, 0, "RefreshStatus=PrinterDisplay;ServiceTag") + call(2, 1 | (10 << 3), "RefreshStatus") +
-                           call(2, 1 | (2 << 3), "PrinterName") + call(2, 0, "Port")},
+        {"write-read", open + call(3, 0, "RefreshStatus=PrinterDisplay;ServiceTag") +
+                           call(2, 1 | (10 << 3), "RefreshStatus") + call(2, 1 | (2 << 3), "PrinterName") +
+                           call(2, 0, "Port")},
         {"events", open + call(4, 0, "RefreshStatus;PrinterStatus") + call(3, 1, "RefreshStatus=x") +
                        call(3, 1, "PrinterStatus=y") + call(5, 0, "") + call(3, 1, "RefreshStatus=z") + call(1, 0, "")},
         {"callbacks", open + call(6, 0, "TonerRemain") + call(3, 1, "TonerRemain=1") + call(7, 1, "") + call(7, 0, "")},

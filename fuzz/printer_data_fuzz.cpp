@@ -23,8 +23,8 @@
 #include "fuzz_input.h"
 #include "fuzz_monitor.h"
 
-#include "monitor/port_context.h"
 #include "langmon/printer_target.h"
+#include "monitor/port_context.h"
 #include "platform/sync.h"
 
 #include <langmon/status_manager.h>
@@ -39,18 +39,15 @@ namespace {
 using namespace langmon;
 
 // The printer behind the port, in the words of its description.
-constexpr const char* Printers[] = {"",       "model=Laser Printer 6300tx", "silent", "foreign",
-                                    "power-off", "jam", "small-reads", "garbage"};
+constexpr const char* Printers[] = {
+    "",       "model=Laser Printer 6300tx", "silent", "foreign", "power-off", "jam", "small-reads",
+    "garbage"};
 constexpr DWORD Sizes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 32, 64, 260, 1024, 4096};
 constexpr int MostRequests = 16;
-// Enough for the spooler to hand over a job's text, whatever the port takes.
-constexpr int MostWriteCalls = 1000;
 
 constexpr uint8_t NoBuffer = 0x10;
 constexpr uint8_t NoReturned = 0x20;
 constexpr uint8_t NoName = 0x40;
-
-char documentName[] = "fuzz";
 
 class Spooler {
 public:
@@ -60,20 +57,9 @@ public:
     // Starts a job and hands it `data`, or ends the job that runs.
     void StartOrEndJob(std::string_view data) {
         if (jobOpen_) return EndJob();
-        DOC_INFO_1 doc{documentName, nullptr, nullptr};
-        std::string name = fuzz::PrinterName;
-        jobOpen_ = fuzz::LanguageMonitor().StartDocPort(port_, name.data(), ++jobId_, 1, reinterpret_cast<LPBYTE>(&doc));
-        if (!jobOpen_) return;
-        std::string bytes(data);
-        std::size_t taken = 0;
-        for (int call = 0; taken < bytes.size() && call < MostWriteCalls; ++call) {
-            DWORD written = 0;
-            if (!fuzz::LanguageMonitor().WritePort(port_, reinterpret_cast<LPBYTE>(bytes.data() + taken),
-                                                   static_cast<DWORD>(bytes.size() - taken), &written)) {
-                break;
-            }
-            taken += written;
-        }
+        jobOpen_ = fuzz::StartJob(port_, ++jobId_);
+        bool failed = false;
+        if (jobOpen_) fuzz::SendBlocks(port_, data, data.size(), &failed);
     }
 
 private:
@@ -94,7 +80,8 @@ void Request(HANDLE port, DWORD controlId, uint8_t flags, std::string_view name)
     DWORD returned = 0;
     fuzz::LanguageMonitor().GetPrinterDataFromPort(
         port, controlId, (flags & NoName) != 0 ? nullptr : valueName.data(), nullptr, 0,
-        (flags & NoBuffer) != 0 ? nullptr : buffer.get(), size, (flags & NoReturned) != 0 ? nullptr : &returned);
+        (flags & NoBuffer) != 0 ? nullptr : buffer.get(), size,
+        (flags & NoReturned) != 0 ? nullptr : &returned);
 }
 
 }  // namespace
@@ -115,22 +102,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             const uint8_t operation = input.Byte() % 8;
             const uint8_t flags = input.Byte();
             switch (operation) {
-            case 4: Request(port.Handle(), 7, flags, input.Text()); break;
-            case 5: Request(port.Handle(), 17, flags, input.Text()); break;
-            case 6: {
-                const uint8_t requestFlags = input.Byte();
-                Request(port.Handle(), flags, requestFlags, input.Text());
-                break;
-            }
-            case 7:
-                if ((flags & 1) == 0) {
-                    const std::string_view list = input.Text();
-                    UpdatePrinterStatusA(client, "RefreshStatus", list.data(), static_cast<DWORD>(list.size()));
-                } else {
-                    spooler.StartOrEndJob(input.Text());
+                case 4:
+                    Request(port.Handle(), 7, flags, input.Text());
+                    break;
+                case 5:
+                    Request(port.Handle(), 17, flags, input.Text());
+                    break;
+                case 6: {
+                    const uint8_t requestFlags = input.Byte();
+                    Request(port.Handle(), flags, requestFlags, input.Text());
+                    break;
                 }
-                break;
-            default: Request(port.Handle(), 0, flags, input.Text()); break;
+                case 7:
+                    if ((flags & 1) == 0) {
+                        const std::string_view list = input.Text();
+                        UpdatePrinterStatusA(client, "RefreshStatus", list.data(),
+                                             static_cast<DWORD>(list.size()));
+                    } else {
+                        spooler.StartOrEndJob(input.Text());
+                    }
+                    break;
+                default:
+                    Request(port.Handle(), 0, flags, input.Text());
+                    break;
             }
         }
     }

@@ -26,20 +26,22 @@ using namespace langmon::emulator;
 
 const std::string Uel = "\x1b%-12345X";
 // Every report on, every reply asked for, one PostScript page in colour.
-const std::string Job = Uel +
-                        "@PJL USTATUS DEVICE=ON\r\n@PJL USTATUS JOB=ON\r\n@PJL USTATUS PAGE=ON\r\n"
-                        "@PJL INFO STATUS\r\n@PJL INFO CONFIG\r\n@PJL INFO VARIABLES\r\n"
-                        "@PJL INFO PAGECOUNT\r\n@PJL INFO SERVICETAG\r\n@PJL INQUIRE COPIES\r\n"
-                        "@PJL INQUIRE PAPERTYPE\r\n@PJL JOB NAME=\"fuzz\"\r\n"
-                        "@PJL ENTER LANGUAGE=POSTSCRIPT\r\n%!PS-Adobe-3.0\n1 0 0 setrgbcolor showpage\n" +
-                        Uel + "@PJL EOJ NAME=\"fuzz\"\r\n" + Uel;
+const std::string Job =
+    Uel +
+    "@PJL USTATUS DEVICE=ON\r\n@PJL USTATUS JOB=ON\r\n@PJL USTATUS PAGE=ON\r\n"
+    "@PJL INFO STATUS\r\n@PJL INFO CONFIG\r\n@PJL INFO VARIABLES\r\n"
+    "@PJL INFO PAGECOUNT\r\n@PJL INFO SERVICETAG\r\n@PJL INQUIRE COPIES\r\n"
+    "@PJL INQUIRE PAPERTYPE\r\n@PJL JOB NAME=\"fuzz\"\r\n"
+    "@PJL ENTER LANGUAGE=POSTSCRIPT\r\n%!PS-Adobe-3.0\n1 0 0 setrgbcolor showpage\n" +
+    Uel + "@PJL EOJ NAME=\"fuzz\"\r\n" + Uel;
 
 bool NamesAStateFile(std::string_view description) {
     while (true) {
         const std::size_t comma = description.find(',');
         std::string_view key = description.substr(0, description.substr(0, comma).find('='));
         while (!key.empty() && (key.front() == ' ' || key.front() == '\t')) key.remove_prefix(1);
-        while (!key.empty() && (key.back() == ' ' || key.back() == '\t' || key.back() == '\r')) key.remove_suffix(1);
+        while (!key.empty() && (key.back() == ' ' || key.back() == '\t' || key.back() == '\r'))
+            key.remove_suffix(1);
         if (key == "state") return true;
         if (comma == std::string_view::npos) return false;
         description.remove_prefix(comma + 1);
@@ -55,12 +57,14 @@ bool NamesAStateFile(std::string_view description) {
 // ';', and every reply it sends ends with a form feed.
 void Check(Printer& printer) {
     if (const auto id = printer.DeviceId()) {
-        if (!id->starts_with("MFG:") || !id->ends_with(";")) Fail("a device ID of another form: " + *id);
+        if (!id->starts_with("MFG:") || !id->ends_with(";"))
+            Fail("a device ID of another form: " + *id);
     }
     char reply[4096];
     std::string sent;
     for (std::size_t got; (got = printer.Read(reply, sizeof reply)) != 0;) sent.append(reply, got);
-    if (!sent.empty() && sent.back() != '\f' && !sent.ends_with("\f\r\n")) Fail("a reply without its form feed");
+    if (!sent.empty() && sent.back() != '\f' && !sent.ends_with("\f\r\n"))
+        Fail("a reply without its form feed");
 }
 
 // Long enough for the printer to warm up, take the job in and print its page.

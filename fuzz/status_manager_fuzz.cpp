@@ -73,7 +73,8 @@ public:
         if (stores_.count(printer) == 0) {
             Bytes name(NameField);
             std::copy(printer.begin(), printer.end(), name.begin());
-            stores_[printer] = {{"Port", Bytes(NameField)}, {"PrinterName", name}, {"TerminateManager", Bytes(4)}};
+            stores_[printer] = {
+                {"Port", Bytes(NameField)}, {"PrinterName", name}, {"TerminateManager", Bytes(4)}};
         }
         handles_[handle] = printer;
     }
@@ -126,7 +127,9 @@ public:
 
 private:
     uint32_t& Slot(uint8_t flags) { return slots_[flags & 3]; }
-    uint32_t Handle(uint8_t flags) { return (flags & 4) != 0 ? Model::Unknown(flags) : Slot(flags); }
+    uint32_t Handle(uint8_t flags) {
+        return (flags & 4) != 0 ? Model::Unknown(flags) : Slot(flags);
+    }
 
     void Open(uint8_t flags, std::string_view name);
     void Close(uint8_t flags);
@@ -149,9 +152,11 @@ private:
 void Client::Open(uint8_t flags, std::string_view name) {
     const std::string printer(name);
     uint32_t handle = 0;
-    const int32_t result = OpenManagerExA(printer.c_str(), STATUS_MANAGER_DEVICE, flags, (flags & 0x80) ? nullptr : &handle);
+    const int32_t result = OpenManagerExA(printer.c_str(), STATUS_MANAGER_DEVICE, flags,
+                                          (flags & 0x80) ? nullptr : &handle);
     if (result != STATUS_MANAGER_OK) return;
-    if (handle == 0 || model_.PrinterOf(handle) != nullptr) Fail("a handle of 0 or one that is in use");
+    if (handle == 0 || model_.PrinterOf(handle) != nullptr)
+        Fail("a handle of 0 or one that is in use");
     model_.Opened(handle, printer);
     Slot(flags) = handle;
 }
@@ -159,7 +164,8 @@ void Client::Open(uint8_t flags, std::string_view name) {
 void Client::Close(uint8_t flags) {
     const uint32_t handle = Handle(flags);
     const bool known = model_.PrinterOf(handle) != nullptr;
-    if ((CloseManager(handle) == STATUS_MANAGER_OK) != known) Fail("CloseManager of a handle that is " + std::string(known ? "open" : "not open"));
+    if ((CloseManager(handle) == STATUS_MANAGER_OK) != known)
+        Fail("CloseManager of a handle that is " + std::string(known ? "open" : "not open"));
     model_.Closed(handle);
 }
 
@@ -171,8 +177,8 @@ void Client::Read(uint8_t flags, std::string_view name) {
     DWORD needed = 0xDEADBEEF;
     const std::string variable(name);
     const bool noBuffer = (flags & 0x80) != 0;
-    const int32_t result = GetPrinterStatusA(handle, variable.c_str(), noBuffer ? nullptr : buffer.get(),
-                                             noBuffer ? 0 : size, &needed);
+    const int32_t result = GetPrinterStatusA(
+        handle, variable.c_str(), noBuffer ? nullptr : buffer.get(), noBuffer ? 0 : size, &needed);
     const std::string* printer = model_.PrinterOf(handle);
     const Bytes* value = printer != nullptr ? model_.Value(*printer, variable) : nullptr;
     if (value == nullptr) {
@@ -182,7 +188,8 @@ void Client::Read(uint8_t flags, std::string_view name) {
     const DWORD room = noBuffer ? 0 : size;
     if (needed != value->size()) Fail("the size told is not the value's: " + variable);
     if (room < value->size()) {
-        if (result != STATUS_MANAGER_BUFFER_TOO_SMALL) Fail("a buffer too small is not refused: " + variable);
+        if (result != STATUS_MANAGER_BUFFER_TOO_SMALL)
+            Fail("a buffer too small is not refused: " + variable);
         if (std::any_of(buffer.get(), buffer.get() + size, [](uint8_t b) { return b != 0xA5; })) {
             Fail("a buffer too small was written: " + variable);
         }
@@ -199,19 +206,22 @@ void Client::Write(uint8_t flags, std::string_view text) {
     // be or a byte longer; or none with a size of 0 or 1.
     const std::size_t cut = text.find('=');
     const std::string variable(text.substr(0, cut));
-    const std::string_view bytes = cut == std::string_view::npos ? std::string_view() : text.substr(cut + 1);
+    const std::string_view bytes =
+        cut == std::string_view::npos ? std::string_view() : text.substr(cut + 1);
     Bytes value(bytes.begin(), bytes.end());
     const uint8_t form = (flags >> 3) & 7;
     if (form == 1 || form == 2) value.resize(form == 1 ? LargestValue : LargestValue + 1, 'v');
     const bool none = form == 3 || form == 4;
     const DWORD size = none ? form - 3 : static_cast<DWORD>(value.size());
     for (HANDLE event : Events()) ResetEvent(event);
-    const int32_t result = UpdatePrinterStatusA(handle, variable.c_str(), none ? nullptr : value.data(), size);
+    const int32_t result =
+        UpdatePrinterStatusA(handle, variable.c_str(), none ? nullptr : value.data(), size);
     const std::string* printer = model_.PrinterOf(handle);
-    const bool good = printer != nullptr && !variable.empty() && variable.size() <= 255 && size <= LargestValue &&
-                      !(none && size > 0);
+    const bool good = printer != nullptr && !variable.empty() && variable.size() <= 255 &&
+                      size <= LargestValue && !(none && size > 0);
     if (!good) {
-        if (result == STATUS_MANAGER_OK) Fail("a write that should be refused was taken: " + variable);
+        if (result == STATUS_MANAGER_OK)
+            Fail("a write that should be refused was taken: " + variable);
         return;
     }
     // A store that is full refuses a new variable; nothing else.
@@ -228,7 +238,8 @@ void Client::Write(uint8_t flags, std::string_view text) {
         for (std::size_t i = 0; i < watch.names.size(); ++i) {
             if (watch.names[i] != variable || watch.events[i] == NoEvent) continue;
             if (WaitForSingleObject(watch.events[i], 0) != WAIT_OBJECT_0) {
-                Fail("a change did not signal the event of watch " + std::to_string(id) + ": " + variable);
+                Fail("a change did not signal the event of watch " + std::to_string(id) + ": " +
+                     variable);
             }
             // Auto-reset: another watch with the same event saw it too.
             SetEvent(watch.events[i]);
@@ -240,16 +251,19 @@ void Client::Watch(uint8_t flags, std::string_view names, bool callback) {
     const uint32_t handle = Handle(flags);
     // The count the client says, and as many events: the host's, in turn,
     // one of them perhaps none at all or a handle that is no event.
-    const uint32_t count = (flags >> 3) & 7 ? (flags >> 3) & 7 : static_cast<uint32_t>(Split(names).size());
+    const uint32_t count =
+        (flags >> 3) & 7 ? (flags >> 3) & 7 : static_cast<uint32_t>(Split(names).size());
     std::vector<HANDLE> events(count);
     for (uint32_t i = 0; i < count; ++i) events[i] = Events()[i % Events().size()];
-    if ((flags & 0x40) != 0 && count > 0) events[count - 1] = (flags & 0x80) != 0 ? nullptr : NoEvent;
+    if ((flags & 0x40) != 0 && count > 0)
+        events[count - 1] = (flags & 0x80) != 0 ? nullptr : NoEvent;
     auto array = std::make_unique<HANDLE[]>(count);
     std::copy(events.begin(), events.end(), array.get());
     const std::string list(names);
     uint32_t id = 0;
-    const int32_t result = callback ? SetNotificationCallbackExA(handle, count, list.c_str(), Called, this, &id)
-                                    : SetNotificationEventExA(handle, count, list.c_str(), array.get(), &id);
+    const int32_t result =
+        callback ? SetNotificationCallbackExA(handle, count, list.c_str(), Called, this, &id)
+                 : SetNotificationEventExA(handle, count, list.c_str(), array.get(), &id);
     if (result != STATUS_MANAGER_OK) return;
     const std::string* printer = model_.PrinterOf(handle);
     if (printer == nullptr) Fail("a watch through a handle that is not open");
@@ -259,26 +273,37 @@ void Client::Watch(uint8_t flags, std::string_view names, bool callback) {
 
 void Client::Kill(uint8_t flags, bool callback) {
     const uint32_t handle = Handle(flags);
-    const uint32_t id = watchIds_.empty() || (flags & 0x80) != 0 ? Model::Unknown(flags)
-                                                                 : watchIds_[(flags >> 3) % watchIds_.size()];
-    const int32_t result = callback ? KillNotificationCallback(handle, id) : KillNotificationEvent(handle, id);
+    const uint32_t id = watchIds_.empty() || (flags & 0x80) != 0
+                            ? Model::Unknown(flags)
+                            : watchIds_[(flags >> 3) % watchIds_.size()];
+    const int32_t result =
+        callback ? KillNotificationCallback(handle, id) : KillNotificationEvent(handle, id);
     const auto watch = model_.Watches().find(id);
     const bool alive = watch != model_.Watches().end() && watch->second.handle == handle &&
                        watch->second.events.empty() == callback;
-    if ((result == STATUS_MANAGER_OK) != alive) Fail("a watch ended that was " + std::string(alive ? "" : "not ") + "alive");
+    if ((result == STATUS_MANAGER_OK) != alive)
+        Fail("a watch ended that was " + std::string(alive ? "" : "not ") + "alive");
     if (alive) model_.Killed(id);
 }
 
 void Client::Call(uint8_t operation, uint8_t flags, std::string_view text) {
     switch (operation % 8) {
-    case 0: return Open(flags, text);
-    case 1: return Close(flags);
-    case 2: return Read(flags, text);
-    case 3: return Write(flags, text);
-    case 4: return Watch(flags, text, false);
-    case 5: return Kill(flags, false);
-    case 6: return Watch(flags, text, true);
-    default: return Kill(flags, true);
+        case 0:
+            return Open(flags, text);
+        case 1:
+            return Close(flags);
+        case 2:
+            return Read(flags, text);
+        case 3:
+            return Write(flags, text);
+        case 4:
+            return Watch(flags, text, false);
+        case 5:
+            return Kill(flags, false);
+        case 6:
+            return Watch(flags, text, true);
+        default:
+            return Kill(flags, true);
     }
 }
 
