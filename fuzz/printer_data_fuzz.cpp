@@ -18,7 +18,8 @@
 //   flags: bits 0-3 the answer buffer's size (see Sizes), bit 4 no buffer,
 //     bit 5 no place for the size returned, bit 6 no value name.
 // Every answer buffer is exactly as large as the size passed, so that a byte
-// written past it is the address sanitizer's to see.
+// written past it is the address sanitizer's to see. Once the requests are
+// through, the port's semaphore must be free again for the next job.
 
 #include "fuzz_input.h"
 #include "fuzz_monitor.h"
