@@ -307,20 +307,24 @@ std::string LoadPrinterStateFile(const std::string& path, PrinterState& state) {
         !problem.empty()) {
         return problem;
     }
-    std::string_view rest = text;
-    for (int number = 1; !rest.empty(); ++number) {
-        const size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    return ReadPrinterStateText(text, path, state);
+}
+
+std::string ReadPrinterStateText(std::string_view text, std::string_view source, PrinterState& state) {
+    for (int number = 1; !text.empty(); ++number) {
+        const size_t end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         if (size_t hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
         line = Trim(line);
         if (line.empty()) continue;
+        const auto at = [&](const std::string& problem) {
+            return std::string(source) + ":" + std::to_string(number) + ": " + problem;
+        };
         size_t equals = line.find('=');
-        if (equals == std::string_view::npos) {
-            return path + ":" + std::to_string(number) + ": expected key = value";
-        }
+        if (equals == std::string_view::npos) return at("expected key = value");
         std::string problem = SetPrinterValue(state, Trim(line.substr(0, equals)), Trim(line.substr(equals + 1)));
-        if (!problem.empty()) return path + ":" + std::to_string(number) + ": " + problem;
+        if (!problem.empty()) return at(problem);
     }
     return "";
 }

@@ -31,6 +31,8 @@ std::string SetPrinterValue(PrinterState& state, std::string_view key, std::stri
 // the file's name and line number (or why it can't be read, a directory or a
 // file too long among them); the state is then partly changed.
 std::string LoadPrinterStateFile(const std::string& path, PrinterState& state);
+// The same for a state file's text; `source` names it in a problem.
+std::string ReadPrinterStateText(std::string_view text, std::string_view source, PrinterState& state);
 
 // The words after "emulator:", separated by commas: `key=value`, `state=FILE`
 // (a state file, read in its place), or one of the fault words that the

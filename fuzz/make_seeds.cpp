@@ -1,9 +1,12 @@
-// Writes the seed corpora of the two fuzz targets: what the emulated printer
-// says in the states it knows (its replies, its reports of a job, its device
-// IDs), and the awkward texts a real printer has been seen to send. The
-// seeds are made fresh from the emulator on every run, so they follow it.
+// Writes the seed corpora of the fuzz targets, one folder each under the
+// folder given: what the emulated printer says in the states it knows (its
+// replies, its reports of a job, its device IDs), the awkward texts a real
+// printer has been seen to send, machine and printer descriptions (the
+// sample ones among them), and the calls of status applications, clients of
+// the status manager and jobs that a target makes from its input. The seeds
+// are made fresh on every run, so they follow the emulator and the samples.
 //
-//   make_seeds PARSER_DIR DEVICE_ID_DIR
+//   make_seeds SEEDS_DIR EXAMPLES_DIR
 
 #include "fuzz_monitor.h"
 
@@ -16,6 +19,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -123,9 +127,167 @@ std::vector<Seed> DeviceIds() {
     return seeds;
 }
 
-bool Write(const fs::path& dir, const Seed& seed, const std::string& text) {
+
+const std::string Uel = "\x1b%-12345X";
+
+std::string ReadText(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The sample machine cut at its comment rules, a section a seed, and small
+// machines that use each form of the format.
+std::vector<Seed> MachineTexts(const std::string& sample) {
+    std::vector<Seed> seeds;
+    std::istringstream lines(sample);
+    std::string line;
+    std::string section;
+    int sections = 0;
+    const auto flush = [&] {
+        if (section.find('[') != std::string::npos) {
+            seeds.push_back({"sample-" + std::to_string(++sections) + ".reg", "REGEDIT4\r\n" + section});
+        }
+        section.clear();
+    };
+    while (std::getline(lines, line)) {
+        if (line.starts_with("; ----")) flush();
+        if (line != "REGEDIT4") section += line + "\n";
+    }
+    flush();
+    seeds.push_back({"forms.reg",
+                     "\xEF\xBB\xBFREGEDIT4\r\n\r\n; every form of value\r\n"
+                     "[HKEY_LOCAL_MACHINE\\Software\\langmon]\r\n"
+                     "\"VersionCSD\"=\"a \\\"quoted\\\" \\\\ text\"\r\n"
+                     "@=\"default\"\r\n"
+                     "\"KeyboardType\" = dword:1f\r\n"
+                     "\"Bytes\"=hex:01,02,ff\r\n"
+                     "\"Multi\"=hex(7):41,00,42,00,\\\r\n  00,00\r\n"
+                     "\"Empty\"=hex:\r\n"
+                     "[HKEY_DYN_DATA\\Config Manager\\Enum\\C29A1F50]\r\n"
+                     "\"HardWareKey\"=\"BIOS\\\\*PNP0400\\\\0D\"\r\n"});
+    seeds.push_back({"shift-jis.reg",
+                     "REGEDIT4\n[HKEY_LOCAL_MACHINE\\System\\CurrentControlSet\\control\\Print\\Monitors\\"
+                     "Local Port\\Ports\\LPT1]\n"
+                     "\"Description\"=\"ECP \x83\x76\x83\x8A\x83\x93\x83\x5E \x83\x7C\x81\x5B\x83\x67\"\n"});
+    seeds.push_back({"same-names.reg",
+                     "REGEDIT4\n[HKEY_LOCAL_MACHINE\\A\\b]\n\"x\"=\"1\"\n[HKEY_LOCAL_MACHINE\\a\\B\\c]\n\"X\"=dword:2\n"
+                     "[HKEY_LOCAL_MACHINE]\n\"\"=hex(0):\n"});
+    seeds.push_back({"refused.reg", "REGEDIT4\n[-HKEY_LOCAL_MACHINE\\A]\n\"x\"=-\n"});
+    return seeds;
+}
+
+// Printer descriptions: a state file's text, the words after "emulator:" and
+// a change, separated by NUL.
+std::vector<Seed> PrinterDescriptions(const std::string& sample) {
+    const auto seed = [](std::string name, std::string state, std::string words, std::string change) {
+        return Seed{std::move(name), state + '\0' + words + '\0' + change};
+    };
+    std::vector<Seed> seeds;
+    seeds.push_back(seed("sample", sample, "", "cover-open"));
+    seeds.push_back(seed("sample-and-words", sample, "jam,toner.cyan=4,tray.mp.sheets=0", "jam=none,covers=none"));
+    const char* words[] = {"silent", "one-byte", "small-reads", "garbage", "crlf-after-form-feed", "cover-open", "jam",
+                           "paper-out", "toner-low", "toner-empty", "out-of-memory", "operator-attention",
+                           "hardware-failure", "warming-up", "power-off", "foreign"};
+    for (const char* word : words) seeds.push_back(seed(std::string("word-") + word, "", word, "power=on"));
+    seeds.push_back(seed("every-key",
+                         "model = Laser Printer 6300tx\nmanufacturer = Quor\ncommands = PJL,NPDL\n"
+                         "toner.magenta = unknown\ntoner.yellow.fitted = no\ntoner.black.fault = yes\n"
+                         "unit = 2\nunit.fault = no\nwaste = near-empty\nperiodic-change = yes\n"
+                         "tray.1.kind = universal\ntray.1.capacity = 500\ntray.1.sheets = 40\ntray.1.size = 31\n"
+                         "tray.2.kind = large\ntray.2.type = envelope\nfeed = 2\ncovers = front, toner, cassette\n"
+                         "jam = 0,5,7,20\noptions = duplex,ramdisk,outtray2,option7001,option3001\nmemory = 8160\n"
+                         "hardware-error = 0x0001002A\noperator-attention = no\nout-of-memory = no\npower = on\n"
+                         "panel = Ready|Cyan low\nservice-tag = 3MW8QZ1\npage-count = 4294967295\n"
+                         "page-time = 0\nwarm-up-time = 500\ncolor = mono\ncoverage = 100 0 0 100\n"
+                         "mono-coverage = 100\nsetting.COPIES = 999\nsetting.PAPERTYPE = SHEAVY\nsilent = no\n"
+                         "write-limit = 7\nread-piece = 3\ngarbage = yes\ncrlf-after-form-feed = yes\n",
+                         "", "tray.2.sheets=0,feed=2"));
+    seeds.push_back(seed("bad-line", "toner.cyan = 200\n", "", ""));
+    return seeds;
+}
+
+// Requests of a status application: a byte for the printer and the port,
+// then records of an operation, its flags and a text (see printer_data_fuzz).
+std::vector<Seed> PrinterDataRequests() {
+    const auto request = [](uint8_t operation, uint8_t flags, const std::string& text) {
+        return std::string{static_cast<char>(operation), static_cast<char>(flags)} + text + '\0';
+    };
+    constexpr uint8_t Size4 = 4, Size2 = 2, Size0 = 0, Size32 = 11, Size1024 = 14;
+    const std::string refresh = request(7, 0, "PrinterDisplay;ServiceTag;TonerRemain;OppPaperType") +
+                                request(0, Size4, std::string("Refresh:") + langmon::fuzz::PrinterName);
+    const std::string job = "%!PS-Adobe-3.0\n0 setgray showpage\n%%EOF\n";
+    const std::vector<std::pair<std::string, std::string>> records = {
+        {"four-byte", request(0, Size4, "IsWakeup") + request(0, Size4, "Wake Up") + request(0, Size2, "Wake Up") +
+                          request(0, Size4, "Stop Polling") + request(0, Size4, "Suspend")},
+        {"wake-suspend",
+         request(0, Size4, "Wake Up") + request(0, Size4, "Suspend") + request(0, Size4, "Stop Polling")},
+        {"lm-values", request(0, Size0, "LM_SysName") + request(0, Size32, "LM_SysName") +
+                          request(0, Size4, "LM_MemorySizeInMByte") + request(0, Size1024, "LM_InputTray") +
+                          request(0, Size4, "LM_InputTray_2_MediaSize") + request(0, Size4, "LM_InputTray9")},
+        {"service-tag", request(0, Size32, "LM_ServiceTag") + request(0, Size4, "LM_ServiceTagStatus") +
+                            request(0, 8, "LM_ServiceTagX")},
+        {"refresh", refresh},
+        {"job", request(7, 1, job) + request(0, Size4, "Refresh:Fuzz Printer") + request(4, Size4, "") +
+                    request(0, Size32, "LM_ServiceTag") + request(7, 1, "")},
+        {"control", request(5, Size1024, "") + request(6, 0, "") + request(6, 0x16, "")},
+    };
+    std::vector<Seed> seeds;
+    for (const uint8_t setting : {0x00, 0x08, 0x02, 0x03}) {
+        for (const auto& [name, text] : records) {
+            seeds.push_back({name + "-" + std::to_string(setting), std::string(1, static_cast<char>(setting)) + text});
+        }
+    }
+    return seeds;
+}
+
+// Calls of a status manager's client (see status_manager_fuzz).
+std::vector<Seed> ManagerCalls() {
+    const auto call = [](uint8_t operation, uint8_t flags, const std::string& text) {
+        return std::string{static_cast<char>(operation), static_cast<char>(flags)} + text + '\0';
+    };
+    const std::string open = call(0, 0, "Quor CL6200") + call(0, 1, "Quor CL6200");
+    return {
+        {"write-read", open + call(3, 0, "RefreshStatus=PrinterDisplay;ServiceTag") +
+                           call(2, 1 | (10 << 3), "RefreshStatus") + call(2, 1 | (2 << 3), "PrinterName") +
+                           call(2, 0, "Port")},
+        {"events", open + call(4, 0, "RefreshStatus;PrinterStatus") + call(3, 1, "RefreshStatus=x") +
+                       call(3, 1, "PrinterStatus=y") + call(5, 0, "") + call(3, 1, "RefreshStatus=z") + call(1, 0, "")},
+        {"callbacks", open + call(6, 0, "TonerRemain") + call(3, 1, "TonerRemain=1") + call(7, 1, "") + call(7, 0, "")},
+        {"sizes", open + call(3, 1 << 3, "Big") + call(3, 2 << 3, "TooBig") + call(3, 3 << 3, "None") +
+                      call(3, 4 << 3, "Wrong") + call(2, 0x80, "None")},
+        {"wrong", call(1, 4, "") + call(2, 4, "Port") + call(0, 0x80, "x") + call(0, 0, "") + call(4, 0x40, "a;b")},
+    };
+}
+
+// Jobs: the block selector, the port, then the job's bytes (see job_start_fuzz).
+std::vector<Seed> Jobs() {
+    const std::string postScript = "%!PS-Adobe-3.0\n%%Pages: 1\n0 setgray (page) show showpage\n%%EOF\n";
+    const std::vector<std::pair<std::string, std::string>> starts = {
+        {"postscript", postScript},
+        {"pjl-job", Uel + "@PJL JOB NAME=\"own\"\r\n@PJL ENTER LANGUAGE=POSTSCRIPT\r\n" + postScript + Uel +
+                        "@PJL EOJ NAME=\"own\"\r\n" + Uel},
+        {"pjl-enter-first", Uel + "@PJL ENTER LANGUAGE=POSTSCRIPT\r\n@PJL JOB\r\n" + postScript},
+        {"uel-short", Uel + "@PJL JOB\n"},
+        {"text", "A letter.\r\nIn plain text, on two lines.\f"},
+        {"empty", ""},
+    };
+    std::vector<Seed> seeds;
+    for (const auto& [name, job] : starts) {
+        for (const uint8_t port : {0, 1, 2}) {
+            for (const uint8_t selector : {255, 15, 18}) {
+                seeds.push_back({name + "-" + std::to_string(port) + "-" + std::to_string(selector),
+                                 std::string{static_cast<char>(selector), static_cast<char>(port)} + job});
+            }
+        }
+    }
+    return seeds;
+}
+
+bool Write(const fs::path& dir, const Seed& seed) {
     std::ofstream file(dir / seed.name, std::ios::binary);
-    file.write(text.data(), static_cast<std::streamsize>(text.size()));
+    file.write(seed.text.data(), static_cast<std::streamsize>(seed.text.size()));
     return static_cast<bool>(file);
 }
 
@@ -133,29 +295,44 @@ bool Write(const fs::path& dir, const Seed& seed, const std::string& text) {
 
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: make_seeds PARSER_DIR DEVICE_ID_DIR\n");
+        std::fprintf(stderr, "usage: make_seeds SEEDS_DIR EXAMPLES_DIR\n");
         return 2;
     }
-    const fs::path parserDir = argv[1];
-    const fs::path deviceIdDir = argv[2];
-    fs::create_directories(parserDir);
-    fs::create_directories(deviceIdDir);
+    const fs::path seeds = argv[1];
+    const fs::path examples = argv[2];
     int written = 0;
+    const auto writeAll = [&](const char* target, const std::vector<Seed>& all) {
+        fs::create_directories(seeds / target);
+        for (const Seed& seed : all) {
+            if (!Write(seeds / target, seed)) return false;
+            ++written;
+        }
+        return true;
+    };
     // Each text in whole blocks and in blocks of 16 and of 3, so the fuzzer
     // starts from cuts inside lines, keywords and CR LF pairs. Not byte by
     // byte: the parser joins what is left of a response with each new block,
     // and single bytes make every input cost the square of its length.
     constexpr uint8_t Selectors[] = {255, 15, 2};
+    std::vector<Seed> cuts;
     for (const Seed& seed : ParserTexts()) {
         for (const uint8_t selector : Selectors) {
-            Seed cut{seed.name + "." + std::to_string(langmon::fuzz::BlockLengthFor(selector)), ""};
-            if (!Write(parserDir, cut, std::string(1, static_cast<char>(selector)) + seed.text)) return 1;
-            ++written;
+            cuts.push_back({seed.name + "." + std::to_string(langmon::fuzz::BlockLengthFor(selector)),
+                            std::string(1, static_cast<char>(selector)) + seed.text});
         }
     }
-    for (const Seed& seed : DeviceIds()) {
-        if (!Write(deviceIdDir, seed, seed.text)) return 1;
-        ++written;
+    const std::string machine = ReadText(examples / "machine.reg");
+    const std::string printer = ReadText(examples / "printer.txt");
+    if (machine.empty() || printer.empty()) {
+        std::fprintf(stderr, "make_seeds: %s has no machine.reg or printer.txt\n", argv[2]);
+        return 1;
+    }
+    if (!writeAll("response_parser", cuts) || !writeAll("device_id", DeviceIds()) ||
+        !writeAll("machine_file", MachineTexts(machine)) ||
+        !writeAll("printer_description", PrinterDescriptions(printer)) ||
+        !writeAll("printer_data", PrinterDataRequests()) || !writeAll("status_manager", ManagerCalls()) ||
+        !writeAll("job_start", Jobs())) {
+        return 1;
     }
     std::printf("%d seeds written\n", written);
     return 0;

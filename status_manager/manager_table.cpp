@@ -202,4 +202,15 @@ int32_t EndWatch(uint32_t managerHandle, uint32_t notificationId, bool callback)
     return STATUS_MANAGER_OK;
 }
 
+void ForgetEverything() {
+    Table& t = TheTable();
+    std::lock_guard lock(t.mutex);
+    for (const auto& watch : t.watches) watch->alive = false;
+    t.watches.clear();
+    t.handles.clear();
+    t.stores.clear();
+    t.lastHandle = 0;
+    t.lastWatchId = 0;
+}
+
 }  // namespace langmon::status_manager

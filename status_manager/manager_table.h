@@ -40,4 +40,10 @@ int32_t AddWatch(uint32_t managerHandle, std::vector<std::string> names, std::ve
 // being delivered to it on another thread.
 int32_t EndWatch(uint32_t managerHandle, uint32_t notificationId, bool callback);
 
+// Ends every handle and watch and forgets every store: the library as it is
+// when first loaded. For a program that links the library in and so can't
+// unload it, as the fuzz targets do between two inputs. No other call may be
+// running.
+void ForgetEverything();
+
 }  // namespace langmon::status_manager

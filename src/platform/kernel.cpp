@@ -281,9 +281,7 @@ void Kernel::WakeWaiters(KernelObject* object) {
     }
 }
 
-bool Kernel::IsLive(const KernelObject* object) {
-    return object != nullptr && object->magic == KernelObject::LiveMagic;
-}
+bool Kernel::IsLive(const KernelObject* object) { return Get().live.count(object) != 0; }
 
 KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
     auto* object = static_cast<KernelObject*>(handle);
@@ -296,13 +294,15 @@ KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
 
 KernelObject* Kernel::NewObject(ObjectKind kind) {
     ++liveObjects;
-    return new KernelObject(kind);
+    auto* object = new KernelObject(kind);
+    live.insert(object);
+    return object;
 }
 
 void Kernel::Unpin(KernelObject* object) {
     --object->pins;
     if (object->handles == 0 && object->pins == 0) {
-        object->magic = 0;
+        live.erase(object);
         --liveObjects;
         delete object;
     }
@@ -320,7 +320,7 @@ void Kernel::CloseObject(KernelObject* object) {
         }
     }
     if (object->pins == 0) {
-        object->magic = 0;
+        live.erase(object);
         --liveObjects;
         delete object;
     }

@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -53,8 +54,6 @@ struct ThreadRecord {
 enum class ObjectKind : uint8_t { Semaphore, Event, Mutex, Thread };
 
 struct KernelObject {
-    static constexpr uint32_t LiveMagic = 0x4B4F424Au;  // "KOBJ"
-    uint32_t magic = LiveMagic;
     ObjectKind kind;
     int handles = 1;  // open handles; the running thread counts as one of its own
     int pins = 0;     // blocked calls that still look at the object
@@ -108,6 +107,9 @@ public:
     void WakeWaiters(KernelObject* object);
     void Unpin(KernelObject* object);
     void CloseObject(KernelObject* object);
+    // Whether `object` is one that NewObject made and that still lives. A
+    // handle is looked up, never read through: a caller may pass anything.
+    // Lock held.
     static bool IsLive(const KernelObject* object);
     // The object behind a handle of the given kind, or null with the last
     // error ERROR_INVALID_HANDLE: the one check of every call that takes one.
@@ -118,6 +120,7 @@ public:
     // Named objects, one table for the process.
     std::unordered_map<std::string, KernelObject*> names;
     std::size_t liveObjects = 0;
+    std::unordered_set<const KernelObject*> live;
 
     // Threads.
     ThreadRecord* AddThread();

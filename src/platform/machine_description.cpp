@@ -149,6 +149,9 @@ private:
         if (!inside.empty() && inside.front() == '-') {
             return Fail("deleting a key is not supported");
         }
+        // The Reg calls take names as C texts: a name with a NUL byte could be
+        // listed but never opened.
+        if (inside.find('\0') != std::string_view::npos) return Fail("a NUL byte in a key name");
         const auto cut = inside.find('\\');
         const std::string_view rootName = inside.substr(0, cut);
         if (rootName == "HKEY_LOCAL_MACHINE") {
@@ -208,6 +211,8 @@ private:
             line.remove_prefix(1);
         } else if (!ReadQuoted(&line, &entry->name)) {
             return false;
+        } else if (entry->name.find('\0') != std::string::npos) {
+            return Fail("a NUL byte in a value name");
         }
         line = Trim(line);
         if (line.empty() || line.front() != '=') return Fail("'=' expected after the value name");

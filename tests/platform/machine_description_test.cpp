@@ -181,5 +181,28 @@ TEST_F(MachineDescriptionTest, TheExampleMachineLoadsItsShiftJisText) {
               "ECP \x83v\x83\x8a\x83\x93\x83^ \x83|\x81[\x83g");
 }
 
+// Found by the fuzzer: a name with a NUL byte made a key that RegEnumKeyExA
+// lists and RegOpenKeyExA, which takes a C text, can never open (it finds
+// the key named by the bytes before the NUL, or none). Such a file is
+// refused like any other malformed one.
+TEST_F(MachineDescriptionTest, RefusesANameWithANulByte) {
+    using namespace std::string_literals;
+    const std::pair<std::string, const char*> refusals[] = {
+        {"REGEDIT4\n[HKEY_LOCAL_MACHINE\\Syst\0m]\n"s, "m.reg:2: a NUL byte in a key name"},
+        {"REGEDIT4\n[HKEY_LOCAL_MACHINE\\S]\n\"a\0b\"=\"x\"\n"s, "m.reg:3: a NUL byte in a value name"},
+    };
+    for (const auto& [text, what] : refusals) {
+        std::string error;
+        EXPECT_FALSE(platform::LoadMachineDescription(text, "m.reg", &error));
+        EXPECT_EQ(error, what);
+        EXPECT_TRUE(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, "").empty());
+    }
+    // A text may hold one: its bytes are the value's.
+    std::string error;
+    ASSERT_TRUE(platform::LoadMachineDescription("REGEDIT4\n[HKEY_LOCAL_MACHINE\\S]\n\"a\"=\"x\0y\"\n"s, "m.reg", &error))
+        << error;
+    EXPECT_EQ(ValueAt(HKEY_LOCAL_MACHINE, "S", "a"), Typed(REG_SZ, {'x', 0, 'y', 0}));
+}
+
 }  // namespace
 }  // namespace langmon

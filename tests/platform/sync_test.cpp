@@ -7,6 +7,7 @@
 #include "support/platform_fixture.h"
 
 #include <atomic>
+#include <cstdint>
 
 namespace langmon {
 namespace {
@@ -45,6 +46,27 @@ TEST_F(SyncTest, BadArgumentsGiveWin32Errors) {
     SetLastError(0xdeadbeef);
     EXPECT_EQ(WaitForMultipleObjects(0, nullptr, FALSE, 0), WAIT_FAILED);
     EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+}
+
+// Found by the status manager fuzz target: a client hands the library a
+// handle that is no event, and the library hands it to the host's SetEvent
+// when the watched variable changes. The host must refuse a handle that is
+// no object, or no longer one, without reading through it.
+TEST_F(SyncTest, AHandleThatIsNoObjectIsRefusedWithoutBeingRead) {
+    const HANDLE none = reinterpret_cast<HANDLE>(std::uintptr_t{0x5EED});
+    HANDLE closed = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ASSERT_TRUE(CloseHandle(closed));
+    for (HANDLE handle : {none, closed}) {
+        SetLastError(0xdeadbeef);
+        EXPECT_FALSE(SetEvent(handle));
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        SetLastError(0xdeadbeef);
+        EXPECT_EQ(WaitForSingleObject(handle, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+        SetLastError(0xdeadbeef);
+        EXPECT_FALSE(CloseHandle(handle));
+        EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
+    }
 }
 
 struct EventWaiter {
