@@ -36,7 +36,6 @@ private:
     std::string tail_;  // the stream's last bytes, between KeptBytes and twice that once it is long
     std::uint64_t size_ = 0;
     std::uint64_t hashBeforeTail_ = 0;  // of the prefix that ends where tail_ begins
-    std::uint64_t hash_ = 0;            // of the whole stream
 };
 
 }  // namespace langmon::tool
