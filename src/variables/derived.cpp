@@ -294,9 +294,9 @@ int PublishSendingJobInfo(PortContext* port, int starting) {
             UnlockPort(port);
             return 0;
         }
-        if (link->spoolerHandle == nullptr) {
-            OpenPrinterA(link->printerName, &link->spoolerHandle, nullptr);
-        }
+        // Opened as the link opens it, shared, so that the link's removal
+        // closes it too.
+        if (link->spoolerHandle == nullptr) OpenLinkPrinter(link);
         // One attempt each, with a pause for a spooler that is busy.
         const DWORD size = SpoolerJobSize(link->spoolerHandle, port->jobId, true);
         JOB_INFO_1* job = nullptr;
