@@ -164,8 +164,9 @@ PortContext* FindPort(PortContext* first, LPCSTR name) {
 }
 
 PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
-    // Only the record itself is essential: each later piece that can't be had
-    // leaves the port working without it (no copy of the variables, no lock).
+    // Only the record and its semaphore are essential: each other piece that
+    // can't be had leaves the port working without it (no copy of the
+    // variables, no lock).
     const std::size_t nameBytes = std::strlen(name) + 1;
     const std::size_t size = sizeof(PortContext) + nameBytes;
     auto* port = static_cast<PortContext*>(GlobalAlloc(GPTR, size));
@@ -182,6 +183,13 @@ PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
     port->flags = 0;
 
     port->serialSemaphore = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+    if (port->serialSemaphore == nullptr) {
+        // Every talk with the printer waits for it; a job's start on a
+        // local port would wait for ever.
+        FreeString(port->printerName);
+        GlobalFree(port);
+        return nullptr;
+    }
     port->stallTick = 0xFFFFFFFFu;
     port->closingEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
 

@@ -5,6 +5,7 @@
 // own as well; we keep exactly one dlopen reference per record.
 
 #include "platform/library.h"
+#include "platform/memory.h"
 
 #include "platform/sync.h"
 
@@ -179,6 +180,9 @@ HMODULE LoadFile(Libraries& libs, const char* name) {
 HMODULE LoadLibraryA(LPCSTR name) {
     if (name == nullptr || name[0] == '\0') {
         SetLastError(ERROR_MOD_NOT_FOUND);
+        return nullptr;
+    }
+    if (platform::CreationFails()) {
         return nullptr;
     }
     Libraries& libs = TheLibraries();
