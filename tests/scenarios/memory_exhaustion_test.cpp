@@ -25,6 +25,8 @@ namespace langmon::scenario {
 namespace {
 
 constexpr DWORD JobId = 7;
+// What an answer buffer holds before the call.
+constexpr char Untouched = '\x5A';
 
 // What one call of the session gave back: its result, its last error and
 // the bytes it answered with.
@@ -95,7 +97,9 @@ std::ostream& operator<<(std::ostream& out, const Holdings& h) {
 
 std::string Describe(const CallResult& call) {
     std::string answer;
-    for (char c : call.answer) answer += c >= 0x20 && c < 0x7F ? std::string(1, c) : "\\x" + std::to_string(uint8_t(c));
+    for (char c : call.answer) {
+        answer += c >= 0x20 && c < 0x7F ? std::string(1, c) : "\\x" + Hex({static_cast<uint8_t>(c)});
+    }
     return call.call + (call.ok ? " succeeded" : " failed") + ", last error " + std::to_string(call.error) +
            ", answer \"" + answer + "\"";
 }
@@ -116,9 +120,11 @@ bool Clean(const CallResult& call) {
     if (c == "ControlID 7") return !call.ok;
     if (c == "WritePort" || c == "EndDocPort" || c == "ClosePort") return call.ok != FALSE;
     // A value the port never had: nothing, and the last error as it was.
-    if (c.starts_with("LM_") && c != "LM_ServiceTag" && !call.ok) return call.answer.empty();
+    if (c.starts_with("LM_") && c != "LM_ServiceTag" && !call.ok) {
+        return call.answer.find_first_not_of(Untouched) == std::string::npos;
+    }
     // No tag: zeros, and the reason in LM_ServiceTagStatus.
-    if (c == "LM_ServiceTag" && !call.ok) return call.answer.empty() || call.answer == std::string(8, '\0');
+    if (c == "LM_ServiceTag" && !call.ok) return call.answer.find_first_not_of('\0') == std::string::npos;
     return call.ok || call.error == ERROR_NOT_ENOUGH_MEMORY;
 }
 
@@ -142,16 +148,14 @@ protected:
         result.answer = std::move(answer);
         session.calls.push_back(std::move(result));
     }
-    // A request of a status application: ControlID 0 and a value name.
+    // A request of a status application: ControlID 0 and a value name. The
+    // answer is the whole buffer: an LM_ value is copied without a count.
     void Ask(Session& session, PortContext* port, const char* name, DWORD size = 4) {
         Record(session, name, [&](std::string& out) {
-            out.assign(size, '\x5A');
+            out.assign(size, Untouched);
             DWORD returned = 0;
             std::string text = name;
-            const BOOL ok = monitor.GetPrinterDataFromPort(port, 0, text.data(), nullptr, 0, out.data(), size,
-                                                           &returned);
-            out.resize(std::min(returned, size));
-            return ok;
+            return monitor.GetPrinterDataFromPort(port, 0, text.data(), nullptr, 0, out.data(), size, &returned);
         });
     }
 
@@ -246,6 +250,7 @@ TEST_F(MemoryExhaustionTest, EveryAllocationFailureEndsCleanlyAndLeavesTheNextSe
     // call made and answered, the job printed and reported to its client.
     ASSERT_EQ(reference.calls.size(), 16u);
     for (const CallResult& call : reference.calls) EXPECT_TRUE(Clean(call)) << Describe(call);
+    EXPECT_TRUE(reference.calls[2].answer.starts_with("Laser Printer 6200tx")) << Describe(reference.calls[2]);
     const auto jobs = printer->Jobs();
     ASSERT_EQ(jobs.size(), 1u);
     EXPECT_TRUE(jobs[0].framed && jobs[0].finished && jobs[0].pagesPrinted == 2);
