@@ -3,8 +3,9 @@
 #include "emulator/panel_settings.h"
 #include "emulator/pjl_command.h"
 
+#include "platform/user_input.h"
+
 #include <charconv>
-#include <fstream>
 
 namespace langmon::emulator {
 namespace {
@@ -301,19 +302,24 @@ std::string SetPrinterValue(PrinterState& state, std::string_view key, std::stri
 }
 
 std::string LoadPrinterStateFile(const std::string& path, PrinterState& state) {
-    std::ifstream file(path);
-    if (!file) return path + ": cannot be read";
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        std::string_view text = line;
-        if (size_t hash = text.find('#'); hash != std::string_view::npos) text = text.substr(0, hash);
-        text = Trim(text);
-        if (text.empty()) continue;
-        size_t equals = text.find('=');
+    std::string text;
+    if (std::string problem = platform::ReadFileUpTo(path, PrinterStateFileByteLimit, "a printer description", &text);
+        !problem.empty()) {
+        return problem;
+    }
+    std::string_view rest = text;
+    for (int number = 1; !rest.empty(); ++number) {
+        const size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        if (size_t hash = line.find('#'); hash != std::string_view::npos) line = line.substr(0, hash);
+        line = Trim(line);
+        if (line.empty()) continue;
+        size_t equals = line.find('=');
         if (equals == std::string_view::npos) {
             return path + ":" + std::to_string(number) + ": expected key = value";
         }
-        std::string problem = SetPrinterValue(state, Trim(text.substr(0, equals)), Trim(text.substr(equals + 1)));
+        std::string problem = SetPrinterValue(state, Trim(line.substr(0, equals)), Trim(line.substr(equals + 1)));
         if (!problem.empty()) return path + ":" + std::to_string(number) + ": " + problem;
     }
     return "";

@@ -13,17 +13,23 @@
 
 #include "emulator/printer_state.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace langmon::emulator {
+
+// A state file is read up to this many bytes; a longer one is refused. Every
+// key set once, with comments, takes a few kilobytes.
+inline constexpr std::size_t PrinterStateFileByteLimit = 64u << 10;
 
 // Sets one key. Returns an empty text, or what is wrong with the key or value.
 std::string SetPrinterValue(PrinterState& state, std::string_view key, std::string_view value);
 
 // Reads a state file: one `key = value` a line, '#' starts a comment, blank
 // lines are passed over. Returns an empty text, or the first problem with
-// the file's name and line number; the state is then partly changed.
+// the file's name and line number (or why it can't be read, a directory or a
+// file too long among them); the state is then partly changed.
 std::string LoadPrinterStateFile(const std::string& path, PrinterState& state);
 
 // The words after "emulator:", separated by commas: `key=value`, `state=FILE`

@@ -4,6 +4,7 @@
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "monitor/serial_hold.h"
 #include "parser/response_parser.h"
 #include "platform/clock.h"
 #include "portkind/port_kind.h"
@@ -219,10 +220,9 @@ int PollPrinterStatus(PortContext* port) {
 }
 
 int PollPrinterStatusHoldingSemaphore(PortContext* port) {
-    if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) != WAIT_OBJECT_0) return -1;
-    const int result = PollPrinterStatus(port);
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-    return result;
+    SerialHold serial(port);
+    if (!serial.Take()) return -1;
+    return PollPrinterStatus(port);
 }
 
 /* PollRound: the status thread's work on the printer, once. */

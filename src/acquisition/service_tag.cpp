@@ -3,6 +3,7 @@
 #include "acquisition/poll.h"
 #include "monitor/lower_port.h"
 #include "monitor/port_context.h"
+#include "monitor/serial_hold.h"
 #include "platform/clock.h"
 #include "portkind/port_kind.h"
 
@@ -64,22 +65,19 @@ int ReadServiceTag(PortContext* port, char* out, uint32_t outSize) {
         port->serviceTagStatus = ERROR_INVALID_PRINTER_STATE;
         return 0;
     }
-    if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) != WAIT_OBJECT_0) return 0;
+    SerialHold serial(port);
+    if (!serial.Take()) return 0;
     PollPrinterStatus(port);
     if (HasPortFlag(port, PF_OFFLINE)) {
         port->serviceTagStatus = ERROR_DEVICE_NOT_CONNECTED;
-        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
         return 0;
     }
     {
         PrinterConversation conversation(port);
-        if (!conversation.Ready()) {
-            ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-            return 0;
-        }
+        if (!conversation.Ready()) return 0;
         port->serviceTagStatus = AskForTag(port, out, outSize, &result);
     }
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial.Release();
     // `out` was zeroed first and holds the tag only if it came; a request
     // that went out after a pause gives 1 even without one.
     return result;

@@ -6,6 +6,7 @@
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "monitor/serial_hold.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
 #include "platform/sync.h"
@@ -175,14 +176,12 @@ int32_t RefreshClientStatus(const char* printerName, PortContext* port) {
         return RefreshNothingDone;
     }
     if (JobOnPort(port)) return RefreshNothingDone;
-    if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) != WAIT_OBJECT_0) return RefreshPortUnavailable;
+    SerialHold serial(port);
+    if (!serial.Take()) return RefreshPortUnavailable;
     // A job may have started while we waited.
-    if (JobOnPort(port)) {
-        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-        return RefreshNothingDone;
-    }
+    if (JobOnPort(port)) return RefreshNothingDone;
     const int32_t result = RefreshHoldingPort(printerName, classes, port);
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial.Release();
     // Without a status thread nobody else clears what the refresh left.
     if (!HasPortFlag(port, PF_STATUS_ALIVE)) ResetPortState(port);
     return result;

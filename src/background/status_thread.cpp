@@ -8,6 +8,7 @@
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "monitor/serial_hold.h"
 #include "platform/clock.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
@@ -45,18 +46,6 @@ bool HasClients(PortContext* port) {
 
 bool Running(PortContext* port) { return HasPortFlag(port, PF_STATUS_RUN); }
 
-/* TakeSerial: the wait of the thread's way out. A time-out is no error: the
-   thread goes on without the semaphore, and then doesn't release what it
-   never took, which would let a second caller in beside the one that holds
-   it. */
-bool TakeSerial(PortContext* port) {
-    return WaitForSingleObject(port->serialSemaphore, SerialWaitMs) == WAIT_OBJECT_0;
-}
-
-void GiveSerial(PortContext* port, bool held) {
-    if (held && !HasPortFlag(port, PF_CLOSING)) ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-}
-
 /* JobLeft: the watched job is over at the printer and in the spooler. */
 bool JobLeft(PortContext* port) {
     return !HasPortFlag(port, PF_JOB_ACTIVE) && !JobsTracked(port) && PortWord(port->watchJob) != 0;
@@ -67,14 +56,34 @@ void StopWatchingJob(PortContext* port) {
     port->ecpBusy = 0;
 }
 
-/* LeaveStatusThread: the thread's last acts. Once statusWakeEvent is null
-   the closing port may go on; the join in StopStatusThread covers the rest
-   of these steps. */
-void LeaveStatusThread(PortContext* port, bool held) {
+/* LeaveStatusThread: the thread's last acts, unless a client's "Wake Up"
+   or a job's start came while it was on its way out: they found the thread
+   alive and started none, so it stays for them, and false says so. The look
+   and the end of PF_STATUS_ALIVE are one step under the port's lock, as
+   theirs are. Once statusWakeEvent is null the closing port may go on; the
+   join in StopStatusThread covers the rest of these steps. */
+bool LeaveStatusThread(PortContext* port, SerialHold* serial) {
+    LockPort(port);
+    if (Running(port) && (PortWord(port->wakeRequested) != 0 || PortWord(port->watchJob) != 0)) {
+        UnlockPort(port);
+        serial->Release();
+        return false;
+    }
     ClearPortFlag(port, PF_STATUS_RUN | PF_STATUS_ALIVE);
+    UnlockPort(port);
     std::atomic_ref<HANDLE>(port->statusWakeEvent).store(nullptr);
     SetEvent(port->statusEndedEvent);
-    GiveSerial(port, held);
+    serial->Release();
+    return true;
+}
+
+/* ForgetRequests: a thread that leaves for want of clients leaves no wish
+   behind to hold the next one. */
+void ForgetRequests(PortContext* port) {
+    LockPort(port);
+    SetPortWord(port->wakeRequested, 0);
+    SetPortWord(port->watchJob, 0);
+    UnlockPort(port);
 }
 
 /* JoinStatusThread: waits for a thread that has been told to end or has
@@ -91,26 +100,23 @@ void JoinStatusThread(PortContext* port) {
     }
 }
 
-/* StatusThreadMain: the loop. Each pass takes the semaphore for its body
-   only and never sleeps holding it, so a spooler call waits for one pass
-   body at most. */
-DWORD StatusThreadMain(LPVOID argument) {
-    auto* port = static_cast<PortContext*>(argument);
-    const HANDLE wake = WakeEvent(port);
+/* FollowPrinter: the loop, up to the last acts before the thread goes. Each
+   pass takes the semaphore for its body only and never sleeps holding it,
+   so a spooler call waits for one pass body at most. Returns with the
+   semaphore held if it could be had. */
+void FollowPrinter(PortContext* port, HANDLE wake, SerialHold& serial) {
     SetPortFlag(port, PF_STATUS_ALIVE);
     port->statusTickCount = 0;
     bool reconciled = false;
     MarkMonitoring(1, port);
 
     if (StatusThreadShouldStop(port) != 0) {
-        const bool held = TakeSerial(port);
+        serial.Take();
         FinishMonitoring(port);
         ResetPortState(port);
-        LeaveStatusThread(port, held);
-        return 0;
+        return;
     }
 
-    bool held = false;
     for (;;) {
         bool leaving = false;
         if (Running(port)) {
@@ -127,26 +133,27 @@ DWORD StatusThreadMain(LPVOID argument) {
         }
         if (leaving || !HasClients(port) || !Running(port)) {
             // Leaving, or holding on for a client that a second look may find.
-            held = !HasPortFlag(port, PF_CLOSING) && TakeSerial(port);
+            if (!HasPortFlag(port, PF_CLOSING)) serial.Take();
             if (Running(port)) {
                 if (StatusThreadShouldStop(port) != 0) break;
                 if (reconciled) ReconcileClients(port);
             }
-            if (!HasClients(port) || !Running(port)) break;
-            GiveSerial(port, held);
-            held = false;
+            if (!HasClients(port) || !Running(port)) {
+                ForgetRequests(port);
+                break;
+            }
+            serial.Release();
         }
 
         // The semaphore comes first: with both signalled, the pass polls.
-        const HANDLE objects[2] = {port->serialSemaphore, wake};
-        if (WaitForMultipleObjects(2, objects, FALSE, SerialWaitMs) != WAIT_OBJECT_0) continue;
+        if (!serial.TakeOr(wake)) continue;
 
         BindPendingClients(port);
         if (HasPortFlag(port, PF_JOB_ACTIVE)) CheckSpoolerJob(port);
         // The watched job ended earlier, without a word to the printer.
         if (JobLeft(port)) StopWatchingJob(port);
         if (Running(port) && StatusThreadShouldStop(port) != 0) {
-            ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+            serial.Release();
             continue;
         }
         if (HasClients(port) || JobsTracked(port)) PollRound(port);
@@ -156,7 +163,7 @@ DWORD StatusThreadMain(LPVOID argument) {
             if ((port->portKind & PK_BIDI) != 0) SetPortWord(port->goodbyePending, 1);
             StopWatchingJob(port);
         }
-        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+        serial.Release();
 
         if ((Running(port) && StatusThreadShouldStop(port) != 0) || !HasClients(port) ||
             !Running(port)) {
@@ -175,15 +182,25 @@ DWORD StatusThreadMain(LPVOID argument) {
         DeriveErrorVariables(port, 0);
     }
     ResetPortState(port);
-    LeaveStatusThread(port, held);
+}
+
+DWORD StatusThreadMain(LPVOID argument) {
+    auto* port = static_cast<PortContext*>(argument);
+    const HANDLE wake = WakeEvent(port);
+    // A wait of the way out that runs out is no error: the thread goes on
+    // without the semaphore.
+    SerialHold serial(port);
+    do {
+        FollowPrinter(port, wake, serial);
+    } while (!LeaveStatusThread(port, &serial));
     return 0;
 }
 
-}  // namespace
-
-int StartStatusThread(PortContext* port) {
-    if ((port->portKind & (PK_LOCAL | PK_SERIAL)) == 0) return 0;
-    // A thread that has cleared PF_STATUS_ALIVE only finishes its last acts.
+/* StartStatusThreadLocked: the start itself, with the port's lock held and
+   PF_STATUS_ALIVE clear. */
+int StartStatusThreadLocked(PortContext* port) {
+    // A thread that has cleared PF_STATUS_ALIVE only finishes its last acts,
+    // none of which needs the port's lock.
     JoinStatusThread(port);
     SetPortFlag(port, PF_STATUS_RUN);
     HANDLE wake = CreateEventA(nullptr, FALSE, FALSE, nullptr);
@@ -209,6 +226,16 @@ int StartStatusThread(PortContext* port) {
                                                              : THREAD_PRIORITY_LOWEST);
     port->statusThread = thread;
     return 1;
+}
+
+}  // namespace
+
+int StartStatusThread(PortContext* port) {
+    if ((port->portKind & (PK_LOCAL | PK_SERIAL)) == 0) return 0;
+    LockPort(port);
+    const int runs = HasPortFlag(port, PF_STATUS_ALIVE) ? 1 : StartStatusThreadLocked(port);
+    UnlockPort(port);
+    return runs;
 }
 
 int StatusThreadShouldStop(PortContext* port) {
@@ -245,8 +272,12 @@ void MarkMonitoring(int on, PortContext* port) {
 }
 
 void FinishMonitoring(PortContext* port) {
-    // Nobody will send the rest of a trailer once the thread has gone; a
-    // printer that doesn't answer has nobody to take it.
+    // What the port has not taken is the end of a job: the trailer, and on
+    // the ports that hold a job's last bytes back those bytes too. Nobody
+    // sends it once the thread has gone, and the port's reset would drop it,
+    // so the printer is given it here, for up to a minute, though the
+    // semaphore is held meanwhile: anything sent next would have to go
+    // behind it anyway. A printer that doesn't answer has nobody to take it.
     if (!HasPortFlag(port, PF_OFFLINE)) FlushPending(port);
     if (PortWord(port->suspendRequested) != 0 && JobsTracked(port)) CancelQueuedJobs(port);
     if (PortWord(port->goodbyePending) != 0) {
@@ -254,9 +285,9 @@ void FinishMonitoring(PortContext* port) {
         SetPortWord(port->goodbyePending, 0);
     }
     MarkMonitoring(0, port);
+    // The wishes that held the thread are left as they are: one that came
+    // after the thread chose to go keeps it (LeaveStatusThread).
     SetPortWord(port->suspendRequested, 0);
-    SetPortWord(port->wakeRequested, 0);
-    SetPortWord(port->watchJob, 0);
     SetPortWord(port->goodbyePending, 0);
 }
 

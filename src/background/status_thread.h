@@ -21,10 +21,11 @@ constexpr DWORD StatusPassIdleMs = 4000;
 inline constexpr char UstatusOffText[] = "\x1b%-12345X@PJL USTATUSOFF\r\n\x1b%-12345X";
 constexpr DWORD UstatusOffLength = sizeof UstatusOffText - 1;  // 35
 
-// Starts the port's status thread: 1 if it runs, 0 on a port that can't have
-// one (neither local nor serial) or when no thread could be made. Called
-// while PF_STATUS_ALIVE is clear; a thread that is still finishing is joined
-// first.
+// Starts the port's status thread unless one runs: 1 if a thread runs now, 0
+// on a port that can't have one (neither local nor serial) or when no thread
+// could be made. A thread that is still finishing is joined first. The look
+// at PF_STATUS_ALIVE and the start are one step under the port's lock, so two
+// starters (a job's start, a client's "Wake Up") never make two threads.
 int StartStatusThread(PortContext* port);
 // 1 if the thread has no more reason to run; an absent port gives 1. A late
 // "Suspend" (a job has begun since) is dropped here.

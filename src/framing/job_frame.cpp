@@ -1,6 +1,6 @@
 #include "framing/job_frame.h"
 
-#include "manager/manager_link.h"
+#include "manager/job_printer.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/memory.h"
@@ -57,12 +57,9 @@ bool IsTrailByte(unsigned char c) { return (c >= 0x40 && c <= 0x7E) || (c >= 0x8
 
 // The user name from the spooler's record of the job; false when it can't be had.
 bool SpoolerUserName(PortContext* port, char (&name)[SendingUserNameSize + 1]) {
-    HANDLE printer = port->jobManager != nullptr ? port->jobManager->spoolerHandle : nullptr;
-    bool opened = false;
-    if (printer == nullptr) {
-        if (!OpenPrinterA(port->printerName, &printer, nullptr)) return false;
-        opened = true;
-    }
+    const JobPrinter job(port);
+    const HANDLE printer = job.Handle();
+    if (printer == nullptr) return false;
     bool found = false;
     DWORD needed = 0;
     GetJobA(printer, port->jobId, 1, nullptr, 0, &needed);
@@ -74,7 +71,6 @@ bool SpoolerUserName(PortContext* port, char (&name)[SendingUserNameSize + 1]) {
         }
         GlobalFree(info);
     }
-    if (opened) ClosePrinter(printer);
     return found;
 }
 

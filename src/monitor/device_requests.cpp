@@ -4,6 +4,7 @@
 #include "framing/job_frame.h"
 #include "framing/job_record.h"
 #include "monitor/lower_port.h"
+#include "monitor/serial_hold.h"
 #include "monitor/value_requests.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
@@ -26,28 +27,6 @@ constexpr DWORD HeldTailBytes = 80;
 constexpr DWORD EcpFlushBytes = 64;
 // A reset of a running job gives the printer this long to take it in.
 constexpr DWORD ResetSettleMs = 1000;
-
-/* SerialHold: serialSemaphore as the device requests take it: waited for at
-   most SerialWaitMs, and they go on without it. Only a wait that got it gives
-   it back, so a request that went on without it never hands a place to a
-   third thread. */
-class SerialHold {
-public:
-    explicit SerialHold(PortContext* port) : port_(port) { Take(); }
-    ~SerialHold() { Release(); }
-    SerialHold(const SerialHold&) = delete;
-    SerialHold& operator=(const SerialHold&) = delete;
-
-    void Take() { held_ = WaitForSingleObject(port_->serialSemaphore, SerialWaitMs) == WAIT_OBJECT_0; }
-    void Release() {
-        if (held_) ReleaseSemaphore(port_->serialSemaphore, 1, nullptr);
-        held_ = false;
-    }
-
-private:
-    PortContext* port_;
-    bool held_ = false;
-};
 
 /* RetryStuckUsbWrite: a USB port whose last write failed holds the job's last
    80 bytes; they are written again, a few seconds apart, until the port takes
@@ -85,7 +64,9 @@ void FlushEcpAfterReset(PortContext* port) {
 /* ControlRequest: a request for the port monitor below, or the job reset. */
 BOOL ControlRequest(PortContext* port, DWORD controlId, LPSTR valueName, LPSTR in, DWORD inSize,
                     LPSTR out, DWORD outSize, LPDWORD returned) {
+    // The request goes on whether or not the semaphore comes.
     SerialHold hold(port);
+    hold.Take();
     if (port->lower.GetPrinterDataFromPort == nullptr) return FALSE;
     const bool reset = controlId == JobResetControl;
     if (reset) {
@@ -116,6 +97,7 @@ BOOL ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {
     }
     // Reading needs a document below; the pseudo document stands for none.
     SerialHold hold(port);
+    hold.Take();
     if (!OpenPseudoDocument(port)) {
         SetLastError(ERROR_BUSY);
         return FALSE;

@@ -5,6 +5,7 @@
 #include "framing/job_record.h"
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
+#include "monitor/serial_hold.h"
 #include "monitor/write_strategy.h"
 #include "platform/clock.h"
 #include "platform/last_error.h"
@@ -142,8 +143,8 @@ Gate PassHeaderGate(PortContext* port, bool* probed) {
 /* ReturnToSpooler: the call ends, and the spooler passes again what
    *pcbWritten says was not taken, after a pause spent without the
    semaphore so that the status thread can poll meanwhile. */
-BOOL ReturnToSpooler(PortContext* port, DWORD pause) {
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+BOOL ReturnToSpooler(SerialHold* serial, DWORD pause) {
+    serial->Release();
     if (pause != 0) {
         Sleep(pause);
     }
@@ -219,7 +220,8 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
         return LowerWrite(port, pBuffer, cbBuf, pcbWritten);
     }
     *pcbWritten = 0;
-    if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) != WAIT_OBJECT_0) {
+    SerialHold serial(port);
+    if (!serial.Take()) {
         SetLastError(0);
         return TRUE;
     }
@@ -229,11 +231,11 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
         // The job stands still until the printer answers.
         Sleep(UsbSilentBeforePoll);
         PollPrinterStatus(port);
-        return ReturnToSpooler(port, UsbSilentAfterPoll);
+        return ReturnToSpooler(&serial, UsbSilentAfterPoll);
     }
     if (IsUsbPort(port) && !HasPortFlag(port, PF_DOC_OPEN)) {
         if (!LowerStartDoc(port, port->printerName, port->jobId, port->docInfoLevel, port->docInfo)) {
-            return ReturnToSpooler(port, UsbDocumentRetry);
+            return ReturnToSpooler(&serial, UsbDocumentRetry);
         }
         SetPortFlag(port, PF_DOC_OPEN);
     }
@@ -246,13 +248,12 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
 
     bool probed = false;
     bool discarded = false;
-    DWORD keptError = 0;
     if (HasPortFlag(port, PF_HEADER_DUE)) {
         switch (PassHeaderGate(port, &probed)) {
         case Gate::TakeNothing:
-            return ReturnToSpooler(port, 0);
+            return ReturnToSpooler(&serial, 0);
         case Gate::PrinterBack:
-            return ReturnToSpooler(port, PrinterBackPause);
+            return ReturnToSpooler(&serial, PrinterBackPause);
         case Gate::Pass:
             break;
         }
@@ -262,13 +263,16 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
             // first bytes; later blocks are the job's data.
             port->uelDropped = 1;
             *pcbWritten = static_cast<DWORD>(Uel.size());
-            return ReturnToSpooler(port, 0);
+            return ReturnToSpooler(&serial, 0);
         }
     }
     if (HasPortFlag(port, PF_DISCARD)) {
+        // The block is swallowed, and that is all the spooler hears of it:
+        // the thread's last error at this moment was left by some earlier
+        // call, and a failure would have the spooler fail a job that the
+        // monitor has already wound up.
         *pcbWritten = cbBuf;
         discarded = true;
-        keptError = GetLastError();
     } else {
         WriteJobData(port, pBuffer, cbBuf, pcbWritten);
     }
@@ -276,9 +280,7 @@ BOOL WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
         ClearPortFlag(port, PF_HEADER_DUE);
     }
     port->jobOpen = 1;
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
-    SetLastError(keptError);
-    return keptError == 0 ? TRUE : FALSE;
+    return ReturnToSpooler(&serial, 0);
 }
 
 }  // namespace langmon

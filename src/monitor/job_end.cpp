@@ -3,9 +3,10 @@
 #include "framing/job_frame.h"
 #include "framing/job_identifier.h"
 #include "framing/job_record.h"
-#include "manager/manager_link.h"
+#include "manager/job_printer.h"
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
+#include "monitor/serial_hold.h"
 #include "monitor/write_strategy.h"
 #include "platform/clock.h"
 #include "platform/memory.h"
@@ -47,10 +48,13 @@ void SendTrailer(PortContext* port) {
     request.copies = NoCount;
 
     // The held bytes and the trailer leave in one write. Both live here, not
-    // on the heap, so that no failure can lose the job's last bytes.
+    // on the heap, so that no failure can lose the job's last bytes. A job
+    // cut short sends them too: the spooler handed them over before the cut,
+    // and the discard swallows only what came after it. Only the job's own
+    // bytes: a line this job never filled holds nothing of an earlier one.
     uint8_t payload[DataTailLength + JobFrameBufferSize];
     DWORD held = 0;
-    if (!IsUsbPort(port) && (port->portMode & PM_ECP) == 0 && !HasPortFlag(port, PF_DISCARD)) {
+    if (!IsUsbPort(port) && (port->portMode & PM_ECP) == 0) {
         held = port->tailLength;
         std::memcpy(payload, HeldJobBytes(port), held);
     }
@@ -152,7 +156,9 @@ BOOL EndDocPort(HANDLE hPort) {
         return TRUE;
     }
 
-    WaitForSingleObject(port->serialSemaphore, SerialWaitMs);
+    // The job ends whether or not the semaphore comes.
+    SerialHold serial(port);
+    serial.Take();
     ClearPortFlag(port, PF_JOB_DELETED);
     bool opened = false;
     OpenPseudoDocumentIfClosed(port, &opened);
@@ -184,7 +190,7 @@ BOOL EndDocPort(HANDLE hPort) {
     ClearPortFlag(port, PF_JOB_RESET);
     // An ECP port is looked at anew for each job.
     port->portMode &= ~PM_ECP;
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial.Release();
     // With no status thread alive nobody else will send what the port
     // didn't take.
     if (!HasPortFlag(port, PF_STATUS_ALIVE)) FlushPending(port);
@@ -192,13 +198,10 @@ BOOL EndDocPort(HANDLE hPort) {
 }
 
 DWORD CountWaitingJobs(PortContext* port) {
-    HANDLE printer = port->jobManager != nullptr ? port->jobManager->spoolerHandle : nullptr;
-    bool opened = false;
+    const JobPrinter job(port);
+    const HANDLE printer = job.Handle();
     if (printer == nullptr) {
-        if (!OpenPrinterA(port->printerName, &printer, nullptr)) {
-            return 0;
-        }
-        opened = true;
+        return 0;
     }
     DWORD waiting = 0;
     for (int attempt = 0; attempt < SpoolerTries; ++attempt) {
@@ -230,9 +233,6 @@ DWORD CountWaitingJobs(PortContext* port) {
         if (listed) {
             break;
         }
-    }
-    if (opened) {
-        ClosePrinter(printer);
     }
     return waiting;
 }

@@ -9,6 +9,7 @@
 #include "monitor/lower_port.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_mode.h"
+#include "monitor/serial_hold.h"
 #include "platform/last_error.h"
 #include "platform/registry.h"
 #include "platform/sync.h"
@@ -63,10 +64,10 @@ void RaisePrintingPriority(PortContext* port) {
 
 /* FailJobStart: the document below would not open; the spooler gets the lower
    monitor's reason. */
-BOOL FailJobStart(PortContext* port) {
+BOOL FailJobStart(PortContext* port, SerialHold* serial) {
     const LastErrorKeeper lowerError;
     ClearPortFlag(port, PF_JOB_ACTIVE);
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial->Release();
     port->jobOpen = 0;
     lowerError.Restore();
     return FALSE;
@@ -81,18 +82,19 @@ void FollowJob(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, L
     }
     PollPrinterStatus(port);
     // Only a printer with a client gets a header: nobody else would read
-    // what the printer reports on the job.
+    // what the printer reports on the job. Settled either way for each job,
+    // since an earlier job with a client that sent no data left it set.
     if (port->jobManager != nullptr) {
         SetPortFlag(port, PF_HEADER_DUE);
+    } else {
+        ClearPortFlag(port, PF_HEADER_DUE);
     }
     if (port->jobListHead == nullptr) {
         DrainPrinterInput(0, port);
     }
     if (port->jobManager != nullptr) {
         SetPortWord(port->watchJob, 1);
-        if (!HasPortFlag(port, PF_STATUS_ALIVE)) {
-            StartStatusThread(port);
-        }
+        StartStatusThread(port);
     }
     if (port->docInfo != nullptr) {
         FreeDocInfo(port->docInfoLevel, port->docInfo);
@@ -114,19 +116,6 @@ void FollowJob(PortContext* port, LPSTR printerName, DWORD jobId, DWORD level, L
 
 }  // namespace
 
-bool WaitSerialForJobStart(PortContext* port) {
-    // The status thread holds the semaphore for one poll at a time, and a poll
-    // ends: on a local port waiting on is safe, elsewhere the job goes on.
-    for (;;) {
-        if (WaitForSingleObject(port->serialSemaphore, SerialWaitMs) == WAIT_OBJECT_0) {
-            return true;
-        }
-        if ((port->portKind & PK_LOCAL) == 0) {
-            return false;
-        }
-    }
-}
-
 BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) {
     auto* port = static_cast<PortContext*>(hPort);
     if (port == nullptr) {
@@ -139,12 +128,13 @@ BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LP
         return TRUE;
     }
     ClearPortFlag(port, PF_NO_MANAGER);
-    WaitSerialForJobStart(port);
+    SerialHold serial(port);
+    serial.TakeWaitingOnLocalPort();
     port->jobOpen = 1;
     TakePrinterName(port, pPrinterName);
 
     if (HasPortFlag(port, PF_JOB_ACTIVE)) {
-        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+        serial.Release();
         port->jobOpen = 0;
         SetLastError(ERROR_BUSY);
         return FALSE;
@@ -162,7 +152,7 @@ BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LP
         }
         SetPortFlag(port, PF_DOC_OPEN);
     } else if (!IsUsbPort(port)) {
-        return FailJobStart(port);
+        return FailJobStart(port, &serial);
     }
     // A USB port whose document would not open carries on: WritePort tries again.
 
@@ -174,14 +164,13 @@ BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LP
     port->tailLength = 0;
 
     if ((port->portKind & PK_BIDI) == 0) {
-        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
         return TRUE;
     }
 
     LockPort(port);
     FollowJob(port, pPrinterName, JobId, Level, pDocInfo);
     UnlockPort(port);
-    ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    serial.Release();
 
     ClearPortFlag(port, PF_JOB_GONE);
     port->tailValid = 0;

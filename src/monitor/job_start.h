@@ -7,8 +7,4 @@ namespace langmon {
 
 BOOL StartDocPort(HANDLE hPort, LPSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo);
 
-// The semaphore wait of a job start: bounded at 30000 ms, repeated without end
-// on a local port, given up elsewhere. True when the semaphore was got.
-bool WaitSerialForJobStart(PortContext* port);
-
 }  // namespace langmon

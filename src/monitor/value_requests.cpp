@@ -5,6 +5,7 @@
 #include "acquisition/service_tag.h"
 #include "background/refresh.h"
 #include "background/status_thread.h"
+#include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/text.h"
 
@@ -63,16 +64,25 @@ int32_t Refresh(const char* printerName, PortContext* port) {
 /* WakeUp: the status thread runs from now on, jobs or none, until "Stop
    Polling". A second wake-up without a stop between is refused. */
 int32_t WakeUp(PortContext* port) {
-    if (PortWord(port->wakeRequested) != 0) return RequestRefused;
-    SetPortWord(port->wakeRequested, 1);
-    if (!HasPortFlag(port, PF_STATUS_ALIVE)) StartStatusThread(port);
-    return RequestDone;
+    // Under the port's lock, as a job's start does the same: of two clients
+    // that ask at once one is refused, and a job starting meanwhile finds
+    // the thread this starts.
+    LockPort(port);
+    const bool asked = PortWord(port->wakeRequested) != 0;
+    if (!asked) {
+        SetPortWord(port->wakeRequested, 1);
+        StartStatusThread(port);
+    }
+    UnlockPort(port);
+    return asked ? RequestRefused : RequestDone;
 }
 
 int32_t StopPolling(PortContext* port) {
-    if (PortWord(port->wakeRequested) == 0) return RequestRefused;
+    LockPort(port);
+    const bool asked = PortWord(port->wakeRequested) != 0;
     SetPortWord(port->wakeRequested, 0);
-    return RequestDone;
+    UnlockPort(port);
+    return asked ? RequestDone : RequestRefused;
 }
 
 /* Suspend: an idle status thread is asked to end, and given a few seconds to

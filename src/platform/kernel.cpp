@@ -209,7 +209,7 @@ void Kernel::ReportDeadlock() {
 
 std::size_t Kernel::MadeThreadsRunning() const {
     return static_cast<std::size_t>(std::count_if(threads_.begin(), threads_.end(), [](const ThreadRecord* thread) {
-        return thread->worker.joinable() && thread != currentRecord;
+        return thread->made && thread != currentRecord;
     }));
 }
 
@@ -224,10 +224,13 @@ std::vector<std::string> Kernel::EndMadeThreads(std::unique_lock<std::mutex>& lo
     threadEnded_.wait_for(lock, std::chrono::milliseconds(boundMs), [this] { return MadeThreadsRunning() == 0; });
     std::vector<std::string> abandoned;
     for (ThreadRecord* thread : threads_) {
-        if (thread->worker.joinable() && thread != currentRecord) {
+        if (thread->made && thread != currentRecord) {
             abandoned.push_back(Describe(thread));
             // It may still end on its own; nobody will wait for it.
-            thread->worker.detach();
+            thread->made = false;
+            if (thread->worker.joinable()) {
+                thread->worker.detach();
+            }
         }
     }
     windingDown_ = false;

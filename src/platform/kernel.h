@@ -44,8 +44,9 @@ struct ThreadRecord {
     Waiter* waiting = nullptr;       // the call it is blocked in, if any
     bool suspended = false;          // made suspended and not yet resumed
     std::condition_variable resumed;
-    // The system thread behind a thread that CreateThread made; empty for a
-    // thread the platform adopted. Joined once the thread has ended.
+    // Made by CreateThread, not adopted; its system thread, once running, is
+    // `worker`, joined once the thread has ended.
+    bool made = false;
     std::thread worker;
 };
 

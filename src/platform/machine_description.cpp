@@ -14,30 +14,26 @@
 //
 // Deletions ("[-key]", "name"=-) and anything else are refused: a description
 // that half-loads would describe a machine nobody wrote down. So the whole text
-// is read first and the registry changed only when all of it is good.
+// is read twice: once to check it, and once more, when all of it is good, to
+// change the registry. Nothing is kept between the two but the text itself.
 
 #include "platform/machine_description.h"
 
 #include "platform/registry.h"
+#include "platform/user_input.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
-#include <sstream>
 #include <vector>
 
 namespace langmon::platform {
 
 namespace {
 
-// One key to make or one value to set, in the order of the text.
-struct Entry {
-    HKEY root = nullptr;
-    std::string path;
-    bool isValue = false;
+// One value as a line gives it.
+struct Value {
     std::string name;
     DWORD type = REG_NONE;
     std::vector<BYTE> data;
@@ -83,40 +79,32 @@ bool ParseHex(std::string_view digits, std::size_t maxDigits, DWORD* out) {
 
 class Reader {
 public:
-    Reader(std::string_view text, std::string_view source) : source_(source) {
+    Reader(std::string_view text, std::string_view source) : rest_(text), source_(source) {
         // A byte order mark from a UTF-8 editor is not part of the header.
-        if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
-        while (!text.empty()) {
-            const auto cut = text.find('\n');
-            lines_.push_back(text.substr(0, cut));
-            if (cut == std::string_view::npos) break;
-            text.remove_prefix(cut + 1);
-        }
+        if (rest_.substr(0, 3) == "\xEF\xBB\xBF") rest_.remove_prefix(3);
+        more_ = !rest_.empty();
     }
 
-    bool Read(std::vector<Entry>* entries) {
+    // Reads the whole text; with `apply`, makes each key and sets each value
+    // in the registry, in the order of the text.
+    bool Read(bool apply) {
         if (!ReadHeader()) return false;
         bool inKey = false;
         HKEY root = nullptr;
         std::string path;
-        for (; next_ < lines_.size(); ++next_) {
-            const std::string_view line = Trim(lines_[next_]);
+        Value value;
+        for (std::string_view line; NextLine(&line);) {
+            line = Trim(line);
             if (line.empty() || line.front() == ';') continue;
             if (line.front() == '[') {
                 if (!ReadKey(line, &root, &path)) return false;
-                Entry key;
-                key.root = root;
-                key.path = path;
-                entries->push_back(std::move(key));
+                if (apply) RegistryCreateKey(root, path);
                 inKey = true;
             } else if (line.front() == '"' || line.front() == '@') {
                 if (!inKey) return Fail("a value before any [key] line");
-                Entry entry;
-                entry.root = root;
-                entry.path = path;
-                entry.isValue = true;
-                if (!ReadValue(line, &entry)) return false;
-                entries->push_back(std::move(entry));
+                value = Value{};
+                if (!ReadValue(line, &value)) return false;
+                if (apply) RegistrySetValue(root, path, value.name, value.type, value.data);
             } else {
                 return Fail("not a key, a value or a comment");
             }
@@ -127,20 +115,31 @@ public:
     const std::string& error() const { return error_; }
 
 private:
+    // The next line without its LF; false at the end of the text.
+    bool NextLine(std::string_view* line) {
+        if (!more_) return false;
+        const auto cut = rest_.find('\n');
+        *line = rest_.substr(0, cut);
+        rest_.remove_prefix(cut == std::string_view::npos ? rest_.size() : cut + 1);
+        // The LF that ends the last line starts no line of its own.
+        more_ = !rest_.empty();
+        ++lineNumber_;
+        return true;
+    }
+
     bool Fail(const std::string& what) {
-        error_ = std::string(source_) + ":" + std::to_string(next_ + 1) + ": " + what;
+        error_ = std::string(source_) + ":" + std::to_string(lineNumber_) + ": " + what;
         return false;
     }
 
     bool ReadHeader() {
-        for (; next_ < lines_.size(); ++next_) {
-            const std::string_view line = Trim(lines_[next_]);
+        for (std::string_view line; NextLine(&line);) {
+            line = Trim(line);
             if (line.empty()) continue;
             if (line != "REGEDIT4") return Fail("the first line must be REGEDIT4");
-            ++next_;
             return true;
         }
-        next_ = 0;
+        lineNumber_ = 1;
         return Fail("empty; the first line must be REGEDIT4");
     }
 
@@ -165,7 +164,10 @@ private:
         const std::string_view rest = inside.substr(cut + 1);
         // Every name on the path must be there: "a\\b" or a trailing '\' is a typo.
         std::size_t start = 0;
-        while (true) {
+        for (std::size_t depth = 1;; ++depth) {
+            if (depth > MachineKeyDepthLimit) {
+                return Fail("a key nested deeper than " + std::to_string(MachineKeyDepthLimit) + " levels");
+            }
             const auto end = rest.find('\\', start);
             if (rest.substr(start, end - start).empty()) return Fail("an empty key name in the path");
             if (end == std::string_view::npos) break;
@@ -201,7 +203,7 @@ private:
         return Fail("a string without its closing quote");
     }
 
-    bool ReadValue(std::string_view line, Entry* entry) {
+    bool ReadValue(std::string_view line, Value* entry) {
         if (line.front() == '@') {
             line.remove_prefix(1);
         } else if (!ReadQuoted(&line, &entry->name)) {
@@ -268,14 +270,15 @@ private:
                 }
             }
             if (!goesOn) return true;
-            if (next_ + 1 >= lines_.size()) return Fail("the hex list goes on past the end of the text");
-            rest = lines_[++next_];
+            if (!more_) return Fail("the hex list goes on past the end of the text");
+            NextLine(&rest);
         }
     }
 
+    std::string_view rest_;  // the text behind the line last read
+    bool more_ = false;      // a line is left
+    std::size_t lineNumber_ = 0;
     std::string_view source_;
-    std::vector<std::string_view> lines_;
-    std::size_t next_ = 0;
     std::string error_;
 };
 
@@ -293,38 +296,29 @@ void SetProblem(const std::string& text) {
 }  // namespace
 
 bool LoadMachineDescription(std::string_view text, std::string_view source, std::string* error) {
-    Reader reader(text, source);
-    std::vector<Entry> entries;
-    const bool good = reader.Read(&entries);
+    Reader checked(text, source);
+    const bool good = checked.Read(false);
     ClearRegistry();
-    SetProblem(good ? std::string() : reader.error());
+    SetProblem(good ? std::string() : checked.error());
     if (!good) {
-        if (error) *error = reader.error();
+        if (error) *error = checked.error();
         return false;
     }
-    for (const Entry& entry : entries) {
-        if (entry.isValue) {
-            RegistrySetValue(entry.root, entry.path, entry.name, entry.type, entry.data);
-        } else {
-            RegistryCreateKey(entry.root, entry.path);
-        }
-    }
+    Reader(text, source).Read(true);
     if (error) error->clear();
     return true;
 }
 
 bool LoadMachineDescriptionFile(const std::string& path, std::string* error) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        const std::string problem = path + ": cannot be read (" + std::strerror(errno) + ")";
+    std::string text;
+    const std::string problem = ReadFileUpTo(path, MachineDescriptionByteLimit, "a machine description", &text);
+    if (!problem.empty()) {
         ClearRegistry();
         SetProblem(problem);
         if (error) *error = problem;
         return false;
     }
-    std::ostringstream text;
-    text << file.rdbuf();
-    return LoadMachineDescription(text.str(), path, error);
+    return LoadMachineDescription(text, path, error);
 }
 
 void LoadMachineFromEnvironmentOnce() {
@@ -334,7 +328,7 @@ void LoadMachineFromEnvironmentOnce() {
         if (!path || !*path) return;
         std::string error;
         if (!LoadMachineDescriptionFile(path, &error)) {
-            std::fprintf(stderr, "langmon: %s\n", error.c_str());
+            std::fprintf(stderr, "langmon: %s\n", Printable(error).c_str());
         }
     });
 }

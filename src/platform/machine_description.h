@@ -5,10 +5,18 @@
 // comes from that registry.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace langmon::platform {
+
+// A machine description file is read up to this many bytes; a longer one is
+// refused. A machine with tens of thousands of printers fits.
+inline constexpr std::size_t MachineDescriptionByteLimit = 32u << 20;
+// Keys nest at most this deep, as the Windows registry's do (512 levels).
+// A deeper path is refused with its line: no machine needs one.
+inline constexpr std::size_t MachineKeyDepthLimit = 512;
 
 // Replaces the registry with the keys and values of `text`. A malformed text is
 // refused whole: the registry is left empty and `error` says where, as

@@ -5,6 +5,11 @@
 // so a handle still open when the tree is cleared keeps a detached key alive
 // instead of pointing at freed memory. Live handles sit in a set, which is how a
 // handle is told from garbage without reading through it.
+//
+// A key's subkeys and values are kept in the order they were made, which is
+// the order they enumerate in, and found through a hash of their names folded
+// to upper case: a machine that lists thousands of printers under one key is
+// loaded and read without a walk of its siblings for each name.
 
 #include "platform/registry.h"
 
@@ -12,23 +17,112 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace langmon {
 
 namespace {
+
+char FoldAscii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
+
+// Key and value names compare without regard to the case of ASCII letters;
+// other bytes (the Shift-JIS ones included) compare as they are.
+bool SameName(std::string_view a, std::string_view b) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
+    }
+    return true;
+}
+
+// FNV-1a over the folded bytes, so that names that are the same name hash alike.
+struct FoldedNameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const {
+        std::uint64_t hash = 0xcbf29ce484222325u;
+        for (char c : name) {
+            hash ^= static_cast<unsigned char>(FoldAscii(c));
+            hash *= 0x100000001b3u;
+        }
+        return static_cast<std::size_t>(hash);
+    }
+};
+struct FoldedNameEqual {
+    using is_transparent = void;
+    bool operator()(std::string_view a, std::string_view b) const { return SameName(a, b); }
+};
+
+// Named items in the order they were first named, found by name.
+template <typename Item>
+class NamedList {
+public:
+    const std::vector<Item>& InOrder() const { return items_; }
+
+    Item* Find(std::string_view name) {
+        const auto found = index_.find(name);
+        return found == index_.end() ? nullptr : &items_[found->second];
+    }
+    // `item`'s name must not be in the list yet.
+    Item& Add(Item item) {
+        index_.emplace(NameOf(item), items_.size());
+        items_.push_back(std::move(item));
+        return items_.back();
+    }
+    bool Erase(std::string_view name) {
+        const auto found = index_.find(name);
+        if (found == index_.end()) return false;
+        const std::size_t at = found->second;
+        index_.erase(found);
+        items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(at));
+        for (auto& [_, position] : index_) {
+            if (position > at) --position;
+        }
+        return true;
+    }
+    std::vector<Item> TakeAll() {
+        index_.clear();
+        return std::exchange(items_, {});
+    }
+
+private:
+    std::vector<Item> items_;
+    std::unordered_map<std::string, std::size_t, FoldedNameHash, FoldedNameEqual> index_;
+};
 
 struct Value {
     std::string name;
     DWORD type = REG_NONE;
     std::vector<BYTE> data;
 };
+const std::string& NameOf(const Value& value) { return value.name; }
 
 struct Node {
+    Node() = default;
+    Node(const Node&) = delete;
+    Node& operator=(const Node&) = delete;
+    ~Node();
+
     std::string name;
-    std::vector<std::shared_ptr<Node>> children;  // in the order they were made
-    std::vector<Value> values;                   // likewise
+    NamedList<std::shared_ptr<Node>> children;
+    NamedList<Value> values;
 };
+const std::string& NameOf(const std::shared_ptr<Node>& node) { return node->name; }
+
+// A chain of keys many thousands deep would unwind one destructor frame per
+// level and overflow the stack: the keys below are taken apart here, one at
+// a time. A key that an open handle still shares is left to the handle.
+Node::~Node() {
+    std::vector<std::shared_ptr<Node>> doomed = children.TakeAll();
+    while (!doomed.empty()) {
+        std::shared_ptr<Node> node = std::move(doomed.back());
+        doomed.pop_back();
+        if (node.use_count() == 1) {
+            for (auto& child : node->children.TakeAll()) doomed.push_back(std::move(child));
+        }
+    }
+}
 
 }  // namespace
 
@@ -53,18 +147,6 @@ Registry& TheRegistry() {
 
 constexpr REGSAM kAllAccess = 0xFFFFFFFFu;
 
-char FoldAscii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
-
-// Key and value names compare without regard to the case of ASCII letters;
-// other bytes (the Shift-JIS ones included) compare as they are.
-bool SameName(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
-    }
-    return true;
-}
-
 // What a handle stands for, with the rights it was opened with. The two roots
 // are not objects: they have every right. Called with the mutex held.
 struct Resolved {
@@ -79,18 +161,9 @@ Resolved Resolve(Registry& r, HKEY key) {
     return {};
 }
 
-std::shared_ptr<Node> FindChild(const Node& node, std::string_view name) {
-    for (const auto& child : node.children) {
-        if (SameName(child->name, name)) return child;
-    }
-    return nullptr;
-}
-
-Value* FindValue(Node& node, std::string_view name) {
-    for (auto& value : node.values) {
-        if (SameName(value.name, name)) return &value;
-    }
-    return nullptr;
+std::shared_ptr<Node> FindChild(Node& node, std::string_view name) {
+    const auto* child = node.children.Find(name);
+    return child ? *child : nullptr;
 }
 
 // Calls `step` with each name of a '\'-separated path. Empty names, from a
@@ -123,7 +196,7 @@ Node* WalkOrMake(Node* from, std::string_view path) {
         if (!child) {
             child = std::make_shared<Node>();
             child->name = std::string(name);
-            from->children.push_back(child);
+            from->children.Add(child);
         }
         from = child.get();
         return true;
@@ -140,11 +213,8 @@ std::shared_ptr<Node> HostRoot(Registry& r, HKEY root) {
 }
 
 void StoreValue(Node& node, std::string_view name, DWORD type, std::span<const BYTE> data) {
-    Value* value = FindValue(node, name);
-    if (!value) {
-        node.values.push_back(Value{std::string(name), type, {}});
-        value = &node.values.back();
-    }
+    Value* value = node.values.Find(name);
+    if (!value) value = &node.values.Add(Value{std::string(name), type, {}});
     value->type = type;
     value->data.assign(data.begin(), data.end());
 }
@@ -178,8 +248,9 @@ LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize, LPDWORD 
     if (!at.node) return ERROR_INVALID_HANDLE;
     if ((at.access & KEY_ENUMERATE_SUB_KEYS) == 0) return ERROR_ACCESS_DENIED;
     if (!name || !nameSize) return ERROR_INVALID_PARAMETER;
-    if (index >= at.node->children.size()) return ERROR_NO_MORE_ITEMS;
-    const std::string& found = at.node->children[index]->name;
+    const auto& children = at.node->children.InOrder();
+    if (index >= children.size()) return ERROR_NO_MORE_ITEMS;
+    const std::string& found = children[index]->name;
     // The name must fit with its NUL; a buffer too small is left as it was.
     if (found.size() + 1 > *nameSize) return ERROR_MORE_DATA;
     std::memcpy(name, found.c_str(), found.size() + 1);
@@ -199,7 +270,7 @@ LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD /*reserved*/, LPDWORD 
     if (!at.node) return ERROR_INVALID_HANDLE;
     if ((at.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
     if (data && !dataSize) return ERROR_INVALID_PARAMETER;
-    const Value* value = FindValue(*at.node, valueName ? valueName : "");
+    const Value* value = at.node->values.Find(valueName ? valueName : "");
     if (!value) return ERROR_FILE_NOT_FOUND;
     if (type) *type = value->type;
     if (!dataSize) return ERROR_SUCCESS;
@@ -268,9 +339,7 @@ bool RegistryDeleteKey(HKEY root, std::string_view path) {
     if (!from || name.empty()) return false;
     auto parent = Walk(from, parentPath);
     if (!parent) return false;
-    return std::erase_if(parent->children, [&](const auto& child) {
-               return SameName(child->name, name);
-           }) != 0;
+    return parent->children.Erase(name);
 }
 
 void RegistrySetValue(HKEY root, std::string_view path, std::string_view name, DWORD type,
@@ -302,7 +371,7 @@ std::optional<RegistryValue> RegistryGetValue(HKEY root, std::string_view path,
     if (!from) return std::nullopt;
     auto node = Walk(std::move(from), path);
     if (!node) return std::nullopt;
-    const Value* value = FindValue(*node, name);
+    const Value* value = node->values.Find(name);
     if (!value) return std::nullopt;
     return RegistryValue{value->type, value->data};
 }
@@ -341,13 +410,13 @@ std::vector<std::string> NamesIn(HKEY root, std::string_view path, Name nameOf) 
 
 std::vector<std::string> RegistrySubkeys(HKEY root, std::string_view path) {
     return NamesIn(root, path, [](const auto& node, std::vector<std::string>& names) {
-        for (const auto& child : node.children) names.push_back(child->name);
+        for (const auto& child : node.children.InOrder()) names.push_back(child->name);
     });
 }
 
 std::vector<std::string> RegistryValueNames(HKEY root, std::string_view path) {
     return NamesIn(root, path, [](const auto& node, std::vector<std::string>& names) {
-        for (const auto& value : node.values) names.push_back(value.name);
+        for (const auto& value : node.values.InOrder()) names.push_back(value.name);
     });
 }
 

@@ -51,13 +51,15 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
     Kernel& kernel = Kernel::Get();
     std::vector<std::thread> ended;
     KernelObject* object = nullptr;
+    ThreadRecord* record = nullptr;
     {
         std::lock_guard lock(kernel.mutex);
         ended = kernel.TakeEndedWorkers();
         kernel.CurrentThread();
         object = kernel.NewObject(ObjectKind::Thread);
         object->handles = 2;  // the caller's handle and the thread's own
-        ThreadRecord* record = kernel.AddThread();
+        record = kernel.AddThread();
+        record->made = true;
         record->object = object;
         object->thread = record;
         object->threadId = record->id;
@@ -67,28 +69,31 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
         } else {
             kernel.ThreadStarted();
         }
-        // Made under the lock, so that the record holds its system thread
-        // before the thread can end: the new thread's first step waits for
-        // the lock.
-        try {
-            record->worker = std::thread(platform::RunManagedThread, record, routine, argument);
-        } catch (const std::system_error&) {
-            if (record->suspended) {
-                kernel.ThreadStarted();  // ThreadEnded counts it out again
-            }
-            object->handles = 1;
-            kernel.ThreadEnded(record, 0);
-            kernel.CloseObject(object);
-            object = nullptr;
-        }
     }
     // Threads that have ended are joined here, by whoever starts the next one.
     for (std::thread& worker : ended) {
         worker.join();
     }
-    if (object == nullptr) {
+    std::thread worker;
+    try {
+        worker = std::thread(platform::RunManagedThread, record, routine, argument);
+    } catch (const std::system_error&) {
+        std::lock_guard lock(kernel.mutex);
+        if (record->suspended) {
+            kernel.ThreadStarted();  // ThreadEnded counts it out again
+        }
+        object->handles = 1;
+        kernel.ThreadEnded(record, 0);
+        kernel.CloseObject(object);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
+    }
+    {
+        // The record holds its system thread before the thread may run, and
+        // so before it can end.
+        std::lock_guard lock(kernel.mutex);
+        record->worker = std::move(worker);
+        record->resumed.notify_all();
     }
     if (threadId != nullptr) {
         *threadId = object->threadId;
@@ -103,7 +108,7 @@ void RunManagedThread(ThreadRecord* record, LPTHREAD_START_ROUTINE routine, LPVO
     {
         std::unique_lock lock(kernel.mutex);
         kernel.AdoptThread(record);
-        record->resumed.wait(lock, [record] { return !record->suspended; });
+        record->resumed.wait(lock, [record] { return record->worker.joinable() && !record->suspended; });
     }
     const DWORD exitCode = routine(argument);
     std::lock_guard lock(kernel.mutex);

@@ -14,6 +14,7 @@
 #include "variables/spooler_status.h"
 #include "variables/status_variable.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace langmon {
@@ -86,6 +87,54 @@ DWORD SpoolerJobSize(HANDLE printer, DWORD jobId, bool pauseOnError) {
 
 void CopyField(uint8_t* field, uint32_t size, const char* text) {
     if (text != nullptr) std::memcpy(field, text, strnlen(text, size - 1));
+}
+
+/* UpdateJobStatusLocked: UpdateJobStatus with the port's lock held. The
+   client's copy of JobStatus is the reference; the new value goes out
+   through the row for the length of one publication. */
+int UpdateJobStatusLocked(PortContext* port, uint32_t mask, int set) {
+    ManagerLink* link = port->jobManager;
+    if (port->variables == nullptr || link == nullptr) return 0;
+    StatusVariable* row = Row(port, "JobStatus", 0);
+    if (row == nullptr || row->Value == nullptr) return 0;
+    if (link->GetPrinterStatusA == nullptr || link->managerHandle == 0) return 0;
+    auto* block = static_cast<uint32_t*>(GlobalAlloc(GPTR, sizeof(uint32_t)));
+    if (block == nullptr) return 0;
+    DWORD needed = 0;
+    if (link->GetPrinterStatusA(link->managerHandle, "JobStatus", block, sizeof *block, &needed) != 0) {
+        GlobalFree(block);
+        return 0;
+    }
+    const uint32_t now = set != 0 ? *block | mask : *block & ~mask;
+    if (now == *block) {
+        GlobalFree(block);
+        return 0;
+    }
+    *block = now;
+    void* own = row->Value;
+    row->Value = block;
+    row->Dirty = 1;
+    PublishVariables(port);
+    row->Value = own;
+    GlobalFree(block);
+    return 1;
+}
+
+/* SpoolerJobPaused: whether the spooler holds the running job paused, asked
+   through its client's printer handle: 1 or 0, -1 when it can't be had.
+   Called with the port's lock held, which keeps the client's link. */
+int SpoolerJobPaused(PortContext* port) {
+    const ManagerLink* link = port->jobManager;
+    if (link == nullptr || link->spoolerHandle == nullptr) return -1;
+    const DWORD size = SpoolerJobSize(link->spoolerHandle, port->jobId, false);
+    if (size < sizeof(JOB_INFO_1)) return -1;
+    auto* job = static_cast<JOB_INFO_1*>(GlobalAlloc(GPTR, size));
+    if (job == nullptr) return -1;
+    DWORD again = 0;
+    const bool read = GetJobA(link->spoolerHandle, port->jobId, 1, reinterpret_cast<LPBYTE>(job), size, &again) != 0;
+    const bool paused = read && (job->Status & 0x1) != 0 && HasPortFlag(port, PF_JOB_ACTIVE);
+    GlobalFree(job);
+    return read ? (paused ? 1 : 0) : -1;
 }
 
 }  // namespace
@@ -215,7 +264,14 @@ void UpdatePrinterExtStatus(PortContext* port) {
         return;
     }
     uint32_t value = *static_cast<uint32_t*>(row->Value);
-    value = (port->portKind & PK_MONITORED) != 0 ? 1 : value & ~0x7u;
+    if ((std::atomic_ref<uint32_t>(port->portKind).load() & PK_MONITORED) != 0) {
+        value = 1;
+    } else {
+        // A port no longer watched carries nothing either way: its clients
+        // are told 0, not the two-way bits it had while it was open.
+        std::atomic_ref<uint32_t>(port->portKind).store(0);
+        value &= ~0x7u;
+    }
     if ((port->portKind & PK_BIDI) != 0) value |= 0x6;
     *static_cast<uint32_t*>(row->Value) = value;
     const bool clients = port->managers != nullptr;
@@ -244,44 +300,20 @@ void SetPrinterJobBit(PortContext* port, int on) {
     }
 }
 
-/* UpdateJobStatus: the client's copy of JobStatus is the reference; the new
-   value goes out through the row for the length of one publication. */
 int UpdateJobStatus(PortContext* port, uint32_t mask, int set) {
-    ManagerLink* link = port->jobManager;
-    if (port->variables == nullptr || link == nullptr) return 0;
-    StatusVariable* row = Row(port, "JobStatus", 0);
-    if (row == nullptr || row->Value == nullptr) return 0;
-    if (link->GetPrinterStatusA == nullptr || link->managerHandle == 0) return 0;
-    auto* block = static_cast<uint32_t*>(GlobalAlloc(GPTR, sizeof(uint32_t)));
-    if (block == nullptr) return 0;
-    DWORD needed = 0;
-    if (link->GetPrinterStatusA(link->managerHandle, "JobStatus", block, sizeof *block, &needed) != 0) {
-        GlobalFree(block);
-        return 0;
-    }
-    const uint32_t now = set != 0 ? *block | mask : *block & ~mask;
-    if (now == *block) {
-        GlobalFree(block);
-        return 0;
-    }
-    *block = now;
+    // The job's client is used under the port's lock: its link may be taken
+    // down by its request thread or a reconciling of the port at any time.
     LockPort(port);
-    void* own = row->Value;
-    row->Value = block;
-    row->Dirty = 1;
-    PublishVariables(port);
-    row->Value = own;
+    const int changed = UpdateJobStatusLocked(port, mask, set);
     UnlockPort(port);
-    GlobalFree(block);
-    return 1;
+    return changed;
 }
 
 /* PublishSendingJobInfo: the job the port sends, as the spooler names it. */
 int PublishSendingJobInfo(PortContext* port, int starting) {
-    ManagerLink* link = port->jobManager;
-    if (link == nullptr) return 0;
     LockPort(port);
-    StatusVariable* row = Row(port, "SendingJobInfo", 0);
+    ManagerLink* link = port->jobManager;
+    StatusVariable* row = link != nullptr ? Row(port, "SendingJobInfo", 0) : nullptr;
     if (row == nullptr || (starting == 0 && row->Value == nullptr)) {
         UnlockPort(port);
         return 0;
@@ -294,8 +326,8 @@ int PublishSendingJobInfo(PortContext* port, int starting) {
             UnlockPort(port);
             return 0;
         }
-        // Opened as the link opens it, shared, so that the link's removal
-        // closes it too.
+        // Opened as the link opens it, shared, so that the spooler is told the
+        // printer's status through it and the link's end closes it.
         if (link->spoolerHandle == nullptr) OpenLinkPrinter(link);
         // One attempt each, with a pause for a spooler that is busy.
         const DWORD size = SpoolerJobSize(link->spoolerHandle, port->jobId, true);
@@ -338,20 +370,9 @@ int PublishSendingJobInfo(PortContext* port, int starting) {
 }
 
 void CheckSpoolerJob(PortContext* port) {
-    ManagerLink* link = port->jobManager;
-    if (link == nullptr || link->spoolerHandle == nullptr) return;
-    const DWORD size = SpoolerJobSize(link->spoolerHandle, port->jobId, false);
-    if (size < sizeof(JOB_INFO_1)) return;
-    auto* job = static_cast<JOB_INFO_1*>(GlobalAlloc(GPTR, size));
-    if (job == nullptr) return;
-    DWORD again = 0;
-    if (!GetJobA(link->spoolerHandle, port->jobId, 1, reinterpret_cast<LPBYTE>(job), size, &again)) {
-        GlobalFree(job);
-        return;
-    }
-    const bool paused = (job->Status & 0x1) != 0 && HasPortFlag(port, PF_JOB_ACTIVE);
-    GlobalFree(job);
-    UpdateJobStatus(port, JobPaused, paused ? 1 : 0);
+    LockPort(port);
+    if (const int paused = SpoolerJobPaused(port); paused >= 0) UpdateJobStatusLocked(port, JobPaused, paused);
+    UnlockPort(port);
 }
 
 /* CancelJobTracking: the port stops following its jobs. The running job, if

@@ -5,12 +5,16 @@
 #include "background/status_thread.h"
 
 #include "framing/job_record.h"
+#include "monitor/device_requests.h"
 #include "platform/spooler_jobs.h"
+#include "platform/sync.h"
+#include "platform/thread.h"
 #include "support/client_fixture.h"
 #include "support/port_waits.h"
 #include "variables/derived.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 namespace langmon {
@@ -33,6 +37,15 @@ protected:
     }
 
     bool WaitForThreadEnd(DWORD limitMs = 120000) { return testing::WaitUntilThreadEnded(port, limitMs); }
+
+    // A client's request by name; its 4-byte answer.
+    int32_t Ask(const char* request) {
+        std::string name = request;
+        int32_t answer = -1;
+        DWORD returned = 0;
+        GetPrinterDataFromPort(port, 0, name.data(), nullptr, 0, reinterpret_cast<LPSTR>(&answer), 4, &returned);
+        return answer;
+    }
 
     // The ticks of the device ID requests that came after `since`.
     std::vector<DWORD> PollTicks(DWORD since) {
@@ -100,6 +113,16 @@ TEST_F(StatusThreadTest, AJobIsFollowedEveryThreeSecondsUntilItLeavesThenThePrin
     EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
     EXPECT_EQ(WaitForSingleObject(port->statusEndedEvent, 0), WAIT_TIMEOUT);
     EXPECT_TRUE(EndDocPort(port));
+
+    // The port closes: its client hears that it is neither watched nor
+    // two-way any more, and that the printer is gone from it.
+    ASSERT_TRUE(Close(port));
+    const auto ext = manager.HandedTo(Printer, "PrinterExtStatus");
+    ASSERT_FALSE(ext.empty());
+    EXPECT_EQ(ext.back().Word(0), 0u);
+    const auto status = manager.HandedTo(Printer, "PrinterStatus");
+    ASSERT_FALSE(status.empty());
+    EXPECT_EQ(status.back().Word(4), 0x1000u);
 }
 
 TEST_F(StatusThreadTest, AJobThatLeftBeforeThePollEndsTheThreadWithoutAWordToThePrinter) {
@@ -134,8 +157,27 @@ TEST_F(StatusThreadTest, APausedJobIsToldToItsClientAndAnIdlePortIsPolledEveryFo
     EXPECT_EQ(Gaps(PollTicks(idle)), (std::vector<DWORD>{4000, 4000, 4000}));
     EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE));
 
+    // "Stop Polling", and "Wake Up" again just as the thread, on its way
+    // out, tells the client that monitoring is off: the client's wish came
+    // after the thread chose to go, and the thread stays for it.
+    int32_t woken = -1;
+    manager.WhenHanded([&](const testing::HandedValue& value) {
+        if (woken != -1 || value.name != "PrinterExtStatus" || (value.Word(0) & MonitoringBit) != 0) return;
+        char wake[] = "Wake Up";
+        DWORD returned = 0;
+        GetPrinterDataFromPort(port, 0, wake, nullptr, 0, reinterpret_cast<LPSTR>(&woken), 4, &returned);
+    });
+    EXPECT_EQ(Ask("Stop Polling"), 0);
+    Sleep(StatusPassIdleMs);
+    manager.WhenHanded(nullptr);
+    EXPECT_EQ(woken, 0);
+    const DWORD woke = GetTickCount();
+    Sleep(2 * StatusPassIdleMs);
+    EXPECT_TRUE(HasPortFlag(port, PF_STATUS_ALIVE)) << "the thread polls on";
+    EXPECT_EQ(PollTicks(woke).size(), 2u);
+
     // "Stop Polling": nothing holds the thread any more.
-    SetPortWord(port->wakeRequested, 0);
+    EXPECT_EQ(Ask("Stop Polling"), 0);
     EXPECT_TRUE(WaitForThreadEnd(StatusPassIdleMs + 1000));
     EXPECT_EQ(Received("LPT1").find("USTATUSOFF"), std::string::npos)
         << "the job left before a poll of the thread";
@@ -162,15 +204,16 @@ TEST_F(StatusThreadTest, APrinterThatFallsSilentLosesTheJobOnceAndTheRestIsSwall
     }
     EXPECT_GE(cancelling, 1);
 
-    // The spooler sends the rest; none of it reaches the printer, only the
-    // trailer that closes the job there, and no goodbye.
+    // The spooler sends the rest; none of it reaches the printer. What it
+    // sent before the printer fell silent does, with the trailer that closes
+    // the job there, and no goodbye.
     const std::string rest = Job.substr(100);
     EXPECT_EQ(Send(port, rest), rest.size());
-    const std::string before = Received("LPT1");
-    EXPECT_EQ(before.size(), sent);
+    EXPECT_EQ(Received("LPT1").size(), sent);
     EXPECT_TRUE(EndDocPort(port));
     EXPECT_TRUE(WaitForThreadEnd());
-    EXPECT_EQ(Received("LPT1"), before + testing::ExpectedTrailer(port->trailerIdentifier));
+    const std::string id = port->trailerIdentifier;
+    EXPECT_EQ(Received("LPT1"), testing::ExpectedHeader(id) + first + testing::ExpectedTrailer(id));
     EXPECT_EQ(Cancels(), 1);
 }
 
@@ -199,6 +242,90 @@ TEST_F(StatusThreadTest, ASuspendDuringAJobIsDroppedAndOneAfterItEndsTheThreadWi
     EXPECT_EQ(port->jobListHead, nullptr);
     EXPECT_EQ(Received("LPT1"), sent + Goodbye);
     EXPECT_EQ(PortWord(port->suspendRequested), 0u);
+
+    // A job whose trailer the port won't take: on its way out the thread
+    // offers it for a minute, then lets it go, and the next job reaches the
+    // printer clean.
+    ASSERT_TRUE(Start(port, 13));
+    EXPECT_EQ(Send(port, Job), Job.size());
+    auto& below = lower.Port("LPT1");
+    for (int i = 0; i < 1000; ++i) below.QueueWrite(testing::WriteAnswer::TakeNothing(ERROR_TIMEOUT));
+    ASSERT_TRUE(EndDocPort(port));
+    ASSERT_NE(port->pendingLength, 0u);
+    const std::string stuck = Received("LPT1");
+    SetPortWord(port->suspendRequested, 1);
+    WakeStatusThread(port);
+    const DWORD suspended = GetTickCount();
+    ASSERT_TRUE(WaitForThreadEnd(StatusPassJobMs + 61000));
+    EXPECT_GT(GetTickCount() - suspended, 60000u);
+    EXPECT_EQ(port->pendingLength, 0u);
+    EXPECT_EQ(Received("LPT1"), stuck);
+    below.ForgetQueuedWrites();
+    below.ForgetCalls();
+    ASSERT_TRUE(Start(port, 14));
+    const std::string id = port->jobIdentifier;
+    EXPECT_EQ(Send(port, Job), Job.size());
+    ASSERT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), testing::ExpectedHeader(id) + Job + testing::ExpectedTrailer(id));
+}
+
+// A client's "Wake Up" and a job's start at the same moment share one status
+// thread, whichever comes first: a second would be left out of the port's
+// closing, which waits for one. The client asks the moment the job's start
+// has a job to watch, right where the start looks for a thread.
+TEST_F(StatusThreadTest, AWakeUpAndAJobStartingTogetherShareOneThread) {
+    struct Round {
+        PortContext* port;
+        DOC_INFO_1* doc;
+        DWORD jobId;
+        int32_t woken;
+    };
+    const LPTHREAD_START_ROUTINE client = [](LPVOID argument) -> DWORD {
+        auto* round = static_cast<Round*>(argument);
+        // A busy look, to be on hand at that moment; bounded, in case the
+        // start waits on the clock on its way.
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        while (PortWord(round->port->watchJob) == 0 && std::chrono::steady_clock::now() < giveUp) {
+        }
+        char wake[] = "Wake Up";
+        char stop[] = "Stop Polling";
+        int32_t stopped = 0;
+        DWORD returned = 0;
+        GetPrinterDataFromPort(round->port, 0, wake, nullptr, 0, reinterpret_cast<LPSTR>(&round->woken), 4,
+                               &returned);
+        GetPrinterDataFromPort(round->port, 0, stop, nullptr, 0, reinterpret_cast<LPSTR>(&stopped), 4, &returned);
+        return 0;
+    };
+    const LPTHREAD_START_ROUTINE spooler = [](LPVOID argument) -> DWORD {
+        auto* round = static_cast<Round*>(argument);
+        char printer[] = "Laser";
+        StartDocPort(round->port, printer, round->jobId, 1, reinterpret_cast<LPBYTE>(round->doc));
+        EndDocPort(round->port);
+        return 0;
+    };
+    // The printer's client is made by a first job, alone.
+    ASSERT_TRUE(Start(port));
+    ASSERT_TRUE(EndDocPort(port));
+    ASSERT_TRUE(WaitForThreadEnd());
+    std::size_t objects = 0;
+    for (int n = 0; n < 300; ++n) {
+        ASSERT_EQ(PortWord(port->watchJob), 0u);
+        Round round{port, &doc1, static_cast<DWORD>(100 + n), 1};
+        HANDLE threads[2] = {CreateThread(nullptr, 0, client, &round, 0, nullptr),
+                             CreateThread(nullptr, 0, spooler, &round, 0, nullptr)};
+        for (HANDLE thread : threads) {
+            ASSERT_NE(thread, nullptr);
+            WaitForSingleObject(thread, INFINITE);
+            CloseHandle(thread);
+        }
+        EXPECT_EQ(round.woken, 0) << "round " << n;
+        ASSERT_TRUE(WaitForThreadEnd()) << "round " << n;
+        SettleThreads();
+        // The last thread's handle and event stay until the next start joins
+        // them; those of a second thread would stay for ever.
+        if (n == 0) objects = platform::LiveObjectCount();
+        ASSERT_EQ(platform::LiveObjectCount(), objects) << "round " << n;
+    }
 }
 
 // ClosePort while the thread rests between passes, polls, or winds up by

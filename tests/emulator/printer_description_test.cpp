@@ -46,6 +46,12 @@ TEST(PrinterDescriptionTest, StateFileNamesTheLineOfItsProblem) {
     // The same file named after "emulator:", where its problem comes out whole.
     EXPECT_EQ(ApplyPrinterDescription("silent,state=" + path, state), path + ":5: bad value \"lots\" for jam");
     std::remove(path.c_str());
+
+    // A directory is no state file, and a file that goes on is read no
+    // further than a description may go.
+    EXPECT_EQ(ApplyPrinterDescription("state=/", state), "/: cannot be read (Is a directory)");
+    EXPECT_EQ(LoadPrinterStateFile("/dev/zero", state),
+              "/dev/zero: more than 65536 bytes, the most a printer description may hold");
 }
 
 TEST(PrinterDescriptionTest, FaultWordsAfterTheEmulatorPrefix) {

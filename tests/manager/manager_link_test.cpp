@@ -7,6 +7,7 @@
 #include "manager/status_driver.h"
 #include "platform/library.h"
 #include "platform/spooler_jobs.h"
+#include "platform/spooler_printers.h"
 #include "support/client_fixture.h"
 
 #include <set>
@@ -189,6 +190,40 @@ TEST_F(BindingTest, ARemovedLinkLeavesNothingThatPointsAtIt) {
     EXPECT_TRUE(EndDocPort(port));
     SettleThreads();
     EXPECT_EQ(platform::OpenPrinterHandleCount(), 0u);
+}
+
+// A job whose printer has no link yet makes one at its start. Whatever
+// allocation fails there, the printer's handle is opened as the link's own:
+// shared with the threads that tell the spooler its status, so that a bound
+// client's printer is told to the spooler, and closed when the link goes.
+TEST_F(BindingTest, EveryAllocationFailureOfAJobsStartLeavesThePrinterHandleSharedAndClosedWithTheLink) {
+    for (std::size_t nth = 0;; ++nth) {
+        SCOPED_TRACE("allocation " + std::to_string(nth));
+        DescribePrinter(Printer, Driver6200, "LPT1");
+        platform::ForgetPrinterStatusWords();
+        if (nth != 0) platform::FailAllocation(nth, false);
+        const BOOL started = Start(port);
+        const bool hit = platform::AllocationFailureHit();
+        platform::StopFailingAllocations();
+        EXPECT_TRUE(started);
+        const bool bound = manager.OpenManagers() == 1;
+        EXPECT_TRUE(EndDocPort(port));
+
+        // The next job, with memory to spare: the spooler hears the printer
+        // is printing.
+        ASSERT_TRUE(Start(port, 13));
+        Sleep(100);
+        const std::vector<DWORD> told = platform::PrinterStatusWords(Printer);
+        if (bound) {
+            ASSERT_FALSE(told.empty());
+            EXPECT_NE(told.back() & 0x400, 0u);  // PRINTER_STATUS_PRINTING
+        }
+        EXPECT_TRUE(EndDocPort(port));
+
+        TakeClientAway(port);
+        EXPECT_EQ(platform::OpenPrinterHandleCount(), 0u);
+        if (nth != 0 && !hit) break;
+    }
 }
 
 }  // namespace

@@ -22,7 +22,13 @@ using testing::JobRoadTest;
 using testing::Uel;
 using testing::WriteAnswer;
 
+// The thread sanitizer makes each schedule some twenty times slower; there
+// the schedules are about the threads' hand-overs, and a fifth of them do.
+#if defined(__SANITIZE_THREAD__)
+constexpr uint32_t SchedulesPerStrategy = 200;
+#else
 constexpr uint32_t SchedulesPerStrategy = 1000;
+#endif
 constexpr int CallLimit = 200000;
 
 enum class Strategy { Direct, Capped, Behind };
@@ -94,12 +100,10 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
         }
         DWORD written = 0;
         std::string piece = job.substr(taken, std::min(block, job.size() - taken));
-        const BOOL ok = WritePort(port, reinterpret_cast<LPBYTE>(piece.data()), static_cast<DWORD>(piece.size()), &written);
-        // A swallowed block may come back as a failure with the thread's last
-        // error; the job is over for the spooler either way.
-        if (takenBeforeDiscard == std::string::npos) {
-            EXPECT_TRUE(ok);
-        }
+        // A left-over error of the spooler's thread, as the port's own
+        // time-outs leave it: no call fails for it, a swallowed block neither.
+        SetLastError(ERROR_TIMEOUT);
+        EXPECT_TRUE(WritePort(port, reinterpret_cast<LPBYTE>(piece.data()), static_cast<DWORD>(piece.size()), &written));
         taken += written;
     }
     EXPECT_EQ(taken, job.size()) << "the spooler's job never went";
@@ -129,14 +133,9 @@ bool ByteConservationTest::RunSchedule(Strategy strategy, uint32_t seed) {
     if (takenBeforeDiscard == std::string::npos) {
         EXPECT_EQ(received, header + data + trailer);
     } else {
-        // The job's bytes up to some point, then the trailer: on the delay
-        // line's ports up to 80 bytes of what was taken never leave.
-        const std::size_t sent = received.size() - header.size() - trailer.size();
+        // Every byte taken before the cut, then the trailer.
         const std::size_t tookData = takenBeforeDiscard - std::min<std::size_t>(takenBeforeDiscard, uelDropped ? 9 : 0);
-        EXPECT_GE(received.size(), header.size() + trailer.size());
-        EXPECT_EQ(received, header + data.substr(0, sent) + trailer);
-        EXPECT_LE(sent, tookData);
-        EXPECT_GE(sent + (strategy == Strategy::Behind ? 80 : 0), tookData);
+        EXPECT_EQ(received, header + data.substr(0, tookData) + trailer);
     }
     EXPECT_EQ(port->pendingLength, 0u);
 

@@ -7,6 +7,7 @@
 #include "platform/spooler_jobs.h"
 #include "variables/status_variable.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace langmon {
@@ -79,17 +80,26 @@ TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
     EXPECT_EQ(queue->Dirty, 0u);
 }
 
-TEST_F(JobRoadTest, ADiscardedJobSendsTheTrailerAloneAndNoneOfItsHeldBytes) {
+// A job cut short (its printer gone silent, a cancel at the host) has its
+// data swallowed from the cut on. What the spooler handed over before the
+// cut still goes: the bytes the delay line holds leave with the trailer, and
+// only the job's own, however few.
+TEST_F(JobRoadTest, ADiscardedJobStillSendsWhatCameBeforeTheCut) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
-    ASSERT_TRUE(Start(port));
-    const std::string id = port->jobIdentifier;
-    Send(port, PostScriptJob.substr(0, 150));
-    SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
-    Send(port, PostScriptJob.substr(150));
-    ASSERT_TRUE(EndDocPort(port));
-    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, 70) + ExpectedTrailer(id));
-    EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
+    auto& below = lower.Port("LPT1");
+    for (const std::size_t cut : {150, 30}) {
+        ASSERT_TRUE(Start(port));
+        const std::string id = port->jobIdentifier;
+        below.ForgetCalls();
+        Send(port, PostScriptJob.substr(0, cut));
+        SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
+        Send(port, PostScriptJob.substr(cut));
+        ASSERT_TRUE(EndDocPort(port));
+        EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, cut) + ExpectedTrailer(id));
+        EXPECT_EQ(below.Calls(CallKind::WritePort).back().bytes.size(), std::min<std::size_t>(cut, 80) + 51);
+        EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
+    }
 }
 
 TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {
@@ -127,6 +137,29 @@ TEST_F(JobRoadTest, ATrailerThePortWontTakeIsTriedForAMinuteThenLetGo) {
     for (int i = 0; i < 20; ++i) below.QueueWrite(WriteAnswer::Take(7));
     ASSERT_TRUE(EndDocPort(port));
     EXPECT_EQ(Received("LPT1"), PostScriptJob.substr(120) + ExpectedTrailer(port->trailerIdentifier));
+}
+
+// The test holds the semaphore, as a status thread whose pass never ends
+// would. A job's start on a port that isn't local, and a job's end, go on
+// without it after 30 s, and give nothing back: the holder still has it.
+TEST_F(JobRoadTest, ACallThatWaitedTheSemaphoreOutGivesNothingBack) {
+    PortContext* serial = Open("COM1");
+    PortContext* parallel = Open("LPT1");
+    ASSERT_TRUE(Start(parallel));
+    for (PortContext* port : {serial, parallel}) {
+        ASSERT_EQ(WaitForSingleObject(port->serialSemaphore, 0), WAIT_OBJECT_0);
+    }
+    const DWORD before = Elapsed();
+    EXPECT_TRUE(Start(serial));
+    EXPECT_TRUE(EndDocPort(parallel));
+    EXPECT_GE(Elapsed() - before, 2 * SerialWaitMs);
+    EXPECT_LT(Elapsed() - before, 2 * SerialWaitMs + 1000);
+    for (PortContext* port : {serial, parallel}) {
+        EXPECT_EQ(WaitForSingleObject(port->serialSemaphore, 0), WAIT_TIMEOUT)
+            << port->portName << ": a third caller got in beside the holder";
+        ReleaseSemaphore(port->serialSemaphore, 1, nullptr);
+    }
+    EXPECT_TRUE(EndDocPort(serial));
 }
 
 TEST_F(JobRoadTest, APassThroughJobTellsTheSpoolerItsLastPageIsOut) {

@@ -85,6 +85,9 @@ TEST_F(JobRoadTest, AJobWithAClientIsFollowedOneWithoutIsNot) {
     EXPECT_TRUE(EndDocPort(port));
 
     GiveClient(port);
+    // The status thread waits at its first step: what follows is the
+    // spooler's calls alone, one right after the other.
+    testing::StatusThreadHold hold(port);
     ASSERT_TRUE(Start(port, 8));
     EXPECT_TRUE(HasPortFlag(port, PF_JOB_ACTIVE | PF_DOC_OPEN | PF_HEADER_DUE));
     EXPECT_NE(port->jobManager, nullptr);
@@ -100,6 +103,17 @@ TEST_F(JobRoadTest, AJobWithAClientIsFollowedOneWithoutIsNot) {
     EXPECT_EQ(port->docInfoLevel, 1u);
     EXPECT_TRUE(EndDocPort(port));
     EXPECT_EQ(port->docInfo, nullptr);
+
+    // That job sent nothing, so its header never went; the next job, for a
+    // printer without a client, gets none.
+    char stranger[] = "Stranger";
+    ASSERT_TRUE(StartDocPort(port, stranger, 9, 1, reinterpret_cast<LPBYTE>(&doc1)));
+    EXPECT_EQ(port->jobManager, nullptr);
+    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE));
+    const std::string job = "%!PS-Adobe-3.0\n" + std::string(100, 'x');
+    EXPECT_EQ(Send(port, job), job.size());
+    EXPECT_TRUE(EndDocPort(port));
+    EXPECT_EQ(Received("LPT1"), job + testing::ExpectedTrailer(port->trailerIdentifier));
 }
 
 TEST_F(JobRoadTest, TheRegistryRaisesTheSpoolersThreadForTheJobAndTheEndPutsItBack) {

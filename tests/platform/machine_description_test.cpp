@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,13 @@ using Typed = std::pair<DWORD, std::vector<BYTE>>;
 std::string ExampleMachine() {
     const auto here = std::filesystem::path(__FILE__).parent_path();
     return (here / "../../examples/machine.reg").lexically_normal().string();
+}
+
+// A key line whose path is `depth` keys deep.
+std::string KeyOfDepth(std::size_t depth) {
+    std::string line = "[HKEY_LOCAL_MACHINE";
+    for (std::size_t level = 0; level < depth; ++level) line += "\\K";
+    return line + "]";
 }
 
 Typed ValueAt(HKEY root, const char* path, const char* name) {
@@ -83,6 +91,10 @@ TEST_F(MachineDescriptionTest, RefusesAMalformedTextWholeAndNamesTheLine) {
         {key + "\"a\"=hex:01,\\\n", "3: the hex list goes on past the end of the text"},
         {key + "\"a\"=sz:x\n", "3: unknown kind of value (a string, dword: or hex: expected)"},
         {key + "HKLM\\S\n", "3: not a key, a value or a comment"},
+        // Deeper than any registry nests, up to a million levels: refused
+        // with the line, not loaded to be freed one level a stack frame.
+        {"REGEDIT4\n;\n" + KeyOfDepth(513) + "\n", "3: a key nested deeper than 512 levels"},
+        {"REGEDIT4\n" + KeyOfDepth(1000000) + "\n", "2: a key nested deeper than 512 levels"},
     };
     for (const auto& [text, what] : refusals) {
         SCOPED_TRACE(text);
@@ -95,12 +107,50 @@ TEST_F(MachineDescriptionTest, RefusesAMalformedTextWholeAndNamesTheLine) {
         EXPECT_TRUE(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, "").empty());
     }
 
-    // A file that can't be read leaves the machine empty too.
-    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "Software\\langmon");
+    // A file that can't be read, a directory, or one longer than a machine
+    // description may be leaves the machine empty too.
+    const std::pair<std::string, std::string> files[] = {
+        {"/nonexistent/machine.reg", "/nonexistent/machine.reg: cannot be read (No such file or directory)"},
+        {"/", "/: cannot be read (Is a directory)"},
+        {"/dev/zero", "/dev/zero: more than 33554432 bytes, the most a machine description may hold"},
+    };
+    for (const auto& [path, what] : files) {
+        platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "Software\\langmon");
+        std::string error;
+        EXPECT_FALSE(platform::LoadMachineDescriptionFile(path, &error));
+        EXPECT_EQ(error, what);
+        EXPECT_EQ(platform::MachineDescriptionProblem(), what);
+        EXPECT_TRUE(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, "").empty());
+    }
+}
+
+// As deep as a registry nests, and as many printers as a large machine
+// lists: keys enumerate in the order the file first names them, whatever
+// case it names them in later, and each is found by its name in any case.
+TEST_F(MachineDescriptionTest, ManyKeysAndDeepKeysLoadAsTheFileNamesThem) {
+    const std::string printers = "System\\CurrentControlSet\\control\\Print\\Printers";
+    std::string text = "REGEDIT4\n" + KeyOfDepth(512) + "\n\"Deep\"=dword:1\n";
+    constexpr int Count = 5000;
+    for (int i = 0; i < Count; ++i) {
+        text += "[HKEY_LOCAL_MACHINE\\" + printers + "\\Printer " + std::to_string(Count - i) + "]\n";
+        text += "\"Port\"=\"LPT1:\"\n";
+    }
+    // Named again in other cases: the same keys and values, which keep their places.
+    text += "[HKEY_LOCAL_MACHINE\\SYSTEM\\currentcontrolset\\CONTROL\\print\\PRINTERS\\PRINTER 2]\n";
+    text += "\"PORT\"=\"USB001\"\n";
     std::string error;
-    EXPECT_FALSE(platform::LoadMachineDescriptionFile("/nonexistent/machine.reg", &error));
-    EXPECT_EQ(error, "/nonexistent/machine.reg: cannot be read (No such file or directory)");
-    EXPECT_TRUE(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, "").empty());
+    ASSERT_TRUE(platform::LoadMachineDescription(text, "big.reg", &error)) << error;
+
+    const std::vector<std::string> names = platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, printers);
+    ASSERT_EQ(names.size(), std::size_t{Count});
+    for (int i = 0; i < Count; ++i) ASSERT_EQ(names[i], "Printer " + std::to_string(Count - i));
+    EXPECT_EQ(platform::RegistryGetString(HKEY_LOCAL_MACHINE, printers + "\\printer 2", "port"), "USB001");
+    EXPECT_EQ(platform::RegistryValueNames(HKEY_LOCAL_MACHINE, printers + "\\Printer 2"),
+              std::vector<std::string>{"Port"});
+    EXPECT_EQ(platform::RegistryGetString(HKEY_LOCAL_MACHINE, printers + "\\PRINTER 4999", "Port"), "LPT1:");
+    std::string deep;
+    for (int level = 0; level < 512; ++level) deep += "\\K";
+    EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, deep, "Deep"), 1u);
 }
 
 // The environment's file is read once per process; a child process sees the

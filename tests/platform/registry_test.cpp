@@ -5,6 +5,9 @@
 #include "support/platform_fixture.h"
 
 #include <cstring>
+#include <pthread.h>
+#include <string>
+#include <vector>
 
 namespace langmon {
 namespace {
@@ -123,6 +126,64 @@ TEST_F(RegistryTest, EachCallNeedsItsRight) {
     EXPECT_EQ(platform::RegistryGetDword(HKEY_DYN_DATA, "", "Root"), 50u);
     RegCloseKey(queryOnly);
     RegCloseKey(setOnly);
+}
+
+// A key taken out leaves its siblings in their order, each still found by
+// its name; a key taken out and made again comes last.
+TEST_F(RegistryTest, DeletingAKeyKeepsItsSiblingsInOrderAndFound) {
+    const std::string quor = kQuor;
+    EXPECT_TRUE(platform::RegistryDeleteKey(HKEY_LOCAL_MACHINE, quor + "\\com1"));
+    EXPECT_FALSE(platform::RegistryDeleteKey(HKEY_LOCAL_MACHINE, quor + "\\COM1"));
+    EXPECT_EQ(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kQuor), (std::vector<std::string>{"LPT2", "USB001"}));
+    EXPECT_TRUE(platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, quor + "\\usb001"));
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, quor + "\\Usb001", "PortType", 3);
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, quor + "\\COM1");
+    EXPECT_EQ(platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kQuor),
+              (std::vector<std::string>{"LPT2", "USB001", "COM1"}));
+    EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, quor + "\\USB001", "porttype"), 3u);
+}
+
+// `work(argument)` on a thread with a stack of 1 MiB: a chain of keys that
+// was freed a stack frame per level would not fit.
+void OnSmallStack(void* (*work)(void*), void* argument) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, std::size_t{1} << 20);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, work, argument), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+// A chain of keys far deeper than a machine file may give is freed without
+// a stack frame per level, also when the last handle inside it closes; the
+// handle kept its part of the chain until then.
+TEST_F(RegistryTest, AKeyChainAHundredThousandDeepIsFreedWithTheHandleInsideItStillGood) {
+    std::string path;
+    for (int level = 0; level < 100000; ++level) path += "k\\";
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, path + "end");
+    HKEY middle = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.substr(0, path.size() / 2).c_str(), 0, KEY_READ, &middle),
+              LONG(ERROR_SUCCESS));
+    OnSmallStack([](void*) -> void* { return platform::ClearRegistry(), nullptr; }, nullptr);
+    EXPECT_FALSE(platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, "k"));
+    char name[8];
+    DWORD size = sizeof name;
+    EXPECT_EQ(EnumKey(middle, 0, name, &size), LONG(ERROR_SUCCESS));
+    EXPECT_STREQ(name, "k");
+    LONG closed = -1;
+    struct Closing {
+        HKEY key;
+        LONG* result;
+    } closing{middle, &closed};
+    OnSmallStack(
+        [](void* argument) -> void* {
+            auto* c = static_cast<Closing*>(argument);
+            *c->result = RegCloseKey(c->key);
+            return nullptr;
+        },
+        &closing);
+    EXPECT_EQ(closed, LONG(ERROR_SUCCESS));
 }
 
 }  // namespace

@@ -229,6 +229,45 @@ TEST_F(SyncTest, SuspendedThreadRunsOnlyOnceResumed) {
     CloseHandle(thread);
 }
 
+DWORD RetryForSeventeenSeconds(LPVOID argument) {
+    auto* tries = static_cast<std::atomic<int>*>(argument);
+    for (int i = 0; i < 17; ++i) {
+        Sleep(1000);
+        ++*tries;
+    }
+    return 0;
+}
+
+DWORD WaitForEver(LPVOID event) { return WaitForSingleObject(static_cast<HANDLE>(event), INFINITE); }
+
+// The process's end: a thread that retries reaches its end at once, without
+// time moving; one that waits for ever is left and named, not waited for.
+TEST_F(SyncTest, EndingThreadsCutsTheirTimedWaitsShortAndNamesThoseThatWaitForEver) {
+    std::atomic<int> tries{0};
+    HANDLE never = CreateEventA(nullptr, TRUE, FALSE, "NeverSignalled");
+    HANDLE retrier = CreateThread(nullptr, 0, RetryForSeventeenSeconds, &tries, 0, nullptr);
+    HANDLE waiter = CreateThread(nullptr, 0, WaitForEver, never, 0, nullptr);
+    ASSERT_NE(retrier, nullptr);
+    ASSERT_NE(waiter, nullptr);
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(platform::EndThreads(200), 1u);
+    const std::string said = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(tries.load(), 17);
+    EXPECT_EQ(WaitForSingleObject(retrier, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(Elapsed(), 0u) << "the waits were cut short, not waited out";
+    EXPECT_NE(said.find("1 thread did not end within 200 ms and is abandoned"), std::string::npos) << said;
+    EXPECT_NE(said.find("waits on event \"NeverSignalled\""), std::string::npos) << said;
+
+    // Waits are themselves again afterwards.
+    Sleep(10);
+    EXPECT_EQ(Elapsed(), 10u);
+    SetEvent(never);
+    EXPECT_EQ(WaitForSingleObject(waiter, INFINITE), WAIT_OBJECT_0);
+    CloseHandle(retrier);
+    CloseHandle(waiter);
+    CloseHandle(never);
+}
+
 TEST_F(SyncTest, ThreadPrioritiesAreRecorded) {
     HANDLE self = GetCurrentThread();
     EXPECT_EQ(GetThreadPriority(self), THREAD_PRIORITY_NORMAL);

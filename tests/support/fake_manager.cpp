@@ -242,7 +242,7 @@ int32_t FakeManager::Get(uint32_t handle, const char* name, void* buffer, DWORD 
 
 int32_t FakeManager::Update(uint32_t handle, const char* name, const void* value, DWORD size) {
     FakeManager& fake = *registered;
-    std::lock_guard lock(fake.mutex_);
+    std::unique_lock lock(fake.mutex_);
     auto owner = fake.handles_.find(handle);
     if (owner == fake.handles_.end()) {
         ++fake.staleCalls_;
@@ -251,9 +251,18 @@ int32_t FakeManager::Update(uint32_t handle, const char* name, const void* value
     PrinterSetup& setup = fake.printers_[owner->second];
     const auto* bytes = static_cast<const uint8_t*>(value);
     fake.handed_.push_back({owner->second, name, std::vector<uint8_t>(bytes, bytes + size), !setup.refuses});
-    if (setup.refuses) return -1;
-    setup.store[name] = fake.handed_.back().bytes;
-    return 0;
+    const HandedValue handed = fake.handed_.back();
+    const auto action = fake.whenHanded_;
+    const bool refuses = setup.refuses;
+    if (!refuses) setup.store[name] = handed.bytes;
+    lock.unlock();
+    if (action) action(handed);
+    return refuses ? -1 : 0;
+}
+
+void FakeManager::WhenHanded(std::function<void(const HandedValue&)> action) {
+    std::lock_guard lock(mutex_);
+    whenHanded_ = std::move(action);
 }
 
 }  // namespace langmon::testing

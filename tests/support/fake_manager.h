@@ -6,6 +6,7 @@
 #include <langmon/status_manager.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -49,6 +50,10 @@ public:
     int Watches() const;  // notifications standing now
     // A value a client wrote into the printer's store, such as "RefreshStatus".
     void ClientWrites(const std::string& printer, const std::string& name, const std::string& bytes);
+
+    // Called with each value as it is handed over, on the thread that hands
+    // it, outside the manager's lock: the test acts at that very moment.
+    void WhenHanded(std::function<void(const HandedValue&)> action);
 
     // What happened.
     std::vector<HandedValue> Handed() const;
@@ -103,6 +108,7 @@ private:
     std::map<uint32_t, Notification> notifications_;
     uint32_t nextNotification_ = 1;
     std::vector<HandedValue> handed_;
+    std::function<void(const HandedValue&)> whenHanded_;
 };
 
 }  // namespace langmon::testing

@@ -40,6 +40,7 @@ struct Interruption {
 // A run of the command and the signals it is sent.
 struct CommandRun {
     std::vector<std::string> arguments;
+    std::vector<std::string> environment;  // NAME=VALUE beside the test's own
     std::vector<Interruption> signals;
     pid_t pid = -1;
     int status = 0;
@@ -84,7 +85,11 @@ void RunAll(std::vector<CommandRun>& runs, int limitMs) {
         argv.push_back(command.data());
         for (std::string& word : run.arguments) argv.push_back(word.data());
         argv.push_back(nullptr);
-        ASSERT_EQ(posix_spawn(&run.pid, LANGMON_COMMAND, &files, nullptr, argv.data(), environ), 0);
+        std::vector<char*> envp;
+        for (std::string& setting : run.environment) envp.push_back(setting.data());
+        for (char** setting = environ; *setting != nullptr; ++setting) envp.push_back(*setting);
+        envp.push_back(nullptr);
+        ASSERT_EQ(posix_spawn(&run.pid, LANGMON_COMMAND, &files, nullptr, argv.data(), envp.data()), 0);
         posix_spawn_file_actions_destroy(&files);
     }
     std::vector<std::vector<int>> cueSeen(runs.size());
@@ -153,7 +158,7 @@ CommandRun Watch(std::vector<Interruption> signals, std::vector<std::string> mor
 TEST(ShutdownTest, AWatchEndsCleanlyAtWhateverMomentItIsInterrupted) {
     const std::string following = "following the printer";
     std::vector<CommandRun> runs;
-    for (const Interruption& signal : std::vector<Interruption>{{SIGINT, 100, ""},
+    for (const Interruption& signal : std::vector<Interruption>{{SIGINT, 0, "langmon status of printer"},
                                                                 {SIGTERM, 0, following},
                                                                 {SIGINT, 800, following},
                                                                 {SIGTERM, 1600, following},
@@ -197,6 +202,48 @@ TEST(ShutdownTest, AnInterruptedWatchWaitsForTheJobAtThePrinterUntilInterruptedA
                   std::string::npos)
             << Describe(run);
     }
+}
+
+// langmon print with a client: the status thread follows the job after its
+// end, then closing the port waits for the printer's report of the job's
+// end. Interrupted there, the command stops following, says that it waits,
+// and ends at once on a second interruption. Interrupted while the job is
+// still handed over, it ends the job where it is.
+TEST(ShutdownTest, AnInterruptedPrintEndsItsJobAndSaysWhatItWaitsFor) {
+    const std::string job = std::string(LANGMON_EXAMPLES) + "/brochure.ps";
+    const std::string machine = "LANGMON_REGISTRY=" + std::string(LANGMON_EXAMPLES) + "/machine.reg";
+    const std::string follows = "the status thread follows the job";
+    const std::string waits = "ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C again";
+    // A job long enough to be still on its way when it is interrupted.
+    char longJob[] = "/tmp/langmon-long-job-XXXXXX";
+    const int file = mkstemp(longJob);
+    ASSERT_GE(file, 0);
+    const std::string line(4096, 'x');
+    for (int i = 0; i < 8192; ++i) ASSERT_EQ(write(file, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    close(file);
+    auto print = [&](std::vector<Interruption> signals, const char* printer, bool client, std::string what = "") {
+        CommandRun run;
+        run.arguments = {"print", what.empty() ? job : what, "--printer", printer};
+        if (client) run.environment = {machine};
+        run.signals = std::move(signals);
+        return run;
+    };
+    std::vector<CommandRun> runs;
+    runs.push_back(print({{SIGINT, 200, follows}, {SIGINT, 200, waits}}, "emulator:page-time=60000", true));
+    runs.push_back(print({{SIGTERM, 200, follows}}, "emulator:page-time=300", true));
+    runs.push_back(print({{SIGINT, 300, "langmon print"}}, "emulator", false, longJob));
+    RunAll(runs, 20000);
+    std::remove(longJob);
+    ExpectCleanEnd(runs[0], 130);
+    EXPECT_NE(runs[0].out.find(waits), std::string::npos) << Describe(runs[0]);
+    EXPECT_NE(runs[0].err.find("langmon: interrupted again: the port is left without the printer's report of the job's end"),
+              std::string::npos)
+        << Describe(runs[0]);
+    ExpectCleanEnd(runs[1], 143);
+    EXPECT_NE(runs[1].out.find("ClosePort       ok"), std::string::npos) << Describe(runs[1]);
+    ExpectCleanEnd(runs[2], 130);
+    EXPECT_NE(runs[2].out.find("interrupted: the job ends after"), std::string::npos) << Describe(runs[2]);
+    EXPECT_NE(runs[2].out.find("EndDocPort      ok"), std::string::npos) << "the job is ended: " << Describe(runs[2]);
 }
 
 }  // namespace

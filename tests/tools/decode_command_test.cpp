@@ -7,8 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 
 namespace langmon::tool {
 namespace {
@@ -109,6 +113,33 @@ TEST_F(DecodeCommandTest, TheCommandLineTakesOneTextAndJson) {
     EXPECT_NE(error.find("one device ID at a time"), std::string::npos);
     EXPECT_FALSE(ParseDecodeOptions({"--xml"}, &options, &error));
     EXPECT_NE(error.find("unknown option --xml"), std::string::npos);
+}
+
+// "-" reads standard input, up to the longest answer a printer gives and its
+// line break: a file that goes on is refused, however long it would go on.
+TEST_F(DecodeCommandTest, StandardInputIsReadUpToTheLongestDeviceId) {
+    const int savedInput = ::dup(STDIN_FILENO);
+    ASSERT_GE(savedInput, 0);
+    const auto readFrom = [](const std::string& path) {
+        const int file = ::open(path.c_str(), O_RDONLY);
+        ASSERT_GE(file, 0) << path;
+        ::dup2(file, STDIN_FILENO);
+        ::close(file);
+    };
+    const std::string path = ::testing::TempDir() + "device-id-" + std::to_string(::getpid());
+    std::ofstream(path, std::ios::binary) << "MFG:x;MDL:y;" + std::string(2047 - 12, ' ') + "\r\n";
+    DecodeOptions options;
+    std::string error;
+    readFrom(path);
+    EXPECT_TRUE(ParseDecodeOptions({"-"}, &options, &error)) << error;
+    EXPECT_EQ(options.deviceId.size(), 2047u) << "the line break is not part of the text";
+
+    readFrom("/dev/zero");
+    EXPECT_FALSE(ParseDecodeOptions({"-"}, &options, &error));
+    EXPECT_EQ(error, "standard input: more than 2049 bytes, the most a device ID with its line break may hold");
+    ::dup2(savedInput, STDIN_FILENO);
+    ::close(savedInput);
+    std::remove(path.c_str());
 }
 
 }  // namespace

@@ -1,14 +1,18 @@
 // `langmon print` as a user runs it: the job reaches the printer whole and the
 // report says what happened.
 
+#include "langmon/job_sender.h"
 #include "langmon/print_command.h"
 #include "support/platform_fixture.h"
+
+#include "emulator/printer.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -17,6 +21,8 @@
 
 namespace langmon::tool {
 namespace {
+
+const std::atomic<bool> notInterrupted{false};
 
 std::string TempPath(const std::string& stem) {
     return ::testing::TempDir() + stem + "-" + std::to_string(::getpid());
@@ -32,7 +38,10 @@ std::string ReadFile(const std::string& path) {
 }
 
 // On the virtual clock, so that the emulated printer's pages cost no real time.
-class PrintCommandTest : public testing::MonitorTest {};
+class PrintCommandTest : public testing::MonitorTest {
+protected:
+    std::ostringstream err;  // what the command tells of errors
+};
 
 TEST_F(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
     const std::string job = TempPath("job");
@@ -50,11 +59,21 @@ TEST_F(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
                                   &options, &error))
         << error;
     std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
     EXPECT_EQ(ReadFile(printer), bytes);
     EXPECT_NE(report.str().find("3 calls, 10000 of 10000 bytes taken"), std::string::npos)
         << report.str();
-    EXPECT_NE(report.str().find("the job's 10000 bytes, unchanged"), std::string::npos);
+    EXPECT_NE(report.str().find("the printer received 10000 bytes: the job's 10000 bytes, unchanged"),
+              std::string::npos);
+    // What the printer received is seen on its way to it, whatever the file
+    // makes of it.
+    std::ostringstream again;
+    options.printer = "file:/dev/null";
+    EXPECT_EQ(RunPrint(options, again, err, notInterrupted), 0) << again.str();
+    EXPECT_NE(again.str().find("the printer received 10000 bytes: the job's 10000 bytes, unchanged"),
+              std::string::npos)
+        << again.str();
+    EXPECT_EQ(err.str(), "");
     std::remove(job.c_str());
     std::remove(printer.c_str());
 }
@@ -62,17 +81,28 @@ TEST_F(PrintCommandTest, AJobReachesTheFilePrinterWholeInBlocks) {
 TEST_F(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
     PrintOptions options;
     std::string error;
-    ASSERT_TRUE(ParsePrintOptions({TempPath("absent"), "--printer", "file:/nonexistent/dir/out"},
-                                  &options, &error));
-    std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report), 1);
-    EXPECT_NE(report.str().find("cannot read"), std::string::npos) << report.str();
+    // A job file that is missing, or a directory, is told on standard error
+    // before anything is sent.
+    const std::pair<std::string, std::string> unreadable[] = {
+        {TempPath("absent"), "No such file or directory"},
+        {::testing::TempDir(), "Is a directory"},
+    };
+    for (const auto& [path, reason] : unreadable) {
+        ASSERT_TRUE(ParsePrintOptions({path, "--printer", "file:/nonexistent/dir/out"}, &options, &error));
+        std::ostringstream report;
+        err.str("");
+        EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 1);
+        EXPECT_EQ(report.str(), "");
+        EXPECT_EQ(err.str(), "langmon print: " + path + ": cannot be read (" + reason + ")\n");
+        options = PrintOptions{};
+    }
+    ASSERT_TRUE(ParsePrintOptions({TempPath("absent"), "--printer", "file:/nonexistent/dir/out"}, &options, &error));
 
     const std::string job = TempPath("job2");
     WriteFile(job, "x");
     options.jobFile = job;
     std::ostringstream refused;
-    EXPECT_EQ(RunPrint(options, refused), 1);
+    EXPECT_EQ(RunPrint(options, refused, err, notInterrupted), 1);
     EXPECT_NE(refused.str().find("OpenPortEx      failed, last error 2"), std::string::npos)
         << refused.str();
     std::remove(job.c_str());
@@ -87,7 +117,7 @@ TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
         << error;
     const DWORD start = GetTickCount();
     std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
     // Two pages of 40 s each: the command waited for them on the clock.
     EXPECT_GE(GetTickCount() - start, 80000u);
     EXPECT_NE(report.str().find("to the emulated Laser Printer 6200tx"), std::string::npos) << report.str();
@@ -114,7 +144,7 @@ TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePri
     // Pages of 4 s: the printer takes several of the thread's passes.
     ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:page-time=4000"}, &options, &error)) << error;
     std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
     const std::string text = report.str();
     EXPECT_NE(text.find("of printer \"Office\""), std::string::npos) << text;
     EXPECT_NE(text.find("  the status thread follows the job:\n    poll 1 at +"), std::string::npos) << text;
@@ -142,6 +172,102 @@ TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePri
     std::remove(job.c_str());
 }
 
+// What the report says of the printer's bytes: the total, and where the
+// job's bytes stand in it, taken from the first and last bytes and a hash of
+// the rest as they pass, since neither the job nor the output is kept.
+struct ReceivedLine {
+    std::uint64_t total = 0;
+    std::uint64_t ahead = 0;
+    std::uint64_t job = 0;
+    std::uint64_t behind = 0;
+};
+std::optional<ReceivedLine> ReceivedIn(const std::string& report) {
+    std::smatch match;
+    const std::regex line(R"(the printer received (\d+) bytes: (\d+) bytes ahead of the job's (\d+), (\d+) bytes behind it)");
+    if (!std::regex_search(report, match, line)) return std::nullopt;
+    return ReceivedLine{std::stoull(match[1]), std::stoull(match[2]), std::stoull(match[3]), std::stoull(match[4])};
+}
+
+// A job longer than the emulated printer keeps a record of is sent block by
+// block, and the report still finds it whole between the monitor's header
+// and trailer.
+TEST_F(PrintCommandTest, ALongJobIsFoundWholeBetweenTheHeaderAndTheTrailer) {
+    testing::DescribePrinter("Office", testing::Driver6200, "LPT1:");
+    const std::string job = TempPath("long.ps");
+    std::string bytes = "%!PS-Adobe-3.0\n";
+    const std::string filler = "% a line that only fills the job, so that it is long\n";
+    while (bytes.size() < emulator::Printer::RecordLimit + 1000) bytes += filler;
+    bytes += "showpage\n%%EOF\n";
+    WriteFile(job, bytes);
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job}, &options, &error)) << error;
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str() << err.str();
+    const std::string text = report.str();
+    const std::string size = std::to_string(bytes.size());
+    EXPECT_NE(text.find(" of " + size + " bytes taken\n"), std::string::npos) << text;
+    const std::optional<ReceivedLine> received = ReceivedIn(text);
+    ASSERT_TRUE(received.has_value()) << text;
+    EXPECT_EQ(received->job, bytes.size());
+    EXPECT_EQ(received->total, received->ahead + received->job + received->behind);
+    EXPECT_NE(text.find("  ahead of the job:\n    <UEL>@PJL"), std::string::npos) << text;
+    EXPECT_NE(text.find("  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos) << text;
+    EXPECT_NE(text.find("1 page printed, 0 in colour and 1 in black; printed"), std::string::npos) << text;
+    std::remove(job.c_str());
+}
+
+// A printer that takes a byte a call gets the whole job: the monitor's
+// header a byte at a time while WritePort reports none of the job taken,
+// then the job and the trailer, each byte once and in order.
+TEST_F(PrintCommandTest, APrinterThatTakesAByteACallGetsTheWholeJobOnce) {
+    testing::DescribePrinter("Office", testing::Driver6200, "LPT1:");
+    const std::string job = TempPath("slow.ps");
+    const std::string bytes = "%!PS-Adobe-3.0\n1 0 0 setrgbcolor showpage\nshowpage\n%%EOF\n";
+    WriteFile(job, bytes);
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:one-byte"}, &options, &error)) << error;
+    std::ostringstream report;
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str() << err.str();
+    const std::string text = report.str();
+    EXPECT_NE(text.find(std::to_string(bytes.size()) + " of " + std::to_string(bytes.size()) + " bytes taken\n"),
+              std::string::npos)
+        << text;
+    const std::optional<ReceivedLine> received = ReceivedIn(text);
+    ASSERT_TRUE(received.has_value()) << text;
+    EXPECT_EQ(received->job, bytes.size());
+    EXPECT_EQ(received->total, received->ahead + received->job + received->behind);
+    EXPECT_GT(received->ahead, 100u) << "the header, a byte at a time";
+    EXPECT_NE(text.find("  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos) << text;
+    // Nothing of the job stands in the header or the trailer.
+    const std::size_t ahead = text.find("  ahead of the job:\n");
+    const std::size_t behind = text.find("  behind the job:\n");
+    ASSERT_LT(ahead, behind) << text;
+    EXPECT_EQ(text.substr(ahead, text.find("the printer ", behind) - ahead).find("showpage"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos) << text;
+    EXPECT_EQ(err.str(), "");
+    std::remove(job.c_str());
+}
+
+// A job without an end to a printer that takes nothing: the command reads no
+// more than a block of it and gives up once the printer has taken nothing
+// for a minute.
+TEST_F(PrintCommandTest, AnEndlessJobToAPrinterThatTakesNothingIsGivenUpAfterAMinute) {
+    PrintOptions options;
+    std::string error;
+    ASSERT_TRUE(ParsePrintOptions({"/dev/zero", "--printer", "emulator:silent"}, &options, &error)) << error;
+    std::ostringstream report;
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 1) << report.str();
+    EXPECT_GE(GetTickCount() - start, StalledPrinterLimitMs);
+    EXPECT_NE(report.str().find(" of 4096 bytes taken; given up: the printer took nothing for 60 seconds\n"),
+              std::string::npos)
+        << report.str();
+    EXPECT_EQ(err.str(), "langmon print: the job did not go through: given up: the printer took nothing for 60 seconds\n");
+}
+
 TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
     const std::string job = TempPath("letter");
     WriteFile(job, "Dear reader,\n");
@@ -149,7 +275,7 @@ TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
     std::string error;
     ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:jam"}, &options, &error)) << error;
     std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report), 0) << report.str();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
     EXPECT_NE(report.str().find("has not finished a job without a PJL JOB line: 0 pages"), std::string::npos)
         << report.str();
     EXPECT_NE(report.str().find("the printer shows \"Paper jam\""), std::string::npos) << report.str();

@@ -31,8 +31,9 @@ protected:
         std::string error;
         EXPECT_TRUE(ParseStatusOptions(words, &options, &error)) << error;
         std::ostringstream out;
+        std::ostringstream err;
         const std::atomic<bool> interrupted{interrupt};
-        const int code = RunStatus(options, out, interrupted);
+        const int code = RunStatus(options, out, err, interrupted);
         if (exitCode != nullptr) *exitCode = code;
         return out.str();
     }
@@ -163,6 +164,13 @@ TEST_F(StatusCommandTest, AnInterruptedWatchStopsAtOnceAndClosesThePort) {
     EXPECT_LT(GetTickCount() - start, 30000u) << text;
 }
 
+// A change is echoed as it is made, with the bytes a terminal would obey
+// escaped: a panel text may hold any.
+TEST_F(StatusCommandTest, TheWatchEchoesAChangeWithItsControlBytesEscaped) {
+    const std::string text = Run({"--watch", "--for", "2", "--at", "1:panel=\x1B[2J|\x07"});
+    EXPECT_NE(Find(text, "+1.0 s: the printer: panel=\\x1B[2J|\\x07\n"), std::string::npos) << text;
+}
+
 TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
@@ -171,7 +179,10 @@ TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
         {{"--watch", "--at", "cover-open"}, "--at takes SECONDS:CHANGE"},
         {{"--watch", "--at", "-1:jam"}, "--at takes SECONDS:CHANGE"},
         {{"--watch", "--at", "3:smoke"}, "--at smoke: unknown printer word \"smoke\""},
-        {{"--watch", "--at", "3:print=/nonexistent/job"}, "cannot read the file"},
+        {{"--watch", "--at", "3:print=/nonexistent/job"},
+         "--at print=/nonexistent/job: /nonexistent/job: cannot be read (No such file or directory)"},
+        {{"--watch", "--at", "3:print=/"}, "--at print=/: /: cannot be read (Is a directory)"},
+        {{"--printer", "emulator:state=/"}, "--printer emulator:state=/: /: cannot be read (Is a directory)"},
         {{"--watch", "--printer", "file:/tmp/x", "--at", "3:jam"}, "only the emulated printer can be changed"},
         {{"--colour"}, "unknown option --colour"},
     };

@@ -6,12 +6,11 @@
 #include "acquisition/poll.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
+#include "platform/user_input.h"
 #include "portkind/port_kind.h"
 
 #include <langmon/monitor.h>
 
-#include <iostream>
-#include <iterator>
 #include <ostream>
 
 namespace langmon::tool {
@@ -58,8 +57,16 @@ bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* op
         return false;
     }
     if (options->deviceId == "-") {
-        options->deviceId.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-        // A file read whole ends in the line break the shell or the kernel put there.
+        // A device ID read from a file ends in the line break the shell or
+        // the kernel put there; no more than that is read past the longest
+        // answer a printer gives.
+        platform::InputFile input = platform::InputFile::StandardInput();
+        if (std::string problem = platform::ReadUpTo(input, DeviceIdBytes + 2, "a device ID with its line break",
+                                                     &options->deviceId);
+            !problem.empty()) {
+            *error = problem;
+            return false;
+        }
         while (!options->deviceId.empty() &&
                (options->deviceId.back() == '\n' || options->deviceId.back() == '\r')) {
             options->deviceId.pop_back();

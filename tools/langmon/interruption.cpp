@@ -61,7 +61,10 @@ void CatchInterruptions() {
 
 const std::atomic<bool>& Interrupted() { return interrupted; }
 
-int InterruptedExitCode() { return 128 + firstSignal.load(); }
+int InterruptedExitCode() {
+    const int signal = firstSignal.load();
+    return 128 + (signal != 0 ? signal : SIGINT);
+}
 
 AbandonNote::AbandonNote(const std::string& what) {
     noteLength.store(0);

@@ -56,21 +56,29 @@ std::string ShowBytes(std::string_view bytes, std::string_view indent) {
     return text;
 }
 
-void DescribeReceived(std::ostream& out, std::string_view job, std::string_view received) {
-    out << "the printer received " << received.size() << " bytes: ";
-    if (received == job) {
-        out << "the job's " << job.size() << " bytes, unchanged\n";
+void DescribeReceived(std::ostream& out, const StreamRecord& job, const StreamRecord& received) {
+    out << "the printer received " << received.Size() << " bytes: ";
+    bool undecided = false;
+    const std::optional<uint64_t> at = received.Find(job, &undecided);
+    if (!at) {
+        out << "not the job's bytes as handed over";
+        if (undecided) out << ", as far as the first and last " << StreamRecord::KeptBytes << " bytes tell";
+        out << '\n';
         return;
     }
-    size_t at = job.empty() ? std::string_view::npos : received.find(job);
-    if (at == std::string_view::npos) {
-        out << "not the job's bytes as handed over\n";
+    const uint64_t after = received.Size() - *at - job.Size();
+    if (*at == 0 && after == 0) {
+        out << "the job's " << job.Size() << " bytes, unchanged\n";
         return;
     }
-    size_t after = received.size() - at - job.size();
-    out << at << " bytes ahead of the job's " << job.size() << ", " << after << " bytes behind it\n";
-    if (at != 0) out << "  ahead of the job:\n" << ShowBytes(received.substr(0, at), "    ");
-    if (after != 0) out << "  behind the job:\n" << ShowBytes(received.substr(at + job.size()), "    ");
+    out << *at << " bytes ahead of the job's " << job.Size() << ", " << after << " bytes behind it\n";
+    // The job was found in the head, so all that is ahead of it is kept.
+    if (*at != 0) out << "  ahead of the job:\n" << ShowBytes(received.Head().substr(0, *at), "    ");
+    if (after != 0) {
+        out << "  behind the job";
+        if (after > StreamRecord::KeptBytes) out << ", its last " << StreamRecord::KeptBytes << " bytes";
+        out << ":\n" << ShowBytes(received.Tail(after), "    ");
+    }
 }
 
 void DescribePrinter(std::ostream& out, emulator::Printer& printer) {

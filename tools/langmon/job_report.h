@@ -3,6 +3,8 @@
 // emulated printer made of the job.
 #pragma once
 
+#include "stream_record.h"
+
 #include "emulator/printer.h"
 
 #include <iosfwd>
@@ -12,7 +14,7 @@ namespace langmon::tool {
 
 // Where the job's bytes stand in what the printer received, and the bytes
 // ahead of and behind them shown as text lines.
-void DescribeReceived(std::ostream& out, std::string_view job, std::string_view received);
+void DescribeReceived(std::ostream& out, const StreamRecord& job, const StreamRecord& received);
 
 // The jobs the printer saw with their pages and results, what it said back,
 // and what its panel shows now.

@@ -1,41 +1,44 @@
 #include "job_sender.h"
 
+#include "platform/clock.h"
 #include "platform/spooler_jobs.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace langmon::tool {
 
 namespace {
 
-// Consecutive calls that take nothing before the job is given up. The monitor
-// holds the spooler back this way while a printer is silent, a few seconds a
-// call; a spooler waits, a command line user less long.
-constexpr int MaxFruitlessWrites = 100;
+// A call that moved nothing is made again after this pause, as a spooler
+// waits before it tries a port again.
+constexpr DWORD FruitlessCallPauseMs = 100;
+
+// A block as full as the job file fills it: a pipe may give less at a time.
+std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block) {
+    std::size_t filled = 0;
+    while (filled < block.size()) {
+        const std::size_t got = job.Read(block.data() + filled, block.size() - filled);
+        if (got == 0) break;
+        filled += got;
+    }
+    return filled;
+}
 
 }  // namespace
-
-bool ReadWholeFile(const std::string& path, std::string* bytes) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return false;
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    return true;
-}
 
 std::string CallOutcome(BOOL result, DWORD error) {
     return result ? "ok" : "failed, last error " + std::to_string(error);
 }
 
 SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
-                const std::string& document, std::string_view bytes, unsigned blockSize) {
+                const std::string& document, platform::InputFile& job, unsigned blockSize,
+                const PrinterTarget& printer, const std::atomic<bool>& stop) {
     SentJob sent;
     // The monitor's entries take writable texts, as the spooler's do.
-    std::vector<char> printer(printerName.begin(), printerName.end());
-    printer.push_back('\0');
+    std::vector<char> printerText(printerName.begin(), printerName.end());
+    printerText.push_back('\0');
     std::vector<char> name(document.begin(), document.end());
     name.push_back('\0');
     char datatype[] = "RAW";
@@ -48,29 +51,54 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
     queued.userName = user != nullptr ? user : "langmon";
     platform::SubmitJob(printerName, queued);
     DOC_INFO_1 docInfo{name.data(), nullptr, datatype};
-    sent.started = monitor.StartDocPort(port, printer.data(), jobId, 1, reinterpret_cast<LPBYTE>(&docInfo));
+    sent.started = monitor.StartDocPort(port, printerText.data(), jobId, 1, reinterpret_cast<LPBYTE>(&docInfo));
     sent.startError = sent.started ? 0 : GetLastError();
     if (!sent.started) {
         platform::RemoveJob(printerName, jobId);
         return sent;
     }
 
-    int fruitless = 0;
-    while (sent.taken < bytes.size()) {
-        const DWORD length = static_cast<DWORD>(std::min<std::size_t>(blockSize, bytes.size() - sent.taken));
-        DWORD written = 0;
-        ++sent.writeCalls;
-        auto* data = reinterpret_cast<LPBYTE>(const_cast<char*>(bytes.data() + sent.taken));
-        if (!monitor.WritePort(port, data, length, &written)) {
-            sent.writeFailure = CallOutcome(FALSE, GetLastError());
+    // Progress is what the printer takes, seen below the monitor: while the
+    // monitor sends its header it reports none of the job's bytes taken.
+    std::uint64_t received = printer.ReceivedCount();
+    DWORD lastProgress = GetTickCount();
+    std::vector<char> block(blockSize);
+    const auto stopped = [&] {
+        if (!stop.load()) return false;
+        sent.writeFailure = "interrupted: the job ends after " + std::to_string(sent.taken) + " bytes";
+        return true;
+    };
+    while (sent.writeFailure.empty() && !stopped()) {
+        const std::size_t length = ReadBlock(job, block);
+        if (length == 0) {
+            if (!job.Problem().empty()) sent.writeFailure = job.Problem();
             break;
         }
-        // The spooler calls again with what was not taken.
-        sent.taken += std::min<DWORD>(written, length);
-        fruitless = written == 0 ? fruitless + 1 : 0;
-        if (fruitless == MaxFruitlessWrites) {
-            sent.writeFailure = "the port took nothing " + std::to_string(fruitless) + " times running";
-            break;
+        sent.job.Append({block.data(), length});
+        for (std::size_t done = 0; done < length && !stopped();) {
+            DWORD written = 0;
+            ++sent.writeCalls;
+            const auto rest = static_cast<DWORD>(length - done);
+            if (!monitor.WritePort(port, reinterpret_cast<LPBYTE>(block.data() + done), rest, &written)) {
+                sent.writeFailure = CallOutcome(FALSE, GetLastError());
+                break;
+            }
+            // The spooler calls again with what was not taken.
+            written = std::min(written, rest);
+            done += written;
+            sent.taken += written;
+            const std::uint64_t nowReceived = printer.ReceivedCount();
+            if (written != 0 || nowReceived != received) {
+                received = nowReceived;
+                lastProgress = GetTickCount();
+                continue;
+            }
+            if (TickAge(GetTickCount(), lastProgress) >= StalledPrinterLimitMs) {
+                sent.writeFailure = "given up: the printer took nothing for " +
+                                    std::to_string(StalledPrinterLimitMs / 1000) + " seconds";
+                break;
+            }
+            Sleep(FruitlessCallPauseMs);
         }
     }
     sent.ended = monitor.EndDocPort(port);

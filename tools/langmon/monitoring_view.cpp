@@ -61,7 +61,7 @@ void CountPolls(MONITOR* lower) {
     lower->GetPrinterDataFromPort = CountingEntry;
 }
 
-void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs) {
+void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs, const std::atomic<bool>& stop) {
     if (!HasPortFlag(port, PF_STATUS_ALIVE)) return;
     const DWORD start = GetTickCount();
     unsigned seen = polls.load();
@@ -79,7 +79,7 @@ void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs) {
             << '\n'
             << std::flush;
     };
-    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs) {
+    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs && !stop.load()) {
         Sleep(LookEveryMs);
         if (polls.load() == seen) continue;
         // The pass is over once its holder gives the semaphore back.

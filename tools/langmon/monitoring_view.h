@@ -5,6 +5,7 @@
 
 #include <langmon/monitor.h>
 
+#include <atomic>
 #include <iosfwd>
 
 namespace langmon {
@@ -17,8 +18,8 @@ namespace langmon::tool {
 // the table's own entry is called for each. One table at a time.
 void CountPolls(MONITOR* lower);
 
-// Follows the port's status thread until it ends or `limitMs` have passed,
-// one line per poll. Nothing when the port has no thread.
-void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs);
+// Follows the port's status thread until it ends, `limitMs` have passed or
+// `stop` is set, one line per poll. Nothing when the port has no thread.
+void FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs, const std::atomic<bool>& stop);
 
 }  // namespace langmon::tool

@@ -3,6 +3,7 @@
 #include "client_view.h"
 #include "job_progress_view.h"
 #include "job_report.h"
+#include "interruption.h"
 #include "job_sender.h"
 #include "monitoring_view.h"
 #include "printer_target.h"
@@ -13,11 +14,13 @@
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_jobs.h"
+#include "platform/user_input.h"
 
 #include <langmon/monitor.h>
 
 #include <algorithm>
 #include <iomanip>
+#include <optional>
 #include <ostream>
 #include <sstream>
 
@@ -30,7 +33,8 @@ namespace {
 constexpr DWORD MonitoringLimitMs = 120000;
 
 void Line(std::ostream& out, const std::string& call, const std::string& what) {
-    out << "  " << std::left << std::setw(16) << call << what << '\n';
+    // Each call as it ends: a person or a pipe follows the job as it goes.
+    out << "  " << std::left << std::setw(16) << call << what << '\n' << std::flush;
 }
 
 // Waits until the printer has printed everything it holds, or has printed
@@ -93,10 +97,12 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
     return true;
 }
 
-int RunPrint(const PrintOptions& options, std::ostream& out) {
-    std::string job;
-    if (!ReadWholeFile(options.jobFile, &job)) {
-        out << "langmon print: cannot read " << options.jobFile << '\n';
+int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted) {
+    // The job is read as it is sent, a block at a time; a file that can't be
+    // read at all is told before anything starts.
+    platform::InputFile job(options.jobFile);
+    if (!job.Problem().empty()) {
+        err << "langmon print: " << platform::Printable(job.Problem()) << '\n';
         return 1;
     }
     // The printer at the end of the port: the emulated one, or a file.
@@ -109,8 +115,10 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     std::string portName = options.portName;
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
     if (printerName.empty()) printerName = "langmon";
-    out << "langmon print " << options.jobFile << " on port " << options.portName
-        << " of printer \"" << printerName << "\", to " << target.Description() << '\n';
+    out << "langmon print " << platform::Printable(options.jobFile) << " on port "
+        << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName) << "\", to "
+        << platform::Printable(target.Description()) << '\n'
+        << std::flush;
 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
@@ -124,22 +132,22 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
 
     const std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
     const DWORD jobId = 1;
-    const SentJob sent = SendJob(monitor, port, printerName, jobId, document,
-                                 job, options.blockSize);
+    const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, interrupted);
     Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
     int exitCode = sent.started ? 0 : 1;
     if (sent.started) {
         std::ostringstream what;
         what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
-             << job.size() << " bytes taken";
+             << sent.job.Size() << " bytes taken";
         if (!sent.writeFailure.empty()) {
-            what << "; " << sent.writeFailure;
+            what << "; " << platform::Printable(sent.writeFailure);
+            err << "langmon print: the job did not go through: " << platform::Printable(sent.writeFailure) << '\n';
             exitCode = 1;
         }
         Line(out, "WritePort", what.str());
         Line(out, "EndDocPort", CallOutcome(sent.ended, sent.endError));
         exitCode = sent.ended ? exitCode : 1;
-        FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs);
+        FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs, interrupted);
     }
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
@@ -149,12 +157,16 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
     const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
+    std::optional<AbandonNote> closing;
     if (JobsTracked(static_cast<PortContext*>(port))) {
         // Reported as it happens: the wait is long enough to look like a hang.
-        out << "  ClosePort waits up to two minutes for the printer to report the job's end\n"
+        out << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
+            << (interrupted.load() ? "again " : "") << "abandons the wait\n"
             << std::flush;
+        closing.emplace("the port is left without the printer's report of the job's end");
     }
     ok = monitor.ClosePort(port);
+    closing.reset();
     Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
     out << "what the monitor's last poll made of the printer:\n" << status.str();
     out << "what a status client of \"" << printerName << "\" received:\n";
@@ -169,17 +181,15 @@ int RunPrint(const PrintOptions& options, std::ostream& out) {
     out << "the status words the spooler was given for \"" << printerName << "\":\n";
     DescribeSpoolerView(out, printerName);
     exitCode = ok ? exitCode : 1;
+    if (interrupted.load()) exitCode = InterruptedExitCode();
 
-    const std::string_view jobBytes = job;
     if (emulator::Printer* printer = target.Emulated()) {
-        WaitForPrinter(*printer);
-        DescribeReceived(out, jobBytes, printer->Received());
+        if (!interrupted.load()) WaitForPrinter(*printer);
+        DescribeReceived(out, sent.job, target.Received());
         DescribePrinter(out, *printer);
         return exitCode;
     }
-    if (std::string received; ReadWholeFile(target.OutputPath(), &received)) {
-        DescribeReceived(out, jobBytes, received);
-    }
+    DescribeReceived(out, sent.job, target.Received());
     return exitCode;
 }
 

@@ -3,10 +3,11 @@
 // printer, what it printed and said.
 #pragma once
 
-#include <cstdint>
-#include <iosfwd>
 #include "command_words.h"
 
+#include <atomic>
+#include <cstdint>
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -24,10 +25,11 @@ struct PrintOptions : PortChoice {
 bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* options,
                        std::string* error);
 
-// Runs the job and writes the report to `out`. Returns the process exit code:
-// 0 when the job went through, 1 when a call failed. With the emulated printer
-// it then waits, on the platform clock, until the printer has printed the job
-// or stopped making progress.
-int RunPrint(const PrintOptions& options, std::ostream& out);
+// Runs the job and writes the report to `out`, and what went wrong to `err`.
+// Returns the process exit code: 0 when the job went through, 1 when the
+// job file can't be read or a call failed. With the emulated printer it then
+// waits, on the platform clock, until the printer has printed the job or
+// stopped making progress.
+int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted);
 
 }  // namespace langmon::tool

@@ -7,6 +7,7 @@
 #include "platform/spooler_printers.h"
 #include "platform/text.h"
 
+#include <algorithm>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +17,9 @@ namespace {
 
 constexpr std::string_view EmulatorPrefix = "emulator:";
 constexpr std::string_view FilePrefix = "file:";
+
+// The target whose port monitor the monitor writes to.
+PrinterTarget* watched = nullptr;
 
 // The emulated printer that `printer` describes, or a message.
 std::string DescribeEmulator(const std::string& printer, emulator::PrinterState* state) {
@@ -57,13 +61,36 @@ PrinterTarget::PrinterTarget(const std::string& printer, const std::string& port
         DescribeEmulator(printer, &state);
         printer_ = std::make_unique<emulator::Printer>(state);
         emulatorPorts_.Attach(portName, *printer_);
-        lower_ = *emulatorPorts_.Table();
+        below_ = *emulatorPorts_.Table();
         description_ = "the emulated " + state.model;
-        return;
+    } else {
+        below_ = FilePortMonitor(printer.substr(FilePrefix.size()));
+        description_ = printer;
     }
-    outputPath_ = printer.substr(FilePrefix.size());
-    lower_ = FilePortMonitor(outputPath_);
-    description_ = printer;
+    lower_ = below_;
+    lower_.WritePort = WriteWatched;
+    watched = this;
+}
+
+PrinterTarget::~PrinterTarget() {
+    if (watched == this) watched = nullptr;
+}
+
+BOOL PrinterTarget::WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD written) {
+    PrinterTarget& target = *watched;
+    const BOOL ok = target.below_.WritePort(port, data, size, written);
+    const DWORD taken = written != nullptr ? std::min(*written, size) : 0;
+    if (taken != 0) {
+        std::lock_guard lock(target.receivedMutex_);
+        target.received_.Append({reinterpret_cast<const char*>(data), taken});
+        target.receivedCount_ += taken;
+    }
+    return ok;
+}
+
+StreamRecord PrinterTarget::Received() const {
+    std::lock_guard lock(receivedMutex_);
+    return received_;
 }
 
 std::string PrinterOnPort(const std::string& portName) {

@@ -3,13 +3,17 @@
 // the printer queue of the machine that the port serves.
 #pragma once
 
+#include "stream_record.h"
+
 #include "emulator/port_monitor.h"
 #include "emulator/printer.h"
 
 #include <langmon/monitor.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace langmon::tool {
@@ -25,10 +29,16 @@ bool IsEmulator(const std::string& printer);
 std::string CheckPrinterTarget(const std::string& printer);
 
 // The port monitor below the language monitor, leading to what `printer`
-// names, which CheckPrinterTarget has accepted.
+// names, which CheckPrinterTarget has accepted. The command watches every
+// byte the printer takes on its way down, whoever writes it: that is how it
+// sees a printer take a job's header while the monitor's WritePort still
+// reports nothing taken, and how it tells what the printer received without
+// keeping it. One target at a time is watched, as the table it hands the
+// monitor carries no data of its own.
 class PrinterTarget {
 public:
     PrinterTarget(const std::string& printer, const std::string& portName);
+    ~PrinterTarget();
     PrinterTarget(const PrinterTarget&) = delete;
     PrinterTarget& operator=(const PrinterTarget&) = delete;
 
@@ -38,15 +48,23 @@ public:
     emulator::Printer* Emulated() { return printer_.get(); }
     // "the emulated Laser Printer 6200tx", or "file:PATH".
     const std::string& Description() const { return description_; }
-    // Where a file printer's bytes go; empty for the emulated printer.
-    const std::string& OutputPath() const { return outputPath_; }
+
+    // Bytes the printer has taken so far.
+    std::uint64_t ReceivedCount() const { return receivedCount_.load(); }
+    // Every byte the printer has taken, as its length, head and tail.
+    StreamRecord Received() const;
 
 private:
+    static BOOL WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD written);
+
     std::unique_ptr<emulator::Printer> printer_;
     emulator::PortMonitor emulatorPorts_;
-    MONITOR lower_{};
+    MONITOR below_{};  // the port monitor's own table
+    MONITOR lower_{};  // the same, with its WritePort watched
     std::string description_;
-    std::string outputPath_;
+    mutable std::mutex receivedMutex_;
+    StreamRecord received_;
+    std::atomic<std::uint64_t> receivedCount_{0};
 };
 
 // The machine's printer queue on the port (whose name may carry the colon of

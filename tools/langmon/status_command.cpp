@@ -13,6 +13,7 @@
 #include "platform/spooler_printers.h"
 #include "platform/sync.h"
 #include "platform/thread.h"
+#include "platform/user_input.h"
 
 #include <langmon/monitor.h>
 
@@ -126,18 +127,22 @@ struct ChangeSignal {
 
 // A job that --watch sends through the port while it goes on watching.
 struct WatchedJob {
+    explicit WatchedJob(const std::string& path) : file(path) {}
     const MONITOR* monitor = nullptr;
     HANDLE port = nullptr;
+    const PrinterTarget* target = nullptr;
     std::string printerName;
     DWORD jobId = 0;
     std::string document;
-    std::string bytes;
+    platform::InputFile file;
     HANDLE done = nullptr;  // set when the job has been handed over
+    const std::atomic<bool>* stop = nullptr;  // the watch was interrupted: the job ends where it is
     SentJob sent;
 
     static DWORD Run(LPVOID context) {
         auto* job = static_cast<WatchedJob*>(context);
-        job->sent = SendJob(*job->monitor, job->port, job->printerName, job->jobId, job->document, job->bytes, 4096);
+        job->sent = SendJob(*job->monitor, job->port, job->printerName, job->jobId, job->document, job->file, 4096,
+                            *job->target, *job->stop);
         SetEvent(job->done);
         return 0;
     }
@@ -145,10 +150,10 @@ struct WatchedJob {
 
 std::string SentText(const WatchedJob& job) {
     const SentJob& sent = job.sent;
-    std::string text = "job " + std::to_string(job.jobId) + " (" + job.document + ") ";
+    std::string text = "job " + std::to_string(job.jobId) + " (" + platform::Printable(job.document) + ") ";
     if (!sent.started) return text + "refused: StartDocPort " + CallOutcome(FALSE, sent.startError);
-    text += "handed over: " + std::to_string(sent.taken) + " of " + std::to_string(job.bytes.size()) + " bytes taken";
-    if (!sent.writeFailure.empty()) text += "; " + sent.writeFailure;
+    text += "handed over: " + std::to_string(sent.taken) + " of " + std::to_string(sent.job.Size()) + " bytes taken";
+    if (!sent.writeFailure.empty()) text += "; " + platform::Printable(sent.writeFailure);
     if (!sent.ended) text += "; EndDocPort " + CallOutcome(FALSE, sent.endError);
     return text;
 }
@@ -177,12 +182,13 @@ public:
         : options_(options), out_(out), monitor_(monitor), port_(port), printerName_(printerName),
           target_(target), store_(store), facts_(facts), requests_(requests) {}
 
-    void Run(const std::atomic<bool>& interrupted, ChangeSignal& signal, std::vector<ViewLine> shown,
+    // False when the status manager would not tell of changes.
+    bool Run(const std::atomic<bool>& interrupted, ChangeSignal& signal, std::vector<ViewLine> shown,
              std::string shownJson) {
+        interrupted_ = &interrupted;
         jobDone_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
         if (signal.event == nullptr || jobDone_ == nullptr || !store_.Watch(WatchedNames, ChangeSignal::Changed, &signal)) {
-            out_ << "langmon status: the status manager would not tell of changes\n";
-            return;
+            return false;
         }
         // The status thread polls while "Wake Up" holds it.
         requests_.Ask("Wake Up");
@@ -250,6 +256,7 @@ public:
             FinishJob();
         }
         requests_.Ask("Stop Polling");
+        return true;
     }
 
     ~Watch() { Close(jobDone_); }
@@ -285,27 +292,30 @@ private:
         } else {
             printer->Change([&](emulator::PrinterState& state) { emulator::ApplyPrinterDescription(change.words, state); });
         }
-        Note(at, "the printer: " + change.words);
+        Note(at, "the printer: " + platform::Printable(change.words));
     }
     void StartJob(const std::string& path, DWORD at) {
+        const std::string shownPath = platform::Printable(path);
         if (job_ != nullptr) {
-            Note(at, "print=" + path + " waits: a job is being handed over");
+            Note(at, "print=" + shownPath + " waits: a job is being handed over");
             WaitForSingleObject(jobDone_, INFINITE);
             Note(TickAge(GetTickCount(), at), SentText(*job_));
             FinishJob();
         }
-        auto job = std::make_unique<WatchedJob>();
-        if (!ReadWholeFile(path, &job->bytes)) {
-            Note(at, "cannot read " + path);
+        auto job = std::make_unique<WatchedJob>(path);
+        if (!job->file.Problem().empty()) {
+            Note(at, platform::Printable(job->file.Problem()));
             return;
         }
         job->monitor = &monitor_;
         job->port = port_;
+        job->target = &target_;
         job->printerName = printerName_;
         job->jobId = ++jobs_;
         job->document = path;
         job->done = jobDone_;
-        Note(at, "job " + std::to_string(job->jobId) + " (" + path + ") is sent");
+        job->stop = interrupted_;
+        Note(at, "job " + std::to_string(job->jobId) + " (" + shownPath + ") is sent");
         jobThread_ = CreateThread(nullptr, 0, WatchedJob::Run, job.get(), 0, nullptr);
         if (jobThread_ == nullptr) {
             Note(at, "no thread to send the job");
@@ -330,6 +340,7 @@ private:
     const Requests& requests_;
     HANDLE jobDone_ = nullptr;
     HANDLE jobThread_ = nullptr;
+    const std::atomic<bool>* interrupted_ = nullptr;
     std::unique_ptr<WatchedJob> job_;
     DWORD jobs_ = 0;
     std::string lastMoment_;  // of the last changes shown
@@ -385,9 +396,11 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
     }
     for (const TimedChange& change : options->changes) {
         if (change.words.rfind(PrintWord, 0) == 0) {
-            std::string bytes;
-            if (!ReadWholeFile(change.words.substr(PrintWord.size()), &bytes)) {
-                *error = "--at " + change.words + ": cannot read the file";
+            // Read when its moment comes; whether it can be read at all is
+            // known now.
+            const platform::InputFile file(change.words.substr(PrintWord.size()));
+            if (!file.Problem().empty()) {
+                *error = "--at " + change.words + ": " + file.Problem();
                 return false;
             }
             continue;
@@ -408,7 +421,7 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
     return true;
 }
 
-int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic<bool>& interrupted) {
+int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted) {
     PrinterTarget target(options.printer, options.portName);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
@@ -421,13 +434,13 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
         standIn = " (a queue of the command's own: the machine has none on the port)";
     }
     if (!options.json) {
-        out << "langmon status of printer \"" << printerName << "\"" << standIn << " on port " << options.portName
-            << ", " << target.Description() << '\n';
+        out << "langmon status of printer \"" << platform::Printable(printerName) << "\"" << standIn << " on port "
+            << platform::Printable(options.portName) << ", " << platform::Printable(target.Description()) << '\n';
     }
     std::string portName = options.portName;
     HANDLE port = nullptr;
     if (!monitor.OpenPortEx(portName.data(), printerName.data(), &port, target.Lower())) {
-        out << "langmon status: OpenPortEx " << CallOutcome(FALSE, GetLastError()) << '\n';
+        err << "langmon status: OpenPortEx " << CallOutcome(FALSE, GetLastError()) << '\n';
         return 1;
     }
     int exitCode = 0;
@@ -438,7 +451,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
         std::string problem;
         ClientStore store(printerName, &problem);
         if (!store.IsOpen()) {
-            out << "langmon status: no status client: " << problem << '\n';
+            err << "langmon status: no status client: " << platform::Printable(problem) << '\n';
             exitCode = 1;
         } else {
             const Requests requests(monitor, port);
@@ -458,7 +471,9 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
             out << std::flush;
             if (options.watch) {
                 Watch watch(options, out, monitor, port, printerName, target, store, facts, requests);
-                watch.Run(interrupted, signal, lines, json.str());
+                if (!watch.Run(interrupted, signal, lines, json.str())) {
+                    err << "langmon status: the status manager would not tell of changes\n";
+                }
             }
         }
     }
@@ -473,7 +488,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic
         closing.emplace("the port is left without the printer's report of the job's end");
     }
     if (!monitor.ClosePort(port)) {
-        out << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
+        err << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
         exitCode = 1;
     }
     // The machine is left as the command found it.

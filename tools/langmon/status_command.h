@@ -33,10 +33,11 @@ struct StatusOptions : PortChoice {
 
 bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* options, std::string* error);
 
-// Shows the printer on `out`; with --watch follows it until `forMs` has
-// passed on the platform clock or `interrupted` is set. Returns the exit
-// code: 0 when the printer was shown, 1 when the port or its client could
-// not be had.
-int RunStatus(const StatusOptions& options, std::ostream& out, const std::atomic<bool>& interrupted);
+// Shows the printer on `out`, and what went wrong on `err`; with --watch
+// follows it until `forMs` has passed on the platform clock or `interrupted`
+// is set. Returns the exit code: 0 when the printer was shown, 1 when the
+// port or its client could not be had.
+int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err,
+              const std::atomic<bool>& interrupted);
 
 }  // namespace langmon::tool
