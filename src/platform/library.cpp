@@ -5,8 +5,8 @@
 // own as well; we keep exactly one dlopen reference per record.
 
 #include "platform/library.h"
-#include "platform/memory.h"
 
+#include "platform/memory.h"
 #include "platform/sync.h"
 
 #include <langmon/status_manager.h>
