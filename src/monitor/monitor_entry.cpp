@@ -164,8 +164,9 @@ PortContext* FindPort(PortContext* first, LPCSTR name) {
 }
 
 PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
-    // Only the record itself is essential: each later piece that can't be had
-    // leaves the port working without it (no copy of the variables, no lock).
+    // Only the record, its semaphore and its lock are essential: each other
+    // piece that can't be had leaves the port working without it (no copy of
+    // the variables, no parser, no event).
     const std::size_t nameBytes = std::strlen(name) + 1;
     const std::size_t size = sizeof(PortContext) + nameBytes;
     auto* port = static_cast<PortContext*>(GlobalAlloc(GPTR, size));
@@ -182,6 +183,13 @@ PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
     port->flags = 0;
 
     port->serialSemaphore = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+    if (port->serialSemaphore == nullptr) {
+        // Every talk with the printer waits for it; a job's start on a
+        // local port would wait for ever.
+        FreeString(port->printerName);
+        GlobalFree(port);
+        return nullptr;
+    }
     port->stallTick = 0xFFFFFFFFu;
     port->closingEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
 
@@ -204,9 +212,14 @@ PortContext* CreatePortContext(LPCSTR name, LPCSTR printerName) {
     port->jobInfoChain = nullptr;
 
     port->portLock = static_cast<CRITICAL_SECTION*>(GlobalAlloc(GPTR, sizeof(CRITICAL_SECTION)));
-    if (port->portLock != nullptr) {
-        InitializeCriticalSection(port->portLock);
+    if (port->portLock == nullptr) {
+        // The status thread and the spooler's calls change the same
+        // variables and job list; unlocked, one frees what the other writes.
+        DestroyPortContext(port);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
     }
+    InitializeCriticalSection(port->portLock);
     port->statusEndedEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
 
     ResetSniffState(port);

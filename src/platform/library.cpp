@@ -6,6 +6,7 @@
 
 #include "platform/library.h"
 
+#include "platform/memory.h"
 #include "platform/sync.h"
 
 #include <langmon/status_manager.h>
@@ -179,6 +180,9 @@ HMODULE LoadFile(Libraries& libs, const char* name) {
 HMODULE LoadLibraryA(LPCSTR name) {
     if (name == nullptr || name[0] == '\0') {
         SetLastError(ERROR_MOD_NOT_FOUND);
+        return nullptr;
+    }
+    if (platform::CreationFails()) {
         return nullptr;
     }
     Libraries& libs = TheLibraries();

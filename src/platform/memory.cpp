@@ -80,6 +80,14 @@ void StopFailingAllocations() {
 
 std::size_t AllocationCount() { return allocationsTried.load(); }
 
+bool CreationFails() {
+    if (!ShouldFail()) {
+        return false;
+    }
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return true;
+}
+
 bool AllocationFailureHit() { return failureHit.load(); }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "platform/spooler_jobs.h"
 
+#include "platform/memory.h"
 #include "platform/packed_answer.h"
 #include "platform/registry.h"
 #include "platform/spooler.h"
@@ -87,6 +88,9 @@ BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
     if (printer == nullptr || printerName == nullptr || printerName[0] == '\0' ||
         !platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, std::string(PrintersKey) + printerName)) {
         SetLastError(ERROR_INVALID_PRINTER_NAME);
+        return FALSE;
+    }
+    if (platform::CreationFails()) {
         return FALSE;
     }
     Queues& q = TheQueues();

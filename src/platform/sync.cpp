@@ -1,6 +1,7 @@
 #include "platform/sync.h"
 
 #include "platform/kernel.h"
+#include "platform/memory.h"
 
 namespace langmon {
 
@@ -14,6 +15,9 @@ namespace {
 // Sets the last error as CreateEvent and CreateMutex do.
 KernelObject* CreateNamed(Kernel& kernel, ObjectKind kind, LPCSTR name, bool* existed) {
     *existed = false;
+    if (platform::CreationFails()) {
+        return nullptr;
+    }
     if (name != nullptr && *name != '\0') {
         auto found = kernel.names.find(name);
         if (found != kernel.names.end()) {
@@ -139,6 +143,9 @@ HANDLE OpenEventA(DWORD, BOOL, LPCSTR name) {
         SetLastError(ERROR_FILE_NOT_FOUND);
         return nullptr;
     }
+    if (platform::CreationFails()) {
+        return nullptr;
+    }
     ++found->second->handles;
     return found->second;
 }
@@ -225,6 +232,9 @@ BOOL DuplicateHandle(HANDLE sourceProcess, HANDLE source, HANDLE targetProcess, 
     }
     if (!Kernel::IsLive(object)) {
         SetLastError(ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (platform::CreationFails()) {
         return FALSE;
     }
     ++object->handles;

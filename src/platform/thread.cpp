@@ -1,6 +1,7 @@
 #include "platform/thread.h"
 
 #include "platform/kernel.h"
+#include "platform/memory.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -40,6 +41,9 @@ HANDLE CreateThread(void*, SIZE_T, LPTHREAD_START_ROUTINE routine, LPVOID argume
                     DWORD creationFlags, LPDWORD threadId) {
     if (routine == nullptr) {
         SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    if (platform::CreationFails()) {
         return nullptr;
     }
     static std::once_flag teardown;

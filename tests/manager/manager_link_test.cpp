@@ -192,26 +192,6 @@ TEST_F(BindingTest, ARemovedLinkLeavesNothingThatPointsAtIt) {
     EXPECT_EQ(platform::OpenPrinterHandleCount(), 0u);
 }
 
-TEST_F(BindingTest, EveryAllocationFailureLeavesNoLinkAndNothingHeld) {
-    DescribePrinter("Office", Driver6200, "LPT1");
-    const std::size_t blocks = platform::LiveBlockCount();
-    for (std::size_t nth = 1;; ++nth) {
-        platform::FailAllocation(nth, false);
-        ManagerLink* link = CreateManagerLink("Office", port);
-        const bool hit = platform::AllocationFailureHit();
-        platform::StopFailingAllocations();
-        if (link != nullptr) {
-            EXPECT_EQ(RemoveLink(link, port), 1);
-        }
-        SettleThreads();
-        EXPECT_EQ(port->managers, nullptr) << "allocation " << nth;
-        EXPECT_EQ(platform::LiveBlockCount(), blocks) << "allocation " << nth;
-        EXPECT_EQ(manager.OpenManagers(), 0) << "allocation " << nth;
-        EXPECT_EQ(platform::LoadedLibraryUses(), 0u) << "allocation " << nth;
-        if (!hit) break;
-    }
-}
-
 // A job whose printer has no link yet makes one at its start. Whatever
 // allocation fails there, the printer's handle is opened as the link's own:
 // shared with the threads that tell the spooler its status, so that a bound

@@ -5,7 +5,6 @@
 #include "framing/job_record.h"
 
 #include "platform/clock.h"
-#include "platform/memory.h"
 #include "platform/thread.h"
 #include "portkind/port_kind.h"
 #include "support/platform_fixture.h"
@@ -116,39 +115,6 @@ TEST_F(MonitorEntryTest, APortTheMonitorBelowRefusesLeavesItsNameFree) {
     lower.Port("USB001").FailOpen(0);
     PortContext* port = Open("USB001");
     ASSERT_NE(port, nullptr);
-    EXPECT_TRUE(ClosePort(port));
-}
-
-TEST_F(MonitorEntryTest, EveryAllocationFailureLeavesNoLeakAndNoHalfPort) {
-    const std::size_t blocks = platform::LiveBlockCount();
-    for (bool andAllAfter : {false, true}) {
-        for (std::size_t nth = 1;; ++nth) {
-            platform::FailAllocation(nth, andAllAfter);
-            HANDLE handle = nullptr;
-            const BOOL opened =
-                OpenPortEx(const_cast<LPSTR>("LPT1"), const_cast<LPSTR>("Laser"), &handle,
-                           lower.Table());
-            const bool hit = platform::AllocationFailureHit();
-            platform::StopFailingAllocations();
-            if (opened) {
-                ASSERT_EQ(portList, handle) << "allocation " << nth;
-                EXPECT_TRUE(ClosePort(handle));
-            } else {
-                EXPECT_EQ(nth, 1u) << "only the record itself is essential";
-                EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
-            }
-            EXPECT_EQ(portList, nullptr) << "allocation " << nth;
-            ASSERT_EQ(platform::LiveBlockCount(), blocks) << "allocation " << nth;
-            if (!hit) {
-                break;
-            }
-        }
-    }
-    // The name is free and the port whole again.
-    PortContext* port = Open("LPT1");
-    ASSERT_NE(port, nullptr);
-    EXPECT_NE(port->variables, nullptr);
-    EXPECT_NE(port->portLock, nullptr);
     EXPECT_TRUE(ClosePort(port));
 }
 

@@ -1,9 +1,14 @@
-// The allocator: zero-filled blocks, a live count, and failures on demand.
+// The allocator: zero-filled blocks, a live count, and failures on demand,
+// which reach what else the platform makes on the same count.
 
+#include "platform/library.h"
 #include "platform/memory.h"
+#include "platform/spooler_jobs.h"
+#include "platform/thread.h"
 #include "support/platform_fixture.h"
 
 #include <cstring>
+#include <functional>
 
 namespace langmon {
 namespace {
@@ -52,6 +57,66 @@ TEST_F(MemoryTest, FailsTheNthAllocationOnceOrFromThereOn) {
     EXPECT_NE(again, nullptr);
     EXPECT_FALSE(platform::AllocationFailureHit());
     GlobalFree(again);
+}
+
+DWORD Nothing(LPVOID) { return 0; }
+void* NoFunction(const char*) { return nullptr; }
+
+TEST_F(MemoryTest, KernelObjectsThreadsAndHandlesFailOnTheSameCount) {
+    testing::DescribePrinter("Laser", testing::Driver6200, "LPT1");
+    platform::RegisterLibrary("SOME.DLL", NoFunction);
+    HANDLE event = CreateEventA(nullptr, TRUE, FALSE, "shared");
+    struct Maker {
+        const char* name;
+        std::function<HANDLE()> make;
+        std::function<void(HANDLE)> close = [](HANDLE h) { CloseHandle(h); };
+    };
+    const Maker makers[] = {
+        {"semaphore", [] { return CreateSemaphoreA(nullptr, 1, 1, nullptr); }},
+        {"event", [] { return CreateEventA(nullptr, TRUE, FALSE, nullptr); }},
+        {"named mutex", [] { return CreateMutexA(nullptr, FALSE, "CTIMutex"); }},
+        {"named event opened", [] { return OpenEventA(0, FALSE, "shared"); }},
+        {"duplicate",
+         [&] {
+             HANDLE copy = nullptr;
+             DuplicateHandle(GetCurrentProcess(), event, GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
+             return copy;
+         }},
+        {"thread", [] { return CreateThread(nullptr, 0, Nothing, nullptr, 0, nullptr); },
+         [](HANDLE h) {
+             WaitForSingleObject(h, INFINITE);
+             CloseHandle(h);
+         }},
+        {"printer",
+         [] {
+             HANDLE printer = nullptr;
+             char name[] = "Laser";
+             OpenPrinterA(name, &printer, nullptr);
+             return printer;
+         },
+         [](HANDLE h) { ClosePrinter(h); }},
+        {"library", [] { return LoadLibraryA("SOME.DLL"); }, [](HANDLE h) { FreeLibrary(h); }},
+    };
+    // Each maker fails in its turn, with the reason, and the others go on.
+    for (std::size_t nth = 1; nth <= std::size(makers); ++nth) {
+        platform::FailAllocation(nth, false);
+        for (std::size_t i = 0; i < std::size(makers); ++i) {
+            SetLastError(0xdeadbeef);
+            HANDLE made = makers[i].make();
+            if (i + 1 == nth) {
+                EXPECT_EQ(made, nullptr) << makers[i].name;
+                EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY) << makers[i].name;
+            } else {
+                EXPECT_NE(made, nullptr) << makers[i].name << " with allocation " << nth << " failing";
+            }
+            if (made != nullptr) makers[i].close(made);
+        }
+        EXPECT_TRUE(platform::AllocationFailureHit());
+    }
+    platform::StopFailingAllocations();
+    CloseHandle(event);
+    platform::UnregisterLibrary("SOME.DLL");
+    SettleThreads();
 }
 
 }  // namespace

@@ -140,13 +140,17 @@ void ScenarioTest::TearDown() {
     MonitorTest::TearDown();
 }
 
-PortContext* ScenarioTest::Connect(const char* portName, DWORD mode, bool client, emulator::LinkFaults faults) {
+void ScenarioTest::PlugInPrinter(const char* portName, DWORD mode, emulator::LinkFaults faults) {
     // Made on the virtual clock, so that the printer's time is the test's.
     printer = std::make_unique<emulator::Printer>();
     printer->Change([&](emulator::PrinterState& state) { state.faults = faults; });
     ports_->Attach(portName, *printer);
     platform::RegistrySetDword(HKEY_LOCAL_MACHINE, PortModeKey, PortModeValue, mode);
     writes.clear();
+}
+
+PortContext* ScenarioTest::Connect(const char* portName, DWORD mode, bool client, emulator::LinkFaults faults) {
+    PlugInPrinter(portName, mode, faults);
     HANDLE handle = nullptr;
     std::string name = portName;
     EXPECT_TRUE(monitor.OpenPortEx(name.data(), printerName_, &handle, &below_));

@@ -61,6 +61,11 @@ protected:
     // makes the printer one the monitor follows and knows the model of, as
     // the poll and the manager binding will once they are there.
     PortContext* Connect(const char* portName, DWORD mode, bool client, emulator::LinkFaults faults = {});
+    // Only the printer behind the port and the port's mode, for a test that
+    // opens and closes the port itself through the monitor's table with
+    // the port monitor's table below.
+    void PlugInPrinter(const char* portName, DWORD mode, emulator::LinkFaults faults = {});
+    MONITOR* PortMonitorBelow() { return &below_; }
     // Takes the client away again and closes the port, as the spooler does.
     void Close(PortContext* port);
     // Starts the spooler's job `jobId`; the identifier its header will carry.
