@@ -110,12 +110,15 @@ void FollowPrinter(PortContext* port, HANDLE wake, SerialHold& serial) {
     bool reconciled = false;
     MarkMonitoring(1, port);
 
+    // Whether anything holds the thread is asked holding the semaphore: a job
+    // that starts between the look and the port's reset would lose its flags.
+    serial.Take();
     if (StatusThreadShouldStop(port) != 0) {
-        serial.Take();
         FinishMonitoring(port);
         ResetPortState(port);
         return;
     }
+    serial.Release();
 
     for (;;) {
         bool leaving = false;
