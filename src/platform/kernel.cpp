@@ -293,7 +293,6 @@ KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
 }
 
 KernelObject* Kernel::NewObject(ObjectKind kind) {
-    ++liveObjects;
     auto* object = new KernelObject(kind);
     live.insert(object);
     return object;
@@ -303,7 +302,6 @@ void Kernel::Unpin(KernelObject* object) {
     --object->pins;
     if (object->handles == 0 && object->pins == 0) {
         live.erase(object);
-        --liveObjects;
         delete object;
     }
 }
@@ -321,7 +319,6 @@ void Kernel::CloseObject(KernelObject* object) {
     }
     if (object->pins == 0) {
         live.erase(object);
-        --liveObjects;
         delete object;
     }
 }

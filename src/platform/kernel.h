@@ -119,7 +119,8 @@ public:
 
     // Named objects, one table for the process.
     std::unordered_map<std::string, KernelObject*> names;
-    std::size_t liveObjects = 0;
+    // Every object not yet destroyed: a handle is looked up here, never read
+    // through, so a stale or made-up handle is refused, not followed.
     std::unordered_set<const KernelObject*> live;
 
     // Threads.

@@ -294,7 +294,7 @@ namespace platform {
 std::size_t LiveObjectCount() {
     Kernel& kernel = Kernel::Get();
     std::lock_guard lock(kernel.mutex);
-    return kernel.liveObjects;
+    return kernel.live.size();
 }
 
 }  // namespace platform
