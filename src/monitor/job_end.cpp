@@ -37,8 +37,15 @@ constexpr int StatusWord2 = 2;
 void SendTrailer(PortContext* port) {
     if (port->trailerIdentifier[0] == '\0') {
         // The job's data named no job of its own: close it under a name the
-        // header didn't use.
+        // header didn't use. An identifier counts milliseconds, so one made
+        // in the header's millisecond is the header's own, and the printer's
+        // report of the job's end would then find the job by it or not as
+        // the clock happened to fall: the next millisecond names it.
         NewJobIdentifier(port->trailerIdentifier);
+        while (std::strcmp(port->trailerIdentifier, port->jobIdentifier) == 0) {
+            Sleep(1);
+            NewJobIdentifier(port->trailerIdentifier);
+        }
     }
     JobFrameRequest request{};
     request.wantJob = 1;

@@ -3,6 +3,7 @@
 
 #include "support/job_road_fixture.h"
 
+#include "framing/job_identifier.h"
 #include "platform/registry.h"
 #include "platform/spooler_jobs.h"
 #include "variables/status_variable.h"
@@ -51,11 +52,18 @@ TEST_F(JobRoadTest, TheTrailerNamesTheHeadersJobOnlyWhenTheDataNamedItToo) {
         ASSERT_TRUE(Start(port));
         const std::string id = port->jobIdentifier;
         Send(port, job);
+        std::string endId = id;
+        if (&job == &jobs[2]) {
+            // The job's name as made in the trailer's own millisecond: the
+            // trailer's new name must still differ from it.
+            NewJobIdentifier(port->jobIdentifier);
+            endId = port->jobIdentifier;
+        }
         ASSERT_TRUE(EndDocPort(port));
         EXPECT_STREQ(port->jobListTail->StartIdentifier, id.c_str());
-        EXPECT_STREQ(port->jobListTail->EndIdentifier, id.c_str()) << "the record keeps the header's name";
+        EXPECT_STREQ(port->jobListTail->EndIdentifier, endId.c_str()) << "the record keeps the job's name";
         if (&job == &jobs[2]) {
-            EXPECT_STRNE(port->trailerIdentifier, id.c_str()) << "an EOJ under a name of its own";
+            EXPECT_STRNE(port->trailerIdentifier, endId.c_str()) << "an EOJ under a name of its own";
             EXPECT_EQ(std::strlen(port->trailerIdentifier), 24u);
         } else {
             EXPECT_STREQ(port->trailerIdentifier, id.c_str());
