@@ -1,13 +1,16 @@
 #include "command_line.h"
 
 #include "decode_command.h"
+#include "interruption.h"
 #include "print_command.h"
 #include "status_command.h"
 
 #include "platform/machine_description.h"
 #include "platform/user_input.h"
 
+#include <iostream>
 #include <ostream>
+#include <unistd.h>
 
 namespace langmon::tool {
 
@@ -73,6 +76,12 @@ int RunCommandLine(const std::vector<std::string>& words, std::ostream& out, std
     if (command == "print") {
         PrintOptions options;
         if (!ParsePrintOptions(rest, &options, &error)) return Refuse(command, error, err);
+        // Only the process's own output may be a terminal, and only the
+        // process can leave a port behind at once.
+        if (&out == &std::cout) {
+            options.terminal = ::isatty(STDOUT_FILENO) != 0;
+            options.leaveStoppedPort = LeaveAtOnce;
+        }
         if (!MachineDescribed(command, err)) return 2;
         return RunPrint(options, out, err, interrupted);
     }

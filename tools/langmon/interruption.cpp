@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <iostream>
 #include <cstring>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -64,6 +66,14 @@ const std::atomic<bool>& Interrupted() { return interrupted; }
 int InterruptedExitCode() {
     const int signal = firstSignal.load();
     return 128 + (signal != 0 ? signal : SIGINT);
+}
+
+void LeaveAtOnce(int exitCode) {
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+    ::syscall(SYS_exit_group, exitCode);
+    __builtin_unreachable();
 }
 
 AbandonNote::AbandonNote(const std::string& what) {

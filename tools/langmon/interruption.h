@@ -18,6 +18,11 @@ const std::atomic<bool>& Interrupted();
 // number, as the shell reports a process the signal killed.
 int InterruptedExitCode();
 
+// Ends the process at once with `exitCode`, its output flushed: no thread is
+// waited for, as for a second interruption. For a port the command leaves as
+// it stands, which it would otherwise wait on.
+[[noreturn]] void LeaveAtOnce(int exitCode);
+
 // For as long as it lives, a second signal ends the command with this note
 // ("langmon: interrupted again: <what>"). Without one, a second signal ends
 // it with a plain note. One at a time.

@@ -83,7 +83,7 @@ void DescribeReceived(std::ostream& out, const StreamRecord& job, const StreamRe
 
 void DescribePrinter(std::ostream& out, emulator::Printer& printer) {
     for (const emulator::JobRecordOfPrinter& job : printer.Jobs()) {
-        out << "the printer " << (job.finished ? "finished " : "has not finished ");
+        out << (job.finished ? "finished " : "has not finished ");
         out << (job.framed ? "job \"" + job.name + "\"" : std::string("a job without a PJL JOB line"));
         out << ": " << Plural(job.pagesPrinted, "page") << " printed, " << job.colorPages << " in colour and "
             << job.bwPages << " in black";
@@ -107,7 +107,7 @@ void DescribePrinter(std::ostream& out, emulator::Printer& printer) {
         at = end + 1;
     }
     if (!order.empty()) {
-        out << "the printer sent back " << sent.size() << " bytes:";
+        out << "sent back " << sent.size() << " bytes:";
         for (const std::string& first : order) {
             out << "\n  " << first;
             if (responses[first] > 1) out << " (" << responses[first] << " times)";
@@ -116,7 +116,7 @@ void DescribePrinter(std::ostream& out, emulator::Printer& printer) {
     }
 
     emulator::PrinterCondition condition = printer.Condition();
-    out << "the printer shows \"" << condition.panel[0] << "\"";
+    out << "shows \"" << condition.panel[0] << "\"";
     if (!condition.panel[1].empty()) out << " / \"" << condition.panel[1] << "\"";
     out << '\n';
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ostream>
 #include <vector>
 
 namespace langmon::tool {
@@ -14,6 +15,9 @@ namespace {
 // A call that moved nothing is made again after this pause, as a spooler
 // waits before it tries a port again.
 constexpr DWORD FruitlessCallPauseMs = 100;
+// A printer that took nothing for this long has the wait said: a shorter
+// pause is only a printer at work.
+constexpr DWORD SayWaitAfterMs = 1000;
 
 // A block as full as the job file fills it: a pipe may give less at a time.
 std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block) {
@@ -34,7 +38,7 @@ std::string CallOutcome(BOOL result, DWORD error) {
 
 SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
                 const std::string& document, platform::InputFile& job, unsigned blockSize,
-                const PrinterTarget& printer, const std::atomic<bool>& stop) {
+                const PrinterTarget& printer, const SendWatch& watch) {
     SentJob sent;
     // The monitor's entries take writable texts, as the spooler's do.
     std::vector<char> printerText(printerName.begin(), printerName.end());
@@ -57,14 +61,16 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
         platform::RemoveJob(printerName, jobId);
         return sent;
     }
+    if (watch.started) watch.started();
 
     // Progress is what the printer takes, seen below the monitor: while the
     // monitor sends its header it reports none of the job's bytes taken.
     std::uint64_t received = printer.ReceivedCount();
     DWORD lastProgress = GetTickCount();
+    DWORD said = 0;  // the wait last said, by its limit
     std::vector<char> block(blockSize);
     const auto stopped = [&] {
-        if (!stop.load()) return false;
+        if (!watch.stop.load()) return false;
         sent.writeFailure = "interrupted: the job ends after " + std::to_string(sent.taken) + " bytes";
         return true;
     };
@@ -91,16 +97,36 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
             if (written != 0 || nowReceived != received) {
                 received = nowReceived;
                 lastProgress = GetTickCount();
+                said = 0;
+                if (watch.progress != nullptr) {
+                    watch.progress->Show("  sending: " + ByteCount(sent.taken) + " of the job taken");
+                }
                 continue;
             }
-            if (TickAge(GetTickCount(), lastProgress) >= StalledPrinterLimitMs) {
-                sent.writeFailure = "given up: the printer took nothing for " +
-                                    std::to_string(StalledPrinterLimitMs / 1000) + " seconds";
+            // A printer the monitor finds stopped gets less time than one that
+            // may only be slow; either wait is said once, when it has begun.
+            const std::string stoppedBy = watch.stoppedBy ? watch.stoppedBy() : "";
+            const DWORD limit = stoppedBy.empty() ? StalledPrinterLimitMs : StoppedPrinterLimitMs;
+            const DWORD waited = TickAge(GetTickCount(), lastProgress);
+            if (waited >= SayWaitAfterMs && watch.out != nullptr && said != limit) {
+                said = limit;
+                if (watch.progress != nullptr) watch.progress->Clear();
+                *watch.out << "  the printer " << (stoppedBy.empty() ? "takes nothing" : "has stopped (" + stoppedBy + ")")
+                           << "; waiting up to " << limit / 1000 << " s for it to take the job\n"
+                           << std::flush;
+            }
+            if (waited >= limit) {
+                sent.stoppedBy = stoppedBy;
+                sent.writeFailure = stoppedBy.empty()
+                                        ? "given up: the printer took nothing for " + std::to_string(limit / 1000) + " seconds"
+                                        : "given up: the printer has stopped (" + stoppedBy + ") and took nothing for " +
+                                              std::to_string(limit / 1000) + " seconds";
                 break;
             }
             Sleep(FruitlessCallPauseMs);
         }
     }
+    if (watch.progress != nullptr) watch.progress->Clear();
     sent.ended = monitor.EndDocPort(port);
     sent.endError = sent.ended ? 0 : GetLastError();
     platform::RemoveJob(printerName, jobId);

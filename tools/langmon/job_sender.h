@@ -4,7 +4,9 @@
 // The job is never held whole, however long it is.
 #pragma once
 
+#include "monitoring_view.h"
 #include "printer_target.h"
+#include "progress_line.h"
 #include "stream_record.h"
 
 #include "platform/user_input.h"
@@ -13,6 +15,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <string>
 
 namespace langmon::tool {
@@ -31,18 +35,36 @@ struct SentJob {
     std::uint64_t taken = 0;
     StreamRecord job;          // what was read of the job file
     std::string writeFailure;  // why the writes stopped short; empty when all was taken
+    std::string stoppedBy;     // what stopped the printer, when that is why
     BOOL ended = FALSE;        // EndDocPort is called only for a started job
     DWORD endError = 0;
+};
+
+// What the sender looks at, and tells, while it sends.
+struct SendWatch {
+    explicit SendWatch(const std::atomic<bool>& interrupted) : stop(interrupted) {}
+    // Set when the user interrupted.
+    const std::atomic<bool>& stop;
+    // Why the printer can't go on, as the monitor last found it (see
+    // StoppingCondition); empty while it can. None: never stopped.
+    std::function<std::string()> stoppedBy;
+    // Called once StartDocPort has returned, before any write.
+    std::function<void()> started;
+    // Where a wait is said before it begins; none: not said.
+    std::ostream* out = nullptr;
+    // Where the bytes sent so far are shown; none: not shown.
+    ProgressLine* progress = nullptr;
 };
 
 // The job read from `job` on an open port of `printerName`, named
 // `document`, handed over in blocks of `blockSize` bytes. Writes stop at a
 // failed call, at a problem reading the job, once `printer` has taken
-// nothing for StalledPrinterLimitMs on the platform clock, or once `stop` is
-// set (the user interrupted); the job is ended in every case.
+// nothing for StalledPrinterLimitMs on the platform clock (for
+// StoppedPrinterLimitMs when the monitor finds the printer stopped), or once
+// the user interrupted; the job is ended in every case.
 SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
                 const std::string& document, platform::InputFile& job, unsigned blockSize,
-                const PrinterTarget& printer, const std::atomic<bool>& stop);
+                const PrinterTarget& printer, const SendWatch& watch);
 
 // "ok", or "failed, last error N".
 std::string CallOutcome(BOOL result, DWORD error);

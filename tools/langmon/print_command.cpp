@@ -7,6 +7,7 @@
 #include "job_sender.h"
 #include "monitoring_view.h"
 #include "printer_target.h"
+#include "progress_line.h"
 #include "status_report.h"
 
 #include "framing/job_record.h"
@@ -32,6 +33,18 @@ namespace {
 // printer's last pages and the polls that see the job gone.
 constexpr DWORD MonitoringLimitMs = 120000;
 
+// `text`'s lines, each behind `indent`.
+std::string Indented(const std::string& text, const std::string& indent) {
+    std::string indented;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        indented += indent + text.substr(at, end - at) + '\n';
+        at = end + 1;
+    }
+    return indented;
+}
+
 void Line(std::ostream& out, const std::string& call, const std::string& what) {
     // Each call as it ends: a person or a pipe follows the job as it goes.
     out << "  " << std::left << std::setw(16) << call << what << '\n' << std::flush;
@@ -39,10 +52,11 @@ void Line(std::ostream& out, const std::string& call, const std::string& what) {
 
 // Waits until the printer has printed everything it holds, or has printed
 // nothing for a while: a jam or an empty tray stops it for good here.
-void WaitForPrinter(emulator::Printer& printer) {
+void WaitForPrinter(emulator::Printer& printer, ProgressLine& progress) {
     const emulator::PrinterState state = printer.State();
     const DWORD patience = 2 * state.pageTimeMs + state.warmUpMs + 1000;
     uint32_t pages = state.pageCount;
+    const uint32_t first = pages;
     DWORD lastProgress = GetTickCount();
     while (!printer.Idle() && TickAge(GetTickCount(), lastProgress) < patience) {
         Sleep(std::max<DWORD>(1, std::min<DWORD>(state.pageTimeMs, 100)));
@@ -50,8 +64,10 @@ void WaitForPrinter(emulator::Printer& printer) {
         if (now != pages) {
             pages = now;
             lastProgress = GetTickCount();
+            progress.Show("  printing: " + std::to_string(pages - first) + " more pages printed");
         }
     }
+    progress.Clear();
 }
 
 }  // namespace
@@ -112,30 +128,50 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
+    // Without a machine that describes a printer on the port, the emulated
+    // printer gets a queue of its model, as a host that finds a printer
+    // makes one: a client, a framed job and the printer's reports. A file
+    // answers nothing, so its queue stays one without a client.
     std::string portName = options.portName;
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
-    if (printerName.empty()) printerName = "langmon";
-    out << "langmon print " << platform::Printable(options.jobFile) << " on port "
-        << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName) << "\", to "
-        << platform::Printable(target.Description()) << '\n'
+    std::string queueNote;
+    if (printerName.empty() && target.Emulated() != nullptr) {
+        printerName = AddStandInQueue(options.portName, target.Emulated()->State().model);
+        queueNote = " (a queue of the command's own: the machine has none on the port)";
+    } else if (printerName.empty()) {
+        printerName = "langmon";
+        queueNote = " (not a queue of the machine: no status client, so no PJL around the job)";
+    }
+    out << "langmon print " << platform::Printable(options.jobFile) << " to " << platform::Printable(target.Description())
+        << ",\n  on port " << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName)
+        << "\"" << queueNote << "\n\nwhat the spooler did:\n"
         << std::flush;
 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
     JobProgressWatch progress(printerName);
+    ProgressLine progressLine(out, options.terminal);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
     Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
     if (!ok) {
         return 1;
     }
+    auto* const context = static_cast<PortContext*>(port);
 
     const std::string document = options.documentName.empty() ? options.jobFile : options.documentName;
     const DWORD jobId = 1;
-    const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, interrupted);
-    Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
+    SendWatch watch{interrupted};
+    watch.stoppedBy = [context] { return StoppingCondition(context); };
+    watch.started = [&] { Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", ok"); };
+    watch.out = &out;
+    watch.progress = &progressLine;
+    const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, watch);
     int exitCode = sent.started ? 0 : 1;
-    if (sent.started) {
+    std::string stoppedBy = sent.stoppedBy;
+    if (!sent.started) {
+        Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(FALSE, sent.startError));
+    } else {
         std::ostringstream what;
         what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
              << sent.job.Size() << " bytes taken";
@@ -147,18 +183,72 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         Line(out, "WritePort", what.str());
         Line(out, "EndDocPort", CallOutcome(sent.ended, sent.endError));
         exitCode = sent.ended ? exitCode : 1;
-        FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs, interrupted);
+        const auto jobNow = [&progress] {
+            const std::vector<std::vector<uint8_t>> records = progress.Records();
+            // Once no job prints, there is nothing to say of it.
+            const std::string text = records.empty() ? std::string() : JobRecordText(records.back());
+            return text == "no job printing" ? std::string() : text;
+        };
+        const FollowOutcome followed = FollowMonitoring(out, context, MonitoringLimitMs, StoppedPrinterLimitMs,
+                                                        interrupted, progressLine, jobNow);
+        if (stoppedBy.empty()) stoppedBy = followed.stoppedBy;
+    }
+    if (!stoppedBy.empty()) {
+        if (sent.stoppedBy.empty()) {
+            err << "langmon print: the printer has stopped (" << stoppedBy << "); the job stays at it\n";
+        }
+        exitCode = StoppedJobExitCode;
     }
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
     std::ostringstream status;
-    DescribePrinterStatus(status, static_cast<PortContext*>(port), false);
+    DescribePrinterStatus(status, context, false);
     // A client reads the printer's store while the port is open; closing it
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
     const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
+
+    // What happened, in the order it happened: the bytes sent, what the
+    // printer made of them, what a client saw, what the spooler was told.
+    const auto report = [&] {
+        out << "\nwhat was sent:\n";
+        std::ostringstream received;
+        DescribeReceived(received, sent.job, target.Received());
+        out << Indented(received.str(), "  ");
+        out << "\nwhat the printer said:\n";
+        if (emulator::Printer* printer = target.Emulated()) {
+            if (!interrupted.load() && stoppedBy.empty()) WaitForPrinter(*printer, progressLine);
+            std::ostringstream said;
+            DescribePrinter(said, *printer);
+            out << Indented(said.str(), "  ");
+        } else {
+            out << "  nothing: a file does not answer\n";
+        }
+        out << "  its device ID, as the monitor's last poll read it:\n" << Indented(status.str(), "  ");
+        out << "\nwhat a status client of \"" << platform::Printable(printerName) << "\" saw:\n";
+        if (clientView.empty()) {
+            out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
+        }
+        DescribeClientView(out, clientView);
+        if (progress.Problem().empty()) {
+            out << "  the job, as the client followed it:\n";
+            std::ostringstream followed;
+            DescribeJobProgress(followed, progress.Records());
+            out << Indented(followed.str(), "  ");
+        }
+        out << "\nwhat the spooler was told of \"" << platform::Printable(printerName) << "\":\n";
+        DescribeSpoolerView(out, printerName);
+        out << std::flush;
+    };
+
+    if (!stoppedBy.empty() && JobsTracked(context) && options.leaveStoppedPort) {
+        report();
+        out << "\nthe port is left as it stands: closing it would wait up to two minutes for the printer's report of "
+               "the job's end\n";
+        options.leaveStoppedPort(exitCode);
+    }
     std::optional<AbandonNote> closing;
-    if (JobsTracked(static_cast<PortContext*>(port))) {
+    if (JobsTracked(context)) {
         // Reported as it happens: the wait is long enough to look like a hang.
         out << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
             << (interrupted.load() ? "again " : "") << "abandons the wait\n"
@@ -168,28 +258,9 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     ok = monitor.ClosePort(port);
     closing.reset();
     Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
-    out << "what the monitor's last poll made of the printer:\n" << status.str();
-    out << "what a status client of \"" << printerName << "\" received:\n";
-    if (clientView.empty()) {
-        out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
-    }
-    DescribeClientView(out, clientView);
-    if (progress.Problem().empty()) {
-        out << "the job as the client followed it:\n";
-        DescribeJobProgress(out, progress.Records());
-    }
-    out << "the status words the spooler was given for \"" << printerName << "\":\n";
-    DescribeSpoolerView(out, printerName);
+    report();
     exitCode = ok ? exitCode : 1;
     if (interrupted.load()) exitCode = InterruptedExitCode();
-
-    if (emulator::Printer* printer = target.Emulated()) {
-        if (!interrupted.load()) WaitForPrinter(*printer);
-        DescribeReceived(out, sent.job, target.Received());
-        DescribePrinter(out, *printer);
-        return exitCode;
-    }
-    DescribeReceived(out, sent.job, target.Received());
     return exitCode;
 }
 

@@ -247,6 +247,17 @@ std::string PrinterStatusText(uint32_t word1, uint32_t word2) {
                                                       : "status words " + Hex32(word1) + " " + Hex32(word2);
 }
 
+bool StopsPrinting(uint32_t word1, uint32_t word2) {
+    if ((word1 & PrinterLostWord) != 0) return true;
+    for (const StatusName& name : StatusNames) {
+        const ConditionStatus status = StatusOfCondition(name.Condition);
+        if (status.StatusWord1 == word1 && (status.StatusWord2 | JobOnPortBit) == (word2 | JobOnPortBit)) {
+            return status.IconState == 1;
+        }
+    }
+    return false;
+}
+
 std::vector<std::string> PanelLines(const std::vector<uint8_t>& display) {
     std::vector<std::string> lines;
     constexpr std::size_t TextAt = 4;

@@ -55,6 +55,11 @@ void WriteViewJson(std::ostream& out, const PrinterFacts& facts);
 // What PrinterStatus's StatusWord1 and StatusWord2 say, in words.
 std::string PrinterStatusText(uint32_t word1, uint32_t word2);
 
+// Whether the printer, as PrinterStatus's words tell, can't go on with a job
+// until somebody sees to it (a jam, an open cover, no paper: a status shown
+// as an error) or does not answer at all.
+bool StopsPrinting(uint32_t word1, uint32_t word2);
+
 // The two lines of the printer's panel, from PrinterDisplay, in UTF-8 and
 // without the blanks that pad them.
 std::vector<std::string> PanelLines(const std::vector<uint8_t>& display);

@@ -142,7 +142,7 @@ struct WatchedJob {
     static DWORD Run(LPVOID context) {
         auto* job = static_cast<WatchedJob*>(context);
         job->sent = SendJob(*job->monitor, job->port, job->printerName, job->jobId, job->document, job->file, 4096,
-                            *job->target, *job->stop);
+                            *job->target, SendWatch{*job->stop});
         SetEvent(job->done);
         return 0;
     }
