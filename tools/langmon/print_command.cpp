@@ -6,7 +6,9 @@
 #include "interruption.h"
 #include "job_sender.h"
 #include "monitoring_view.h"
+#include "print_json.h"
 #include "printer_target.h"
+#include "printer_view.h"
 #include "status_report.h"
 
 #include "framing/job_record.h"
@@ -64,7 +66,11 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         const OptionTaken taken = TakePortOption(word, reader, options);
         if (taken == OptionTaken::Broken) return false;
         if (taken == OptionTaken::Yes) continue;
-        if (word == "--document") {
+        if (word == "--json") {
+            options->json = true;
+        } else if (word == "--variables") {
+            options->variables = true;
+        } else if (word == "--document") {
             if (!reader.Value(&options->documentName)) return false;
         } else if (word == "--block-size") {
             std::string size;
@@ -97,7 +103,11 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
     return true;
 }
 
-int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted) {
+int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err, const std::atomic<bool>& interrupted) {
+    // With --json the report goes nowhere, and one document says it all at the end.
+    std::ostream nowhere(nullptr);
+    std::ostream& out = options.json ? nowhere : shown;
+    PrintOutcome outcome;
     // The job is read as it is sent, a block at a time; a file that can't be
     // read at all is told before anything starts.
     platform::InputFile job(options.jobFile);
@@ -126,7 +136,14 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
     Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
+    outcome.jobFile = options.jobFile;
+    outcome.portName = options.portName;
+    outcome.printerName = printerName;
+    outcome.target = target.Description();
+    outcome.opened = ok != FALSE;
+    outcome.openError = GetLastError();
     if (!ok) {
+        if (options.json) WritePrintJson(shown, outcome);
         return 1;
     }
 
@@ -152,7 +169,8 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
     std::ostringstream status;
-    DescribePrinterStatus(status, static_cast<PortContext*>(port), false);
+    DescribePrinterStatus(status, static_cast<PortContext*>(port));
+    if (options.json) outcome.printer = PortPrinterJson(static_cast<PortContext*>(port));
     // A client reads the printer's store while the port is open; closing it
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
@@ -166,14 +184,17 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         closing.emplace("the port is left without the printer's report of the job's end");
     }
     ok = monitor.ClosePort(port);
+    const DWORD closeError = GetLastError();
     closing.reset();
-    Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
+    Line(out, "ClosePort", CallOutcome(ok, closeError));
     out << "what the monitor's last poll made of the printer:\n" << status.str();
-    out << "what a status client of \"" << printerName << "\" received:\n";
+    out << "what a status client of \"" << printerName << "\" was given:\n";
     if (clientView.empty()) {
         out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
+    } else {
+        WriteView(out, DescribePrinter(ValueFacts(clientView), ViewScope::Client));
+        if (options.variables) WriteVariables(out, "the client's variables, in hex:", clientView);
     }
-    DescribeClientView(out, clientView);
     if (progress.Problem().empty()) {
         out << "the job as the client followed it:\n";
         DescribeJobProgress(out, progress.Records());
@@ -187,9 +208,20 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         if (!interrupted.load()) WaitForPrinter(*printer);
         DescribeReceived(out, sent.job, target.Received());
         DescribePrinter(out, *printer);
-        return exitCode;
+    } else {
+        DescribeReceived(out, sent.job, target.Received());
     }
-    DescribeReceived(out, sent.job, target.Received());
+    if (options.json) {
+        outcome.sent = &sent;
+        outcome.closed = ok != FALSE;
+        outcome.closeError = closeError;
+        outcome.received = target.Received();
+        outcome.client = clientView;
+        outcome.clientProblem = clientView.empty() ? (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) : "";
+        if (progress.Problem().empty()) outcome.followed = progress.Records();
+        outcome.spoolerWords = SpoolerStatusWords(printerName);
+        WritePrintJson(shown, outcome);
+    }
     return exitCode;
 }
 

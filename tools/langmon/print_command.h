@@ -18,6 +18,8 @@ struct PrintOptions : PortChoice {
     std::string jobFile;
     std::string documentName;  // the job file's name when empty
     unsigned blockSize = 4096;
+    bool json = false;       // one JSON document at the end in place of the report
+    bool variables = false;  // the client's variables in hex too
 };
 
 // Reads the words after "print". False with a message in `error` when they
