@@ -83,6 +83,9 @@ PrinterCondition ConditionOfStatus(uint32_t word1, uint32_t word2) {
         return {"no-way-back", "the port has no way back from the printer", {}, {}, {}};
     }
     if ((word1 & NotReadWord) != 0) return {"not-read", "not read yet", {}, {}, {}};
+    // All words clear is what the monitor leaves once it no longer follows
+    // the printer; printing, whose bit is the job-on-port bit, is not it.
+    if (word1 == 0 && word2 == 0) return {"none", "nothing to report", {}, {}, {}};
     for (const ConditionRow& row : ConditionRows) {
         const ConditionStatus status = StatusOfCondition(row.condition);
         // A job on the port adds its bit to any of them.
@@ -98,7 +101,6 @@ PrinterCondition ConditionOfStatus(uint32_t word1, uint32_t word2) {
         if (row.reason != nullptr) condition.reason = row.reason;
         return condition;
     }
-    if (word1 == 0 && (word2 & ~JobOnPortBit) == 0) return {"none", "nothing to report", {}, {}, {}};
     return {"unknown", "status words " + Hex32(word1) + " " + Hex32(word2), {}, {}, {}};
 }
 
