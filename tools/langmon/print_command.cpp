@@ -177,8 +177,9 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     const std::vector<ClientVariable> clientView = ReadClientView(printerName, &clientProblem);
     std::optional<AbandonNote> closing;
     if (JobsTracked(static_cast<PortContext*>(port))) {
-        // Reported as it happens: the wait is long enough to look like a hang.
-        out << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
+        // Reported as it happens: the wait is long enough to look like a
+        // hang. JSON keeps standard output for the document.
+        (options.json ? err : out) << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
             << (interrupted.load() ? "again " : "") << "abandons the wait\n"
             << std::flush;
         closing.emplace("the port is left without the printer's report of the job's end");
