@@ -171,7 +171,7 @@ TEST(ShutdownTest, AWatchEndsCleanlyAtWhateverMomentItIsInterrupted) {
         ExpectCleanEnd(run, 0);
     }
     EXPECT_NE(runs[4].out.find("following the printer until interrupted"), std::string::npos) << Describe(runs[4]);
-    EXPECT_EQ(runs[5].out.rfind("{\"printer\":", 0), 0u) << "JSON alone on standard output: " << Describe(runs[5]);
+    EXPECT_EQ(runs[5].out.rfind("{\"version\":1,\"command\":\"status\",", 0), 0u) << "JSON alone on standard output: " << Describe(runs[5]);
 }
 
 // A job handed over during the watch is still at the printer when the watch

@@ -37,6 +37,22 @@ std::string ReadFile(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+// What the report says of the printer's bytes: the total, and where the
+// job's bytes stand in it, taken from the first and last bytes and a hash of
+// the rest as they pass, since neither the job nor the output is kept.
+struct ReceivedLine {
+    std::uint64_t total = 0;
+    std::uint64_t ahead = 0;
+    std::uint64_t job = 0;
+    std::uint64_t behind = 0;
+};
+std::optional<ReceivedLine> ReceivedIn(const std::string& report) {
+    std::smatch match;
+    const std::regex line(R"(the printer received (\d+) bytes: (\d+) bytes ahead of the job's (\d+), (\d+) bytes behind it)");
+    if (!std::regex_search(report, match, line)) return std::nullopt;
+    return ReceivedLine{std::stoull(match[1]), std::stoull(match[2]), std::stoull(match[3]), std::stoull(match[4])};
+}
+
 // On the virtual clock, so that the emulated printer's pages cost no real time.
 class PrintCommandTest : public testing::MonitorTest {
 protected:
@@ -108,25 +124,47 @@ TEST_F(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
     std::remove(job.c_str());
 }
 
-TEST_F(PrintCommandTest, TheEmulatedPrinterPrintsTheJobAndTellsWhatItDid) {
+// Without a machine file the emulated printer has a queue of its own: the
+// job is framed, a client follows it, and the report tells, in the order it
+// happened, what was sent, what the printer said, what the client saw and
+// what the spooler was told.
+TEST_F(PrintCommandTest, AFirstRunWithoutAMachineShowsTheWholeJob) {
     const std::string job = TempPath("brochure.ps");
-    WriteFile(job, "%!PS\n1 0 0 setrgbcolor showpage\nshowpage\n%%EOF\n");
+    WriteFile(job, "%!PS-Adobe-3.0\n1 0 0 setrgbcolor showpage\nshowpage\n%%EOF\n");
     PrintOptions options;
     std::string error;
-    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:page-time=40000"}, &options, &error))
-        << error;
+    ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:page-time=40000"}, &options, &error)) << error;
     const DWORD start = GetTickCount();
     std::ostringstream report;
     EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
     // Two pages of 40 s each: the command waited for them on the clock.
     EXPECT_GE(GetTickCount() - start, 80000u);
-    EXPECT_NE(report.str().find("to the emulated Laser Printer 6200tx"), std::string::npos) << report.str();
-    EXPECT_NE(report.str().find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos)
-        << report.str();
-    EXPECT_NE(report.str().find("the printer shows \"Ready\""), std::string::npos) << report.str();
-    // The monitor closed the job with its trailer, and the report shows it.
-    EXPECT_NE(report.str().find("51 bytes behind it\n  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos)
-        << report.str();
+    const std::string text = report.str();
+    EXPECT_NE(text.find("to the emulated Laser Printer 6200tx,\n  on port LPT1: of printer \"langmon\" (a queue of "
+                        "the command's own"),
+              std::string::npos)
+        << text;
+    std::size_t at = 0;
+    for (const char* heading : {"\nwhat the spooler did:\n", "\nwhat was sent:\n", "\nwhat the printer said:\n",
+                                "\nwhat a status client of \"langmon\" saw:\n",
+                                "\nwhat the spooler was told of \"langmon\":\n"}) {
+        const std::size_t found = text.find(heading, at);
+        ASSERT_NE(found, std::string::npos) << heading << " after byte " << at << ":\n" << text;
+        at = found;
+    }
+    // The header went ahead of the job and named it; the printer reported
+    // the job by that name, and the client heard its end.
+    const std::optional<ReceivedLine> received = ReceivedIn(text);
+    ASSERT_TRUE(received.has_value()) << text;
+    EXPECT_EQ(received->ahead, 136u);
+    EXPECT_EQ(received->behind, 86u) << "the trailer, and USTATUSOFF once the job has left";
+    EXPECT_NE(text.find("  finished job \"03"), std::string::npos) << text;
+    EXPECT_NE(text.find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos) << text;
+    EXPECT_NE(text.find("  shows \"Ready\"\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  panel        \"Ready\"\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("    job 1 ended: 2 pages, 1 in colour and 1 in black;"), std::string::npos) << text;
+    EXPECT_NE(text.find("\"langmon\":\n  PRINTER_STATUS_PRINTING\n"), std::string::npos) << text;
+    EXPECT_EQ(err.str(), "");
     std::remove(job.c_str());
 }
 
@@ -162,30 +200,14 @@ TEST_F(PrintCommandTest, AJobWithAClientIsFollowedPollByPollUntilItHasLeftThePri
     EXPECT_EQ(text.find("ClosePort waits"), std::string::npos) << text;
     // The client was handed the job's start, its page and its figures as the
     // printer reported them, then the empty record.
-    EXPECT_NE(text.find("the job as the client followed it:\n  job 1 started\n  job 1: "), std::string::npos) << text;
-    EXPECT_NE(text.find("  job 1: 2 pages printed\n  job 1: 3 pages printed\n"
-                        "  job 1 ended: 3 pages, 0 in colour and 3 in black; "
+    EXPECT_NE(text.find("the job, as the client followed it:\n    job 1 started\n    job 1: "), std::string::npos) << text;
+    EXPECT_NE(text.find("    job 1: 2 pages printed\n    job 1: 3 pages printed\n"
+                        "    job 1 ended: 3 pages, 0 in colour and 3 in black; "
                         "coverage cyan 0%, magenta 0%, yellow 0%, black "),
               std::string::npos)
         << text;
-    EXPECT_NE(text.find("%\n  no job printing\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("%\n    no job printing\n"), std::string::npos) << text;
     std::remove(job.c_str());
-}
-
-// What the report says of the printer's bytes: the total, and where the
-// job's bytes stand in it, taken from the first and last bytes and a hash of
-// the rest as they pass, since neither the job nor the output is kept.
-struct ReceivedLine {
-    std::uint64_t total = 0;
-    std::uint64_t ahead = 0;
-    std::uint64_t job = 0;
-    std::uint64_t behind = 0;
-};
-std::optional<ReceivedLine> ReceivedIn(const std::string& report) {
-    std::smatch match;
-    const std::regex line(R"(the printer received (\d+) bytes: (\d+) bytes ahead of the job's (\d+), (\d+) bytes behind it)");
-    if (!std::regex_search(report, match, line)) return std::nullopt;
-    return ReceivedLine{std::stoull(match[1]), std::stoull(match[2]), std::stoull(match[3]), std::stoull(match[4])};
 }
 
 // A job longer than the emulated printer keeps a record of is sent block by
@@ -211,8 +233,8 @@ TEST_F(PrintCommandTest, ALongJobIsFoundWholeBetweenTheHeaderAndTheTrailer) {
     ASSERT_TRUE(received.has_value()) << text;
     EXPECT_EQ(received->job, bytes.size());
     EXPECT_EQ(received->total, received->ahead + received->job + received->behind);
-    EXPECT_NE(text.find("  ahead of the job:\n    <UEL>@PJL"), std::string::npos) << text;
-    EXPECT_NE(text.find("  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos) << text;
+    EXPECT_NE(text.find("    ahead of the job:\n      <UEL>@PJL"), std::string::npos) << text;
+    EXPECT_NE(text.find("    behind the job:\n      @PJL EOJ NAME=\""), std::string::npos) << text;
     EXPECT_NE(text.find("1 page printed, 0 in colour and 1 in black; printed"), std::string::npos) << text;
     std::remove(job.c_str());
 }
@@ -239,49 +261,62 @@ TEST_F(PrintCommandTest, APrinterThatTakesAByteACallGetsTheWholeJobOnce) {
     EXPECT_EQ(received->job, bytes.size());
     EXPECT_EQ(received->total, received->ahead + received->job + received->behind);
     EXPECT_GT(received->ahead, 100u) << "the header, a byte at a time";
-    EXPECT_NE(text.find("  behind the job:\n    @PJL EOJ NAME=\""), std::string::npos) << text;
+    EXPECT_NE(text.find("    behind the job:\n      @PJL EOJ NAME=\""), std::string::npos) << text;
     // Nothing of the job stands in the header or the trailer.
-    const std::size_t ahead = text.find("  ahead of the job:\n");
-    const std::size_t behind = text.find("  behind the job:\n");
+    const std::size_t ahead = text.find("    ahead of the job:\n");
+    const std::size_t behind = text.find("    behind the job:\n");
     ASSERT_LT(ahead, behind) << text;
-    EXPECT_EQ(text.substr(ahead, text.find("the printer ", behind) - ahead).find("showpage"), std::string::npos)
+    EXPECT_EQ(text.substr(ahead, text.find("what the printer said", behind) - ahead).find("showpage"), std::string::npos)
         << text;
     EXPECT_NE(text.find("2 pages printed, 1 in colour and 1 in black; printed"), std::string::npos) << text;
     EXPECT_EQ(err.str(), "");
     std::remove(job.c_str());
 }
 
-// A job without an end to a printer that takes nothing: the command reads no
-// more than a block of it and gives up once the printer has taken nothing
-// for a minute.
-TEST_F(PrintCommandTest, AnEndlessJobToAPrinterThatTakesNothingIsGivenUpAfterAMinute) {
+// A printer that stops, before or after it has taken the job, has the job
+// given up in seconds: the command says what it waits for before it waits,
+// then what stopped the printer, and exits 3. The command itself leaves the
+// port as it stands; here it is handed to the test, which closes it.
+TEST_F(PrintCommandTest, AStoppedPrinterHasItsJobGivenUpInSeconds) {
     PrintOptions options;
     std::string error;
+    // An endless job to a printer that does not answer: no more than a
+    // block of it is read.
     ASSERT_TRUE(ParsePrintOptions({"/dev/zero", "--printer", "emulator:silent"}, &options, &error)) << error;
     std::ostringstream report;
-    const DWORD start = GetTickCount();
-    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 1) << report.str();
-    EXPECT_GE(GetTickCount() - start, StalledPrinterLimitMs);
-    EXPECT_NE(report.str().find(" of 4096 bytes taken; given up: the printer took nothing for 60 seconds\n"),
+    DWORD start = GetTickCount();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), StoppedJobExitCode) << report.str();
+    EXPECT_LT(GetTickCount() - start, 20000u);
+    EXPECT_NE(report.str().find("  StartDocPort    job 1, ok\n  the printer has stopped (it does not answer); "
+                                "waiting up to 10 s for it to take the job\n  WritePort       "),
               std::string::npos)
         << report.str();
-    EXPECT_EQ(err.str(), "langmon print: the job did not go through: given up: the printer took nothing for 60 seconds\n");
-}
+    EXPECT_EQ(err.str(), "langmon print: the job did not go through: given up: the printer has stopped (it does not "
+                         "answer) and took nothing for 10 seconds\n");
 
-TEST_F(PrintCommandTest, AJammedPrinterTakesTheJobAndShowsWhyItDoesNotPrint) {
+    // A jam with the job at the printer.
     const std::string job = TempPath("letter");
     WriteFile(job, "Dear reader,\n");
-    PrintOptions options;
-    std::string error;
+    options = PrintOptions{};
     ASSERT_TRUE(ParsePrintOptions({job, "--printer", "emulator:jam"}, &options, &error)) << error;
-    std::ostringstream report;
-    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), 0) << report.str();
-    EXPECT_NE(report.str().find("has not finished a job without a PJL JOB line: 0 pages"), std::string::npos)
-        << report.str();
-    EXPECT_NE(report.str().find("the printer shows \"Paper jam\""), std::string::npos) << report.str();
-    // The monitor read the jam from the printer's device ID.
-    EXPECT_NE(report.str().find("  status       paper jam (error)\n"), std::string::npos) << report.str();
-    EXPECT_EQ(report.str().find("  jams         none"), std::string::npos) << report.str();
+    int left = 0;
+    options.leaveStoppedPort = [&left](int code) { left = code; };
+    report.str("");
+    err.str("");
+    start = GetTickCount();
+    EXPECT_EQ(RunPrint(options, report, err, notInterrupted), StoppedJobExitCode) << report.str();
+    const std::string text = report.str();
+    EXPECT_EQ(left, StoppedJobExitCode);
+    const std::string waiting = "  the printer has stopped (paper jam); waiting up to 10 s for it to go on with the job\n";
+    ASSERT_NE(text.find(waiting), std::string::npos) << text;
+    EXPECT_EQ(text.find(waiting, text.find(waiting) + 1), std::string::npos) << "said once\n" << text;
+    EXPECT_NE(text.find("  the printer has stood stopped for 10 s; the job stays at it\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("has not finished job \"03"), std::string::npos) << text;
+    EXPECT_NE(text.find("  shows \"Paper jam\""), std::string::npos) << text;
+    EXPECT_NE(text.find("  status       paper jam (error)\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nthe port is left as it stands"), std::string::npos) << text;
+    EXPECT_EQ(err.str().rfind("langmon print: the printer has stopped (paper jam); the job stays at it\n", 0), 0u)
+        << err.str();
     std::remove(job.c_str());
 }
 

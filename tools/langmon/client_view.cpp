@@ -1,16 +1,11 @@
 #include "client_view.h"
 
-#include "printer_view.h"
-
 #include "platform/clock.h"
 #include "platform/spooler_printers.h"
 #include "variables/spooler_status.h"
 #include "variables/status_variable.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <iomanip>
 #include <ostream>
 
 namespace langmon::tool {
@@ -20,49 +15,6 @@ namespace {
 // The longest the spooler's status threads are waited for: their retries
 // take 17 seconds when the spooler refuses.
 constexpr DWORD SpoolerPatienceMs = 20000;
-
-// Texts live in blocks of their own size; short values are numbers.
-bool LooksLikeText(const std::vector<uint8_t>& bytes) {
-    if (bytes.size() <= 16) return false;
-    std::size_t length = 0;
-    while (length < bytes.size() && bytes[length] != 0) {
-        if (bytes[length] < 0x20 || bytes[length] > 0x7E) return false;
-        ++length;
-    }
-    return length > 0 && length < bytes.size();
-}
-
-uint32_t WordAt(const std::vector<uint8_t>& bytes, std::size_t index) {
-    uint32_t word = 0;
-    std::memcpy(&word, bytes.data() + 4 * index, sizeof word);
-    return word;
-}
-
-// A value as a person reads it: a text, up to four words, or its first bytes.
-std::string ShowValue(const ClientVariable& variable) {
-    const std::vector<uint8_t>& bytes = variable.bytes;
-    char piece[16];
-    if (LooksLikeText(bytes)) {
-        return "\"" + std::string(reinterpret_cast<const char*>(bytes.data())) + "\"";
-    }
-    std::string text;
-    if (bytes.size() % 4 == 0 && bytes.size() <= 16) {
-        for (std::size_t i = 0; i < bytes.size() / 4; ++i) {
-            std::snprintf(piece, sizeof piece, "%s0x%X", i == 0 ? "" : " ", WordAt(bytes, i));
-            text += piece;
-        }
-    } else {
-        for (std::size_t i = 0; i < bytes.size() && i < 16; ++i) {
-            std::snprintf(piece, sizeof piece, "%02x", bytes[i]);
-            text += piece;
-        }
-        if (bytes.size() > 16) text += "...";
-    }
-    if (variable.name == "PrinterStatus" && bytes.size() == 12) {
-        text += " (" + PrinterStatusText(WordAt(bytes, 1), WordAt(bytes, 2)) + ")";
-    }
-    return text;
-}
 
 }  // namespace
 
@@ -113,20 +65,17 @@ bool ClientStore::Watch(const std::string& names, StatusManagerCallback callback
     return watch != nullptr && watch(handle_, count, names.c_str(), callback, context, &id) == 0;
 }
 
-std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem) {
-    std::vector<ClientVariable> variables;
-    const ClientStore store(printerName, problem);
+std::vector<VariableValue> ClientStore::ReadAll() const {
+    std::vector<VariableValue> values;
     for (const StatusVariable* row = StatusVariableTable; row->Name != nullptr; ++row) {
         if (row->Size == 0) continue;
-        if (auto bytes = store.Read(row->Name)) variables.push_back({row->Name, std::move(*bytes)});
+        if (auto bytes = Read(row->Name)) values.push_back({row->Name, std::move(*bytes)});
     }
-    return variables;
+    return values;
 }
 
-void DescribeClientView(std::ostream& out, const std::vector<ClientVariable>& variables) {
-    for (const ClientVariable& variable : variables) {
-        out << "  " << std::left << std::setw(20) << variable.name << ShowValue(variable) << '\n';
-    }
+std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem) {
+    return ClientStore(printerName, problem).ReadAll();
 }
 
 std::string SpoolerStatusNames(uint32_t value) {
@@ -138,12 +87,16 @@ std::string SpoolerStatusNames(uint32_t value) {
     return names;
 }
 
-void DescribeSpoolerView(std::ostream& out, const std::string& printerName) {
+std::vector<DWORD> SpoolerStatusWords(const std::string& printerName) {
     const DWORD start = GetTickCount();
     while (SpoolerStatusThreadsRunning() != 0 && TickAge(GetTickCount(), start) < SpoolerPatienceMs) {
         Sleep(10);
     }
-    const std::vector<DWORD> words = platform::PrinterStatusWords(printerName);
+    return platform::PrinterStatusWords(printerName);
+}
+
+void DescribeSpoolerView(std::ostream& out, const std::string& printerName) {
+    const std::vector<DWORD> words = SpoolerStatusWords(printerName);
     if (words.empty()) {
         out << "  none: its word stayed 0 (no special state), or the printer was never bound\n";
         return;

@@ -3,6 +3,8 @@
 // spooler was given, by their PRINTER_STATUS names.
 #pragma once
 
+#include "variables_view.h"
+
 #include "platform/library.h"
 
 #include <langmon/status_manager.h>
@@ -29,6 +31,8 @@ public:
     bool IsOpen() const { return handle_ != 0; }
     // A variable's value, its size asked for first; none without a value.
     std::optional<std::vector<uint8_t>> Read(const char* name) const;
+    // Every variable the store holds, in the table's order.
+    std::vector<VariableValue> ReadAll() const;
     // Stores a value, as a client stores the names of "RefreshStatus".
     bool Write(const char* name, const void* bytes, DWORD size);
     // Calls `callback` with `context` on the thread that changed one of the
@@ -44,23 +48,21 @@ private:
     decltype(&::CloseManager) close_ = nullptr;
 };
 
-struct ClientVariable {
-    std::string name;
-    std::vector<uint8_t> bytes;
-};
+using ClientVariable = VariableValue;
 
 // Every status variable the printer's store holds, read the way any client
 // reads it: the library loaded by its name, the store opened by the printer's
 // name, each value asked for its size first. Empty, with the reason in
 // `problem`, when the library or the store can't be had.
 std::vector<ClientVariable> ReadClientView(const std::string& printerName, std::string* problem);
-void DescribeClientView(std::ostream& out, const std::vector<ClientVariable>& variables);
 
 // "PRINTER_STATUS_PAPER_JAM | PRINTER_STATUS_DOOR_OPEN", or "0 (no special
 // state)".
 std::string SpoolerStatusNames(uint32_t value);
 // Waits until every status word the monitor means to give the spooler has
-// been given, a while at most, and lists them in order.
+// been given, a while at most, and returns them in order.
+std::vector<DWORD> SpoolerStatusWords(const std::string& printerName);
+// The same, listed by their names.
 void DescribeSpoolerView(std::ostream& out, const std::string& printerName);
 
 }  // namespace langmon::tool

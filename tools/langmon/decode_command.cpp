@@ -1,9 +1,11 @@
 #include "decode_command.h"
 
 #include "answer_port_monitor.h"
+#include "json_document.h"
 #include "status_report.h"
 
 #include "acquisition/poll.h"
+#include "acquisition/sts_block.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "platform/user_input.h"
@@ -11,6 +13,7 @@
 
 #include <langmon/monitor.h>
 
+#include <algorithm>
 #include <ostream>
 
 namespace langmon::tool {
@@ -33,6 +36,30 @@ std::string Unreadable(const std::string& text) {
     return {};
 }
 
+// Why the STS: field of `text` does not decode, or empty when it does or
+// there is none. The fields are found as the monitor finds them: a key right
+// at the text's start or behind a ';'.
+std::string StsProblem(const std::string& text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find(';', at), text.size());
+        if (text.compare(at, 4, "STS:") == 0) {
+            const std::string value = text.substr(at + 4, end - at - 4);
+            StatusRecord record{};
+            if (DecodeStsBlock(value.c_str(), &record) != 0) return {};
+            if (value.size() != StsTextLength) {
+                return "it is " + std::to_string(value.size()) + " characters long, and the printer's status takes " +
+                       std::to_string(StsTextLength);
+            }
+            const std::size_t bad = value.find_first_not_of(
+                "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=");
+            return "character " + std::to_string(bad + 1) + " ('" + platform::Printable(value.substr(bad, 1)) +
+                   "') is not Base64";
+        }
+        at = end + 1;
+    }
+    return {};
+}
+
 }  // namespace
 
 bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* options,
@@ -41,6 +68,8 @@ bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* op
     for (const std::string& word : words) {
         if (word == "--json") {
             options->json = true;
+        } else if (word == "--variables") {
+            options->variables = true;
         } else if (word.size() > 1 && word[0] == '-' && word.find(':') == std::string::npos) {
             *error = "unknown option " + word;
             return false;
@@ -98,11 +127,22 @@ int RunDecode(const DecodeOptions& options, std::ostream& out, std::ostream& err
         return 1;
     }
     PollPrinterStatusHoldingSemaphore(port);
+    // Of a known model the monitor reads the status block, and passes over
+    // one that does not decode: what it would show then is no reading.
+    if (const std::string why = StsProblem(options.deviceId); !why.empty() && HasPortFlag(port, PF_MODEL_KNOWN)) {
+        err << "langmon decode: the STS field does not decode: " << why << '\n';
+        monitor.ClosePort(handle);
+        return 1;
+    }
     if (options.json) {
-        WritePrinterStatusJson(out, port);
+        nlohmann::ordered_json document = NewJsonDocument("decode");
+        document["printer"] = PortPrinterJson(port);
+        document["variables"] = VariablesJson(PortVariables(port));
+        WriteJsonDocument(out, document);
     } else {
         out << "what the monitor makes of the device ID\n";
-        DescribePrinterStatus(out, port, true);
+        DescribePrinterStatus(out, port);
+        if (options.variables) WriteVariables(out, "the port's variables, in hex:", PortVariables(port));
     }
     monitor.ClosePort(handle);
     return 0;

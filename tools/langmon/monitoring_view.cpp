@@ -104,6 +104,8 @@ FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, DWORD limit
         }
         if (stoppedSince) return;
         stoppedSince = GetTickCount();
+        // Said once for each thing that stops it, not again after each page.
+        if (outcome.stoppedBy == stoppedBy) return;
         outcome.stoppedBy = stoppedBy;
         progress.Clear();
         out << "  the printer has stopped (" << stoppedBy << "); waiting up to " << stoppedLimitMs / 1000

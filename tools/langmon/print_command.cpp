@@ -6,7 +6,9 @@
 #include "interruption.h"
 #include "job_sender.h"
 #include "monitoring_view.h"
+#include "print_json.h"
 #include "printer_target.h"
+#include "printer_view.h"
 #include "progress_line.h"
 #include "status_report.h"
 
@@ -80,7 +82,11 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         const OptionTaken taken = TakePortOption(word, reader, options);
         if (taken == OptionTaken::Broken) return false;
         if (taken == OptionTaken::Yes) continue;
-        if (word == "--document") {
+        if (word == "--json") {
+            options->json = true;
+        } else if (word == "--variables") {
+            options->variables = true;
+        } else if (word == "--document") {
             if (!reader.Value(&options->documentName)) return false;
         } else if (word == "--block-size") {
             std::string size;
@@ -113,7 +119,11 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
     return true;
 }
 
-int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted) {
+int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err, const std::atomic<bool>& interrupted) {
+    // With --json the report goes nowhere, and one document says it all at the end.
+    std::ostream nowhere(nullptr);
+    std::ostream& out = options.json ? nowhere : shown;
+    PrintOutcome outcome;
     // The job is read as it is sent, a block at a time; a file that can't be
     // read at all is told before anything starts.
     platform::InputFile job(options.jobFile);
@@ -150,11 +160,18 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     // The client's view of the job is followed from before the job starts,
     // so that no record it is handed is missed.
     JobProgressWatch progress(printerName);
-    ProgressLine progressLine(out, options.terminal);
+    ProgressLine progressLine(out, options.terminal && !options.json);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
     Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
+    outcome.jobFile = options.jobFile;
+    outcome.portName = options.portName;
+    outcome.printerName = printerName;
+    outcome.target = target.Description();
+    outcome.opened = ok != FALSE;
+    outcome.openError = GetLastError();
     if (!ok) {
+        if (options.json) WritePrintJson(shown, outcome);
         return 1;
     }
     auto* const context = static_cast<PortContext*>(port);
@@ -198,11 +215,13 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
             err << "langmon print: the printer has stopped (" << stoppedBy << "); the job stays at it\n";
         }
         exitCode = StoppedJobExitCode;
+        outcome.stoppedBy = stoppedBy;
     }
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
     std::ostringstream status;
-    DescribePrinterStatus(status, context, false);
+    DescribePrinterStatus(status, context);
+    if (options.json) outcome.printer = PortPrinterJson(context);
     // A client reads the printer's store while the port is open; closing it
     // tells every client that the printer is no longer watched.
     std::string clientProblem;
@@ -224,12 +243,17 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         } else {
             out << "  nothing: a file does not answer\n";
         }
-        out << "  its device ID, as the monitor's last poll read it:\n" << Indented(status.str(), "  ");
+        // What a client sees says the same and more; support may want both.
+        if (options.variables) {
+            out << "  its device ID, as the monitor's last poll read it:\n" << Indented(status.str(), "  ");
+        }
         out << "\nwhat a status client of \"" << platform::Printable(printerName) << "\" saw:\n";
         if (clientView.empty()) {
             out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
+        } else {
+            WriteView(out, DescribePrinter(ValueFacts(clientView), ViewScope::Client));
+            if (options.variables) WriteVariables(out, "the client's variables, in hex:", clientView);
         }
-        DescribeClientView(out, clientView);
         if (progress.Problem().empty()) {
             out << "  the job, as the client followed it:\n";
             std::ostringstream followed;
@@ -239,26 +263,43 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         out << "\nwhat the spooler was told of \"" << platform::Printable(printerName) << "\":\n";
         DescribeSpoolerView(out, printerName);
         out << std::flush;
+        if (options.json) {
+            outcome.sent = &sent;
+            outcome.received = target.Received();
+            outcome.client = clientView;
+            outcome.clientProblem =
+                clientView.empty() ? (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) : "";
+            if (progress.Problem().empty()) outcome.followed = progress.Records();
+            outcome.spoolerWords = SpoolerStatusWords(printerName);
+        }
     };
 
     if (!stoppedBy.empty() && JobsTracked(context) && options.leaveStoppedPort) {
         report();
         out << "\nthe port is left as it stands: closing it would wait up to two minutes for the printer's report of "
                "the job's end\n";
+        if (options.json) WritePrintJson(shown, outcome);
         options.leaveStoppedPort(exitCode);
     }
     std::optional<AbandonNote> closing;
     if (JobsTracked(context)) {
-        // Reported as it happens: the wait is long enough to look like a hang.
-        out << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
+        // Reported as it happens: the wait is long enough to look like a
+        // hang. JSON keeps standard output for the document.
+        (options.json ? err : out) << "  ClosePort waits up to two minutes for the printer to report the job's end; Ctrl-C "
             << (interrupted.load() ? "again " : "") << "abandons the wait\n"
             << std::flush;
         closing.emplace("the port is left without the printer's report of the job's end");
     }
     ok = monitor.ClosePort(port);
+    const DWORD closeError = GetLastError();
     closing.reset();
-    Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
+    Line(out, "ClosePort", CallOutcome(ok, closeError));
     report();
+    if (options.json) {
+        outcome.closed = ok != FALSE;
+        outcome.closeError = closeError;
+        WritePrintJson(shown, outcome);
+    }
     exitCode = ok ? exitCode : 1;
     if (interrupted.load()) exitCode = InterruptedExitCode();
     return exitCode;

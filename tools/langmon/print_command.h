@@ -29,6 +29,8 @@ struct PrintOptions : PortChoice {
     // printer's report of the job's end; the command itself leaves it
     // instead (see LeaveAtOnce), once the report is written.
     std::function<void(int exitCode)> leaveStoppedPort;
+    bool json = false;       // one JSON document at the end in place of the report
+    bool variables = false;  // the client's variables in hex too
 };
 
 // The exit code of a job that the printer stopped: a jam, an open cover, no

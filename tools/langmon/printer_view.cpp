@@ -1,15 +1,18 @@
 #include "printer_view.h"
 
 #include "job_progress_view.h"
+#include "printer_names.h"
+#include "state_keywords.h"
+#include "supplies.h"
 
-#include "acquisition/device_id.h"
 #include "acquisition/status_record.h"
 #include "variables/derived.h"
+
+#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <cstring>
 #include <ostream>
-#include <sstream>
 
 namespace langmon::tool {
 
@@ -33,135 +36,56 @@ uint16_t Half(const uint8_t* at) {
     return value;
 }
 
-std::string Hex32(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", value);
-    return text;
-}
-
 // A text value, up to its first NUL or the end of its block.
 std::string Text(const std::vector<uint8_t>& bytes) {
     const auto* text = reinterpret_cast<const char*>(bytes.data());
     return std::string(text, strnlen(text, bytes.size()));
 }
 
-std::string JsonText(const std::string& text) {
-    std::string quoted = "\"";
-    for (const unsigned char c : text) {
-        if (c == '"' || c == '\\') {
-            quoted += '\\';
-            quoted += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04x", c);
-            quoted += escape;
-        } else {
-            quoted += static_cast<char>(c);
-        }
-    }
-    return quoted + '"';
-}
-
-// What the monitor makes of the printer's status, by the words it shows.
-struct StatusName {
-    uint32_t Condition;
-    const char* Name;
-};
-constexpr StatusName StatusNames[] = {
-    {7, "hardware failure"},     {10, "a cover is open"},        {11, "a supply is empty"},
-    {12, "a supply has failed"}, {13, "the drum unit has failed"}, {15, "a sensor has failed"},
-    {16, "paper jam"},           {17, "a supply is nearly empty"}, {18, "paper problem"},
-    {19, "paper size problem"},  {23, "out of memory"},            {26, "paper out"},
-    {27, "the feeding tray is empty"}, {28, "operator attention"}, {30, "busy"},
-    {31, "warming up"},          {33, "printing"},                 {38, "toner low"},
-    {40, "idle (engine off)"},   {41, "ready"},
-};
-
-std::string Level(uint8_t level) {
-    if (level == 254) return "unknown";
-    if (level == 255) return "empty or failed";
-    return std::to_string(level);
-}
-
-std::string TrayLevel(uint8_t level) {
-    switch (level) {
-        case 0: return "empty";
-        case 253: return "some paper";
-        case 254: return "full";
-        case 255: return "unknown";
-        default: return std::to_string(level);
-    }
-}
-
-std::string Dimension(uint32_t tenths) {
-    if (tenths == 0xFFFFFFFFu) return "?";
-    char text[16];
-    std::snprintf(text, sizeof text, "%u.%u", tenths / 10, tenths % 10);
+std::string Join(const std::vector<std::string>& parts, const char* separator) {
+    std::string text;
+    for (const std::string& part : parts) text += (text.empty() ? "" : separator) + part;
     return text;
-}
-
-std::string TrayName(uint16_t binId) {
-    switch (binId) {
-        case 2001: return "multi-purpose tray";
-        case 1: return "cassette 1";
-        case 2: return "cassette 2";
-        default: return "tray " + std::to_string(binId);
-    }
-}
-
-std::string OptionName(uint16_t id) {
-    if (id == 1) return "duplex";
-    if (id >= 8001 && id <= 8004) return "toner" + std::to_string(id - 8000);
-    return std::to_string(id);
-}
-
-std::string LanguageName(uint32_t code) {
-    for (const EmulationRow& row : EmulationTable) {
-        if (row.EmulationCode == code) return row.EmulationName;
-    }
-    return std::to_string(code);
 }
 
 // One tray of PrinterBinConfig, as far as its value holds it.
 struct Tray {
     std::string name;
     uint16_t paperSize;
+    std::optional<std::pair<uint32_t, uint32_t>> paper;  // tenths of a millimetre, across and along
     uint8_t level;
     uint8_t mediaType;
-    std::optional<std::pair<uint32_t, uint32_t>> paper;
 };
 
-std::vector<Tray> Trays(const PrinterFacts& facts, const std::vector<uint8_t>& bins) {
-    std::vector<Tray> trays;
-    const uint32_t count = Word(bins);
-    for (uint32_t i = 0; i < count && 4 + (i + 1) * BinEntryBytes <= bins.size(); ++i) {
-        const uint8_t* entry = bins.data() + 4 + i * BinEntryBytes;
-        Tray tray{TrayName(Half(entry)), Half(entry + 4), entry[6], entry[7], std::nullopt};
-        // The monitor keeps the paper's dimensions of the first three.
-        if (i < 3) {
-            const auto paper = facts.TrayPaper(static_cast<int>(i));
-            if (paper && paper->second != 0 && paper->second != 0xFFFFFFFFu) tray.paper = paper;
-        }
-        trays.push_back(tray);
+// The paper levels PrinterBinConfig gives a tray.
+std::optional<std::string> TrayLevelKeyword(uint8_t level) {
+    switch (level) {
+        case 0: return "empty";
+        case 253: return "some";
+        case 254: return "full";
+        default: return std::nullopt;
     }
-    return trays;
 }
 
-std::vector<uint32_t> CountedWords(const std::vector<uint8_t>& value, std::size_t wordsPerEntry) {
-    std::vector<uint32_t> entries;
-    const uint32_t count = Word(value);
-    for (uint32_t i = 0; i < count && 4 + (i + 1) * 4 * wordsPerEntry <= value.size(); ++i) {
-        entries.push_back(Word(value, 1 + i * wordsPerEntry));
+std::string TrayLevelText(uint8_t level) {
+    switch (level) {
+        case 0: return "empty";
+        case 253: return "some paper";
+        case 254: return "full";
+        case 255: return "paper level unknown";
+        default: return "paper level " + std::to_string(level) + " (not a level the monitor gives)";
     }
-    return entries;
 }
 
-// All bits set is an error variable's clear value, as 0 is.
-constexpr uint32_t ErrorClear = 0xFFFFFFFFu;
-
-std::string JamText(uint32_t places) {
-    return places == 0 || places == ErrorClear ? "none" : "at places " + Hex32(places);
+// "210 x 297 mm", "215.9 x 279.4 mm".
+std::string Millimetres(const std::pair<uint32_t, uint32_t>& tenths) {
+    const auto one = [](uint32_t value) {
+        return std::to_string(value / 10) + (value % 10 != 0 ? "." + std::to_string(value % 10) : "");
+    };
+    return one(tenths.first) + " x " + one(tenths.second) + " mm";
 }
+
+double MillimetresOf(uint32_t tenths) { return tenths / 10.0; }
 
 // The job in progress as its client holds it: JobStatus's bits, the
 // document that SendingJobInfo names and the printer's report in
@@ -200,25 +124,161 @@ std::optional<Job> JobInProgress(const PrinterFacts& facts) {
     return job;
 }
 
-// What the spooler's side says of the job: "" once it has handed it over.
-std::string JobStateText(uint32_t status) {
-    if ((status & JobCancelling) != 0) return "cancelling";
-    if ((status & JobPaused) != 0) return "paused";
-    if ((status & JobRunning) != 0) return "being sent";
-    return "";
+// What the spooler's side says of the job, as a keyword and in words; none
+// once it has handed it over.
+std::optional<std::pair<std::string, std::string>> JobState(uint32_t status) {
+    if ((status & JobCancelling) != 0) return std::pair{"cancelling", "cancelling"};
+    if ((status & JobPaused) != 0) return std::pair{"paused", "paused"};
+    if ((status & JobRunning) != 0) return std::pair{"sending", "being sent"};
+    return std::nullopt;
 }
 
 std::string JobText(const Job& job) {
     std::string text = !job.report.empty() ? job.report : job.id != 0 ? "job " + std::to_string(job.id) : "a job";
     if (!job.document.empty()) text += ", \"" + job.document + "\"";
-    const std::string state = JobStateText(job.status);
-    return state.empty() ? text : text + " (" + state + ")";
+    const auto state = JobState(job.status);
+    return state ? text + " (" + state->second + ")" : text;
+}
+
+// Everything the view shows, read once from the facts.
+struct Reading {
+    std::optional<std::string> manufacturer;
+    std::optional<std::string> model;
+    std::optional<bool> modelKnown;
+    std::optional<PrinterCondition> condition;
+    std::optional<std::vector<std::string>> panel;  // Client scope, with a PrinterDisplay
+    bool read = false;  // levels, trays and faults are the printer's
+    std::vector<Supply> supplies;
+    std::optional<std::vector<Tray>> trays;
+    std::optional<std::vector<std::string>> covers;  // open ones
+    std::optional<std::vector<unsigned>> jams;       // places
+    std::optional<std::vector<std::string>> options;
+    std::optional<uint32_t> memoryMb;
+    std::optional<std::vector<std::string>> languages;
+    std::optional<uint32_t> pageCount;
+    std::optional<std::string> serviceTag;
+    std::optional<Job> job;
+};
+
+std::optional<uint32_t> ErrorWord(const PrinterFacts& facts, const char* name) {
+    const Bytes value = facts.Variable(name);
+    if (!value || value->size() < 4 || Word(*value) == NotReported) return std::nullopt;
+    return Word(*value);
+}
+
+Reading Read(const PrinterFacts& facts, ViewScope scope) {
+    Reading r;
+    if (const Bytes maker = facts.Variable("PrinterManufacturer")) r.manufacturer = Text(*maker);
+    if (const Bytes model = facts.Variable("PrinterModel")) r.model = Text(*model);
+    r.modelKnown = facts.ModelKnown();
+    if (const Bytes status = facts.Variable("PrinterStatus"); status && status->size() >= 12) {
+        r.condition = ConditionOfStatus(Word(*status, 1), Word(*status, 2));
+    }
+    if (scope == ViewScope::Client) {
+        if (const Bytes display = facts.Variable("PrinterDisplay")) r.panel = PanelLines(*display);
+        if (const Bytes pages = facts.Variable("PageCount"); pages && pages->size() >= 4) r.pageCount = Word(*pages);
+        if (const Bytes tag = facts.Variable("ServiceTag"); tag && !Text(*tag).empty()) r.serviceTag = Text(*tag);
+        r.job = JobInProgress(facts);
+    }
+    if (const Bytes languages = facts.Variable("EmulationInfo")) {
+        r.languages.emplace();
+        const uint32_t count = Word(*languages);
+        for (uint32_t i = 0; i < count && 4 * (i + 2) <= languages->size(); ++i) {
+            r.languages->push_back(LanguageName(Word(*languages, 1 + i)));
+        }
+    }
+    // Levels, trays and faults mean something only for a printer whose
+    // status the monitor reads; otherwise they stand at "unknown".
+    r.read = facts.StatusRead();
+    if (!r.read) return r;
+    r.supplies = ReadSupplies(facts.Variable("TonerRemain"), facts.Variable("CRURemain"), ErrorWord(facts, "ErrSupplies"));
+    if (const Bytes bins = facts.Variable("PrinterBinConfig")) {
+        r.trays.emplace();
+        const uint32_t count = Word(*bins);
+        for (uint32_t i = 0; i < count && 4 + (i + 1) * BinEntryBytes <= bins->size(); ++i) {
+            const uint8_t* entry = bins->data() + 4 + i * BinEntryBytes;
+            Tray tray{TrayName(Half(entry)), Half(entry + 4), std::nullopt, entry[6], entry[7]};
+            // The monitor keeps the paper's dimensions of the first three.
+            if (i < 3) {
+                const auto paper = facts.TrayPaper(static_cast<int>(i));
+                if (paper && paper->first != 0 && paper->second != 0 && paper->first != NotReported &&
+                    paper->second != NotReported) {
+                    tray.paper = paper;
+                }
+            }
+            if (!tray.paper) tray.paper = PaperSizeTenths(tray.paperSize);
+            r.trays->push_back(tray);
+        }
+    }
+    if (const auto covers = ErrorWord(facts, "ErrCoverOpen")) r.covers = OpenCoverNames(*covers);
+    // The clear value of an error variable is 0 as much as all bits set.
+    if (const Bytes jams = facts.Variable("ErrPaperJam"); jams && jams->size() >= 4) r.jams = JamPlaces(Word(*jams));
+    if (const Bytes options = facts.Variable("PrinterOptConfig")) {
+        r.options.emplace();
+        const uint32_t count = Word(*options);
+        constexpr std::size_t Words = sizeof(OptionEntry) / 4;
+        for (uint32_t i = 0; i < count && 4 + (i + 1) * sizeof(OptionEntry) <= options->size(); ++i) {
+            r.options->push_back(OptionName(static_cast<uint16_t>(Word(*options, 1 + i * Words) & 0xFFFF)));
+        }
+    }
+    if (const Bytes memory = facts.Variable("PrinterMemory"); memory && memory->size() >= 4) {
+        r.memoryMb = Word(*memory) / 1024;
+    }
+    return r;
+}
+
+std::vector<std::string> Reasons(const Reading& r) {
+    if (!r.condition) return {};
+    return StateReasons(*r.condition, r.supplies, r.covers && !r.covers->empty(), r.jams && !r.jams->empty());
+}
+
+// "[#########-]  90%": a bar of ten, a tenth of the level each.
+std::string LevelBar(unsigned level) {
+    const unsigned filled = std::min(10u, (level + 5) / 10);
+    char percent[16];
+    std::snprintf(percent, sizeof percent, "%3u%%", level);
+    return "[" + std::string(filled, '#') + std::string(10 - filled, '-') + "] " + percent;
+}
+
+std::string SupplyText(const Supply& supply) {
+    std::string text;
+    if (supply.level) {
+        text = LevelBar(*supply.level);
+    } else if (supply.state != SupplyState::Failed && supply.state != SupplyState::Empty) {
+        text = "level unknown";
+    }
+    if (supply.state != SupplyState::Ok && supply.state != SupplyState::Unknown) {
+        text += (text.empty() ? "" : "  ") + SupplyStateText(supply.state);
+    }
+    return text;
+}
+
+std::string CoverText(const std::vector<std::string>& open) {
+    if (open.empty()) return "closed";
+    std::vector<std::string> names;
+    for (const std::string& cover : open) {
+        names.push_back(cover.rfind("bit ", 0) == 0 ? "the unnamed cover of " + cover : cover + " cover");
+    }
+    return Join(names, ", ") + " open";
+}
+
+std::string JamText(const std::vector<unsigned>& places) {
+    if (places.empty()) return "none";
+    std::vector<std::string> numbers;
+    for (const unsigned place : places) numbers.push_back(std::to_string(place));
+    return std::string(places.size() == 1 ? "at place " : "at places ") + Join(numbers, ", ") +
+           " (the printer numbers its places without naming them)";
 }
 
 void Add(std::vector<ViewLine>& lines, const std::string& key, const std::string& label, const std::string& text) {
     std::string line = "  " + label;
     line.append(label.size() < 13 ? 13 - label.size() : 1, ' ');
     lines.push_back({key, line + text});
+}
+
+std::string PanelText(const std::vector<std::string>& panel) {
+    if (panel[0].empty() && panel[1].empty()) return "blank";
+    return "\"" + panel[0] + "\"" + (panel[1].empty() ? "" : " / \"" + panel[1] + "\"");
 }
 
 }  // namespace
@@ -228,34 +288,21 @@ bool PrinterFacts::StatusRead() const {
     return status && status->size() >= 12 && (Word(*status, 1) & NotReadWords) == 0;
 }
 
-std::string PrinterStatusText(uint32_t word1, uint32_t word2) {
-    if ((word1 & PrinterLostWord) != 0) return "the printer does not answer";
-    if ((word1 & PrinterForeignWord) != 0) return "a printer of no known model";
-    if ((word1 & 0x400) != 0) return "the port has no way back from the printer";
-    if ((word1 & 0x800) != 0) return "not read yet";
-    for (const StatusName& name : StatusNames) {
-        const ConditionStatus status = StatusOfCondition(name.Condition);
-        // A job on the port adds its bit to any of them.
-        if (status.StatusWord1 == word1 && (status.StatusWord2 | JobOnPortBit) == (word2 | JobOnPortBit)) {
-            // The icon a status display shows for it, which the status words
-            // carry with them: IconState itself goes once it is published.
-            const char* severity = status.IconState == 1 ? " (error)" : status.IconState == 2 ? " (warning)" : "";
-            return std::string(name.Name) + severity;
-        }
+std::optional<std::vector<uint8_t>> ValueFacts::Variable(const char* name) const {
+    for (const VariableValue& value : values_) {
+        if (value.name == name) return value.bytes;
     }
-    return word1 == 0 && (word2 & ~JobOnPortBit) == 0 ? "nothing to report"
-                                                      : "status words " + Hex32(word1) + " " + Hex32(word2);
+    return std::nullopt;
+}
+
+std::string PrinterStatusText(uint32_t word1, uint32_t word2) {
+    const PrinterCondition condition = ConditionOfStatus(word1, word2);
+    return condition.severity ? condition.words + " (" + *condition.severity + ")" : condition.words;
 }
 
 bool StopsPrinting(uint32_t word1, uint32_t word2) {
     if ((word1 & PrinterLostWord) != 0) return true;
-    for (const StatusName& name : StatusNames) {
-        const ConditionStatus status = StatusOfCondition(name.Condition);
-        if (status.StatusWord1 == word1 && (status.StatusWord2 | JobOnPortBit) == (word2 | JobOnPortBit)) {
-            return status.IconState == 1;
-        }
-    }
-    return false;
+    return ConditionOfStatus(word1, word2).severity == "error";
 }
 
 std::vector<std::string> PanelLines(const std::vector<uint8_t>& display) {
@@ -300,77 +347,56 @@ std::vector<std::string> PanelLines(const std::vector<uint8_t>& display) {
 }
 
 std::vector<ViewLine> DescribePrinter(const PrinterFacts& facts, ViewScope scope) {
-    std::vector<ViewLine> lines;
+    const Reading r = Read(facts, scope);
     const bool client = scope == ViewScope::Client;
-    const Bytes maker = facts.Variable("PrinterManufacturer");
-    const Bytes model = facts.Variable("PrinterModel");
-    std::string who = (maker ? Text(*maker) + " " : "") + (model ? Text(*model) : "(no model named)");
-    if (const std::optional<bool> known = facts.ModelKnown()) who += *known ? ", a known model" : ", no known model";
+    std::vector<ViewLine> lines;
+    std::string who = (r.manufacturer ? *r.manufacturer + " " : "") + r.model.value_or("(no model named)");
+    if (r.modelKnown) who += *r.modelKnown ? ", a known model" : ", no known model";
     Add(lines, "printer", "printer", who);
-    if (const Bytes status = facts.Variable("PrinterStatus"); status && status->size() >= 12) {
-        Add(lines, "status", "status", PrinterStatusText(Word(*status, 1), Word(*status, 2)));
+    if (r.condition) {
+        Add(lines, "status", "status",
+            r.condition->severity ? r.condition->words + " (" + *r.condition->severity + ")" : r.condition->words);
     }
-    if (client) {
-        const Bytes display = facts.Variable("PrinterDisplay");
-        std::string panel = "not reported";
-        if (display) {
-            const std::vector<std::string> panelLines = PanelLines(*display);
-            panel = "\"" + panelLines[0] + "\"" + (panelLines[1].empty() ? "" : " / \"" + panelLines[1] + "\"");
-            if (panelLines[0].empty() && panelLines[1].empty()) panel = "blank";
+    if (client) Add(lines, "panel", "panel", r.panel ? PanelText(*r.panel) : "not reported");
+    if (r.read) {
+        bool first = true;
+        for (const Supply& supply : r.supplies) {
+            if (supply.kind != SupplyKind::Toner) continue;
+            std::string name = supply.name;
+            name.append(9 - name.size(), ' ');
+            Add(lines, "toner " + supply.name, first ? "toner" : "", name + SupplyText(supply));
+            first = false;
         }
-        Add(lines, "panel", "panel", panel);
-    }
-    // Levels, trays and faults mean something only for a printer whose
-    // status the monitor reads; otherwise they stand at "unknown".
-    if (facts.StatusRead()) {
-        if (const Bytes toner = facts.Variable("TonerRemain"); toner && toner->size() >= 4) {
-            const std::vector<uint8_t>& l = *toner;
-            Add(lines, "toner", "toner", Level(l[0]) + ", " + Level(l[1]) + ", " + Level(l[2]) + ", " + Level(l[3]));
-        }
-        if (const Bytes unit = facts.Variable("CRURemain"); unit && !unit->empty()) {
-            Add(lines, "drum unit", "drum unit", Level((*unit)[0]));
-        }
-        if (const Bytes supplies = facts.Variable("ErrSupplies"); supplies && Word(*supplies) != 0) {
-            Add(lines, "supplies", "supplies", Hex32(Word(*supplies)) + " (empty, near empty, low, faults by byte)");
-        }
-        if (const Bytes bins = facts.Variable("PrinterBinConfig")) {
-            Add(lines, "trays", "trays", std::to_string(Word(*bins)));
-            for (const Tray& tray : Trays(facts, *bins)) {
-                std::string text = "    " + tray.name + ": paper size " + std::to_string(tray.paperSize);
-                if (tray.paper) {
-                    text += " (" + Dimension(tray.paper->first) + " x " + Dimension(tray.paper->second) + " mm)";
-                }
-                text += ", media type " + std::to_string(tray.mediaType) + ", " + TrayLevel(tray.level);
-                lines.push_back({"tray " + tray.name, text});
+        for (const Supply& supply : r.supplies) {
+            if (supply.kind == SupplyKind::Drum) Add(lines, "drum unit", "drum unit", SupplyText(supply));
+            // The waste box has a state alone, and nothing to show while it
+            // is well.
+            if (supply.kind == SupplyKind::Waste && supply.state != SupplyState::Ok &&
+                supply.state != SupplyState::Unknown) {
+                Add(lines, "waste box", "waste box", "reported " + SupplyStateText(supply.state));
             }
         }
-        if (const Bytes covers = facts.Variable("ErrCoverOpen")) {
-            Add(lines, "covers", "covers", Word(*covers) == 0 ? "closed" : "open: " + Hex32(Word(*covers)));
-        }
-        if (const Bytes jams = facts.Variable("ErrPaperJam")) Add(lines, "jams", "jams", JamText(Word(*jams)));
-        if (const Bytes options = facts.Variable("PrinterOptConfig")) {
-            std::string text;
-            for (const uint32_t entry : CountedWords(*options, sizeof(OptionEntry) / 4)) {
-                text += (text.empty() ? "" : " ") + OptionName(static_cast<uint16_t>(entry & 0xFFFF));
+        if (r.trays) {
+            if (r.trays->empty()) Add(lines, "trays", "trays", "none");
+            first = true;
+            for (const Tray& tray : *r.trays) {
+                std::string text = tray.name + ": " + PaperSizeText(tray.paperSize);
+                if (tray.paper) text += " (" + Millimetres(*tray.paper) + ")";
+                text += ", " + MediaTypeText(tray.mediaType) + ", " + TrayLevelText(tray.level);
+                Add(lines, "tray " + tray.name, first ? "trays" : "", text);
+                first = false;
             }
-            Add(lines, "options", "options", text.empty() ? "none" : text);
         }
-        if (const Bytes memory = facts.Variable("PrinterMemory")) {
-            Add(lines, "memory", "memory", std::to_string(Word(*memory) / 1024) + " MB");
-        }
+        if (r.covers) Add(lines, "covers", "covers", CoverText(*r.covers));
+        if (r.jams) Add(lines, "jams", "jams", JamText(*r.jams));
+        if (r.options) Add(lines, "options", "options", r.options->empty() ? "none" : Join(*r.options, ", "));
+        if (r.memoryMb) Add(lines, "memory", "memory", std::to_string(*r.memoryMb) + " MB");
     }
-    if (const Bytes languages = facts.Variable("EmulationInfo")) {
-        std::string text;
-        for (const uint32_t code : CountedWords(*languages, 1)) text += (text.empty() ? "" : " ") + LanguageName(code);
-        Add(lines, "languages", "languages", text.empty() ? "none known" : text);
-    }
+    if (r.languages) Add(lines, "languages", "languages", r.languages->empty() ? "none known" : Join(*r.languages, ", "));
     if (client) {
-        const Bytes pages = facts.Variable("PageCount");
-        Add(lines, "page count", "page count", pages ? std::to_string(Word(*pages)) : "not reported");
-        const Bytes tag = facts.Variable("ServiceTag");
-        Add(lines, "service tag", "service tag", tag && !Text(*tag).empty() ? Text(*tag) : "not reported");
-        const std::optional<Job> job = JobInProgress(facts);
-        Add(lines, "job", "job", job ? JobText(*job) : "none");
+        Add(lines, "page count", "page count", r.pageCount ? std::to_string(*r.pageCount) : "not reported");
+        Add(lines, "service tag", "service tag", r.serviceTag.value_or("not reported"));
+        Add(lines, "job", "job", r.job ? JobText(*r.job) : "none");
     }
     return lines;
 }
@@ -379,100 +405,73 @@ void WriteView(std::ostream& out, const std::vector<ViewLine>& lines) {
     for (const ViewLine& line : lines) out << line.text << '\n';
 }
 
-void WriteViewJson(std::ostream& out, const PrinterFacts& facts) {
-    const auto number = [](const std::optional<uint32_t>& value) {
-        return value ? std::to_string(*value) : std::string("null");
-    };
-    const auto text = [](const Bytes& value) { return value ? JsonText(Text(*value)) : std::string("null"); };
-    const auto level = [](uint8_t value) { return value >= 254 ? std::string("null") : std::to_string(value); };
-    const auto word = [&](const char* name) -> std::optional<uint32_t> {
-        const Bytes value = facts.Variable(name);
-        if (!value || value->size() < 4) return std::nullopt;
-        return Word(*value);
-    };
-    const bool read = facts.StatusRead();
-    std::ostringstream json;
-    json << "{\"printer\": {\"manufacturer\": " << text(facts.Variable("PrinterManufacturer"))
-         << ", \"model\": " << text(facts.Variable("PrinterModel")) << "}, \"status\": ";
-    const Bytes status = facts.Variable("PrinterStatus");
-    json << (status && status->size() >= 12 ? JsonText(PrinterStatusText(Word(*status, 1), Word(*status, 2)))
-                                            : std::string("null"));
-    json << ", \"panel\": ";
-    if (const Bytes display = facts.Variable("PrinterDisplay")) {
-        const std::vector<std::string> panel = PanelLines(*display);
-        json << '[' << JsonText(panel[0]) << ", " << JsonText(panel[1]) << ']';
-    } else {
-        json << "null";
-    }
-    json << ", \"toner\": ";
-    if (const Bytes toner = facts.Variable("TonerRemain"); read && toner && toner->size() >= 4) {
-        json << "{\"cyan\": " << level((*toner)[0]) << ", \"magenta\": " << level((*toner)[1])
-             << ", \"yellow\": " << level((*toner)[2]) << ", \"black\": " << level((*toner)[3]) << '}';
-    } else {
-        json << "null";
-    }
-    const Bytes unit = facts.Variable("CRURemain");
-    json << ", \"drum_unit\": " << (read && unit && !unit->empty() ? level((*unit)[0]) : "null");
-    json << ", \"supplies\": " << (read ? number(word("ErrSupplies")) : "null") << ", \"trays\": ";
-    const Bytes bins = facts.Variable("PrinterBinConfig");
-    if (read && bins) {
-        json << '[';
-        const char* separator = "";
-        for (const Tray& tray : Trays(facts, *bins)) {
-            json << separator << "{\"name\": " << JsonText(tray.name) << ", \"paper_size\": " << tray.paperSize
-                 << ", \"paper_mm\": ";
-            if (tray.paper) {
-                json << '[' << tray.paper->first / 10.0 << ", " << tray.paper->second / 10.0 << ']';
-            } else {
-                json << "null";
-            }
-            json << ", \"media_type\": " << unsigned{tray.mediaType} << ", \"level\": " << JsonText(TrayLevel(tray.level))
-                 << '}';
-            separator = ", ";
+nlohmann::ordered_json PrinterJson(const PrinterFacts& facts, ViewScope scope) {
+    using json = nlohmann::ordered_json;
+    const Reading r = Read(facts, scope);
+    const auto optional = [](const auto& value) { return value ? json(*value) : json(nullptr); };
+    json printer = json::object();
+    printer["manufacturer"] = optional(r.manufacturer);
+    printer["model"] = optional(r.model);
+    printer["model_known"] = optional(r.modelKnown);
+    printer["condition"] = r.condition ? json(r.condition->keyword) : json(nullptr);
+    printer["status"] = r.condition ? json(r.condition->words) : json(nullptr);
+    printer["severity"] = r.condition ? optional(r.condition->severity) : json(nullptr);
+    printer["state"] = r.condition ? optional(r.condition->state) : json(nullptr);
+    printer["state_reasons"] = Reasons(r);
+    printer["panel"] = optional(r.panel);
+    if (r.read) {
+        json supplies = json::array();
+        for (const Supply& supply : r.supplies) {
+            static constexpr const char* Kinds[] = {"toner", "drum", "waste"};
+            supplies.push_back({{"name", supply.name},
+                                {"kind", Kinds[static_cast<int>(supply.kind)]},
+                                {"level", optional(supply.level)},
+                                {"state", SupplyStateKeyword(supply.state)}});
         }
-        json << ']';
+        printer["supplies"] = supplies;
     } else {
-        json << "null";
+        printer["supplies"] = nullptr;
     }
-    json << ", \"covers_open\": " << (read ? number(word("ErrCoverOpen")) : "null");
-    const std::optional<uint32_t> jams = read ? word("ErrPaperJam") : std::nullopt;
-    json << ", \"jams\": " << (!jams ? "null" : std::to_string(jams.value_or(0) == ErrorClear ? 0 : jams.value_or(0)))
-         << ", \"options\": ";
-    if (const Bytes options = facts.Variable("PrinterOptConfig"); read && options) {
-        json << '[';
-        const char* separator = "";
-        for (const uint32_t entry : CountedWords(*options, sizeof(OptionEntry) / 4)) {
-            json << separator << JsonText(OptionName(static_cast<uint16_t>(entry & 0xFFFF)));
-            separator = ", ";
+    if (r.trays) {
+        json trays = json::array();
+        for (const Tray& tray : *r.trays) {
+            json mm = nullptr;
+            if (tray.paper) mm = {MillimetresOf(tray.paper->first), MillimetresOf(tray.paper->second)};
+            trays.push_back({{"name", tray.name},
+                             {"paper", {{"name", optional(PaperSizeName(tray.paperSize))},
+                                        {"code", tray.paperSize},
+                                        {"mm", mm}}},
+                             {"media", {{"name", optional(MediaTypeName(tray.mediaType))}, {"code", tray.mediaType}}},
+                             {"paper_level", optional(TrayLevelKeyword(tray.level))}});
         }
-        json << ']';
+        printer["trays"] = trays;
     } else {
-        json << "null";
+        printer["trays"] = nullptr;
     }
-    const std::optional<uint32_t> memory = read ? word("PrinterMemory") : std::nullopt;
-    json << ", \"memory_mb\": " << (memory ? std::to_string(*memory / 1024) : "null") << ", \"languages\": ";
-    if (const Bytes languages = facts.Variable("EmulationInfo")) {
-        json << '[';
-        const char* separator = "";
-        for (const uint32_t code : CountedWords(*languages, 1)) {
-            json << separator << JsonText(LanguageName(code));
-            separator = ", ";
-        }
-        json << ']';
+    printer["covers_open"] = optional(r.covers);
+    if (r.jams) {
+        json jams = json::array();
+        for (const unsigned place : *r.jams) jams.push_back("place " + std::to_string(place));
+        printer["jams"] = jams;
     } else {
-        json << "null";
+        printer["jams"] = nullptr;
     }
-    const Bytes tag = facts.Variable("ServiceTag");
-    json << ", \"page_count\": " << number(word("PageCount"))
-         << ", \"service_tag\": " << (tag && !Text(*tag).empty() ? JsonText(Text(*tag)) : "null") << ", \"job\": ";
-    if (const std::optional<Job> job = JobInProgress(facts)) {
-        json << "{\"id\": " << job->id << ", \"document\": " << JsonText(job->document)
-             << ", \"state\": " << (JobStateText(job->status).empty() ? "null" : JsonText(JobStateText(job->status))) << ", \"pages\": " << job->pages << '}';
+    printer["options"] = optional(r.options);
+    printer["memory_mb"] = optional(r.memoryMb);
+    printer["languages"] = optional(r.languages);
+    printer["page_count"] = optional(r.pageCount);
+    printer["service_tag"] = optional(r.serviceTag);
+    if (r.job) {
+        const auto state = JobState(r.job->status);
+        printer["job"] = {{"id", r.job->id},
+                          {"document", r.job->document},
+                          {"state", state ? json(state->first) : json(nullptr)},
+                          {"pages", r.job->pages},
+                          {"report", r.job->report.empty() ? json(nullptr) : json(r.job->report)}};
     } else {
-        json << "null";
+        printer["job"] = nullptr;
     }
-    json << "}\n";
-    out << json.str();
+    return printer;
 }
 
 }  // namespace langmon::tool

@@ -1,9 +1,15 @@
 // The printer as a person wants to see it, made from what the monitor
-// publishes: who it is, its state and panel, toner and unit levels, trays
-// with their paper, covers, jams, options, memory, page count, service tag
-// and the job in progress. The facts come from the port's own variables
-// (`langmon decode`) or from a status client's store (`langmon status`).
+// publishes: who it is, its state and panel, supply levels, trays with
+// their paper, covers, jams, options, memory, page count, service tag and
+// the job in progress; and the same facts as the "printer" object of the
+// command's JSON. The facts come from the port's own variables (`langmon
+// decode`, print's last poll) or from a status client's store (`langmon
+// status`, print's client).
 #pragma once
+
+#include "variables_view.h"
+
+#include <nlohmann/json_fwd.hpp>
 
 #include <cstdint>
 #include <iosfwd>
@@ -20,13 +26,24 @@ public:
     // A status variable's value as clients get it; none without a value.
     virtual std::optional<std::vector<uint8_t>> Variable(const char* name) const = 0;
     // A tray's paper (tray 0 to 2) in tenths of a millimetre, across and
-    // along the feed direction, when the printer told them.
-    virtual std::optional<std::pair<uint32_t, uint32_t>> TrayPaper(int tray) const = 0;
+    // along the feed direction, when the printer told them; by default none,
+    // and the view takes them from the paper size.
+    virtual std::optional<std::pair<uint32_t, uint32_t>> TrayPaper(int) const { return std::nullopt; }
     // Whether the levels, trays and faults are the printer's own reading:
     // by default, when PrinterStatus says the printer is read.
     virtual bool StatusRead() const;
     // Whether the monitor knows the printer's model, when the facts say.
     virtual std::optional<bool> ModelKnown() const { return std::nullopt; }
+};
+
+// The facts of a list of values, as a client read them.
+class ValueFacts final : public PrinterFacts {
+public:
+    explicit ValueFacts(const std::vector<VariableValue>& values) : values_(values) {}
+    std::optional<std::vector<uint8_t>> Variable(const char* name) const override;
+
+private:
+    const std::vector<VariableValue>& values_;
 };
 
 // One line of a view: `key` names what it shows (for telling what changed),
@@ -43,16 +60,12 @@ enum class ViewScope { DeviceId, Client };
 std::vector<ViewLine> DescribePrinter(const PrinterFacts& facts, ViewScope scope);
 void WriteView(std::ostream& out, const std::vector<ViewLine>& lines);
 
-// The same facts as one JSON object on one line: {"printer": {"manufacturer",
-// "model"}, "status", "panel": [2 texts], "toner": {"cyan", "magenta",
-// "yellow", "black"}, "drum_unit", "supplies", "trays": [{"name",
-// "paper_size", "paper_mm": [across, along], "media_type", "level"}],
-// "covers_open", "jams", "options": [...], "memory_mb", "languages": [...],
-// "page_count", "service_tag", "job": {"id", "document", "state", "pages"}};
-// what the printer didn't tell is null.
-void WriteViewJson(std::ostream& out, const PrinterFacts& facts);
+// The same facts as the "printer" object of docs/langmon.schema.json; what
+// the printer didn't tell, or the scope doesn't hold, is null.
+nlohmann::ordered_json PrinterJson(const PrinterFacts& facts, ViewScope scope);
 
-// What PrinterStatus's StatusWord1 and StatusWord2 say, in words.
+// What PrinterStatus's StatusWord1 and StatusWord2 say, in words, with the
+// severity: "paper jam (error)".
 std::string PrinterStatusText(uint32_t word1, uint32_t word2);
 
 // Whether the printer, as PrinterStatus's words tell, can't go on with a job

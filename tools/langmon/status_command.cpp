@@ -3,6 +3,7 @@
 #include "client_view.h"
 #include "interruption.h"
 #include "job_sender.h"
+#include "json_document.h"
 #include "printer_target.h"
 #include "printer_view.h"
 
@@ -174,6 +175,21 @@ std::vector<std::string> ChangedLines(const std::vector<ViewLine>& before, const
     return changed;
 }
 
+// One document of `status --json`: the printer as its client sees it, at
+// `atMs` into the watch (none for the first), with the store's variables.
+nlohmann::ordered_json StatusDocument(const std::string& printerName, const std::string& portName,
+                                      const std::string& notFresh, std::optional<DWORD> atMs,
+                                      const nlohmann::ordered_json& printer, const ClientStore& store) {
+    nlohmann::ordered_json document = NewJsonDocument("status");
+    document["printer_name"] = printerName;
+    document["port"] = portName;
+    document["at_seconds"] = atMs ? nlohmann::ordered_json(*atMs / 1000.0) : nlohmann::ordered_json(nullptr);
+    document["not_fresh"] = notFresh.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(notFresh);
+    document["printer"] = printer;
+    document["variables"] = VariablesJson(store.ReadAll());
+    return document;
+}
+
 class Watch {
 public:
     Watch(const StatusOptions& options, std::ostream& out, const MONITOR& monitor, HANDLE port,
@@ -184,7 +200,7 @@ public:
 
     // False when the status manager would not tell of changes.
     bool Run(const std::atomic<bool>& interrupted, ChangeSignal& signal, std::vector<ViewLine> shown,
-             std::string shownJson) {
+             nlohmann::ordered_json shownJson) {
         interrupted_ = &interrupted;
         jobDone_ = CreateEventA(nullptr, FALSE, FALSE, nullptr);
         if (signal.event == nullptr || jobDone_ == nullptr || !store_.Watch(WatchedNames, ChangeSignal::Changed, &signal)) {
@@ -221,16 +237,14 @@ public:
             }
             if (woken != WAIT_OBJECT_0) continue;
             facts_.FollowTrays();
-            if (options_.json) {
-                std::ostringstream json;
-                WriteViewJson(json, facts_);
-                if (json.str() != shownJson) out_ << json.str() << std::flush;
-                shownJson = json.str();
-                continue;
-            }
             std::vector<ViewLine> lines = DescribePrinter(facts_, ViewScope::Client);
-            const std::vector<std::string> changed = ChangedLines(shown, lines);
-            if (!changed.empty()) {
+            if (options_.json) {
+                nlohmann::ordered_json printer = PrinterJson(facts_, ViewScope::Client);
+                if (printer != shownJson) {
+                    WriteJsonDocument(out_, StatusDocument(printerName_, options_.portName, "", at, printer, store_));
+                }
+                shownJson = std::move(printer);
+            } else if (const std::vector<std::string> changed = ChangedLines(shown, lines); !changed.empty()) {
                 // Changes told within the same tenth of a second read as one.
                 if (Seconds(at) != lastMoment_) out_ << Seconds(at) << '\n';
                 lastMoment_ = Seconds(at);
@@ -358,6 +372,8 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
         std::string text;
         if (word == "--json") {
             options->json = true;
+        } else if (word == "--variables") {
+            options->variables = true;
         } else if (word == "--watch") {
             options->watch = true;
         } else if (word == "--for") {
@@ -460,18 +476,18 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
             ClientFacts facts(store, requests);
             facts.FollowTrays();
             const std::vector<ViewLine> lines = DescribePrinter(facts, ViewScope::Client);
-            std::ostringstream json;
-            WriteViewJson(json, facts);
+            nlohmann::ordered_json printer = PrinterJson(facts, ViewScope::Client);
             if (options.json) {
-                out << json.str();
+                WriteJsonDocument(out, StatusDocument(printerName, options.portName, refreshed, std::nullopt, printer, store));
             } else {
                 if (!refreshed.empty()) out << "  (no fresh values: " << refreshed << ")\n";
                 WriteView(out, lines);
+                if (options.variables) WriteVariables(out, "the client's variables, in hex:", store.ReadAll());
             }
             out << std::flush;
             if (options.watch) {
                 Watch watch(options, out, monitor, port, printerName, target, store, facts, requests);
-                if (!watch.Run(interrupted, signal, lines, json.str())) {
+                if (!watch.Run(interrupted, signal, lines, std::move(printer))) {
                     err << "langmon status: the status manager would not tell of changes\n";
                 }
             }

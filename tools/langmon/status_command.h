@@ -26,6 +26,7 @@ struct TimedChange {
 // for the emulated model.
 struct StatusOptions : PortChoice {
     bool json = false;
+    bool variables = false;  // the client's variables in hex too
     bool watch = false;
     uint32_t forMs = 0;  // with --watch, how long; 0 until interrupted
     std::vector<TimedChange> changes;  // in the order of their moments

@@ -2,35 +2,17 @@
 
 #include "printer_view.h"
 
-#include "acquisition/device_id.h"
 #include "acquisition/lm_values.h"
-#include "acquisition/status_record.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
 #include "variables/derived.h"
 #include "variables/status_variable.h"
 
-#include <cstdio>
-#include <cstring>
-#include <ostream>
-#include <string>
-#include <string_view>
+#include <nlohmann/json.hpp>
 
 namespace langmon::tool {
 
 namespace {
-
-std::string Hex(const void* bytes, uint32_t size) {
-    static constexpr char Digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * size);
-    const auto* p = static_cast<const uint8_t*>(bytes);
-    for (uint32_t i = 0; i < size; ++i) {
-        text += Digits[p[i] >> 4];
-        text += Digits[p[i] & 0xF];
-    }
-    return text;
-}
 
 // The port's own variables and LM_ values, read under the port's lock that
 // the caller holds.
@@ -60,49 +42,29 @@ private:
 
 }  // namespace
 
-void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariables) {
+void DescribePrinterStatus(std::ostream& out, PortContext* port) {
     LockPort(port);
     WriteView(out, DescribePrinter(PortFacts(port), ViewScope::DeviceId));
-    if (!listVariables) {
-        UnlockPort(port);
-        return;
-    }
-    out << "  variables\n";
-    for (const StatusVariable* row = port->variables; row != nullptr && row->Name != nullptr; ++row) {
-        if (row->Value == nullptr) continue;
-        const std::size_t length = std::strlen(row->Name);
-        out << "    " << row->Name << std::string(length < 20 ? 20 - length : 1, ' ') << Hex(row->Value, VariableSize(row)) << '\n';
-    }
     UnlockPort(port);
 }
 
-void WritePrinterStatusJson(std::ostream& out, PortContext* port) {
+nlohmann::ordered_json PortPrinterJson(PortContext* port) {
     LockPort(port);
-    out << "{\"model_known\": " << (HasPortFlag(port, PF_MODEL_KNOWN) ? "true" : "false")
-        << ", \"model_mask\": [" << port->modelMask.low << ", " << port->modelMask.high << "], \"variables\": {";
-    const char* separator = "";
+    nlohmann::ordered_json printer = PrinterJson(PortFacts(port), ViewScope::DeviceId);
+    UnlockPort(port);
+    return printer;
+}
+
+std::vector<VariableValue> PortVariables(PortContext* port) {
+    std::vector<VariableValue> values;
+    LockPort(port);
     for (const StatusVariable* row = port->variables; row != nullptr && row->Name != nullptr; ++row) {
         if (row->Value == nullptr) continue;
-        out << separator << '"' << row->Name << "\": {\"hex\": \"" << Hex(row->Value, VariableSize(row))
-            << "\", \"dirty\": " << (row->Dirty != 0 ? 1 : 0) << '}';
-        separator = ", ";
+        const auto* bytes = static_cast<const uint8_t*>(row->Value);
+        values.push_back({row->Name, std::vector<uint8_t>(bytes, bytes + VariableSize(row))});
     }
-    const LmBlock& lm = port->lmBlock;
-    out << "}, \"lm\": {\"LM_SysName\": \"" << Hex(lm.LM_SysName, sizeof lm.LM_SysName) << '"'
-        << ", \"LM_MemorySizeInKByte\": " << lm.LM_MemorySizeInKByte
-        << ", \"LM_MemorySizeInMByte\": " << lm.LM_MemorySizeInMByte << ", \"LM_RamDisk\": " << lm.LM_RamDisk
-        << ", \"LM_DuplexModule\": " << lm.LM_DuplexModule << ", \"LM_InputTray\": " << lm.LM_InputTray
-        << ", \"LmTrays\": [";
-    for (int i = 0; i < 3; ++i) {
-        const LmTray& t = lm.LmTrays[i];
-        const uint32_t fields[8] = {t.TrayIndex, t.InputType, t.TrayType, t.MediaType, t.MediaSize,
-                                    t.MediaDimFeedDirChosen, t.MediaDimXFeedDirChosen, t.MediaDirection};
-        out << (i == 0 ? "[" : ", [");
-        for (int f = 0; f < 8; ++f) out << (f == 0 ? "" : ", ") << fields[f];
-        out << ']';
-    }
-    out << "]}}\n";
     UnlockPort(port);
+    return values;
 }
 
 }  // namespace langmon::tool

@@ -1,10 +1,14 @@
-// What the monitor knows of the printer on a port, as a person reads it and
-// as one JSON object: the status variables with a value, and the LM_ values.
+// What the monitor knows of the printer on a port, read from the port's own
+// variables: as a person reads it, as the "printer" object of the JSON, and
+// every variable with a value.
 #pragma once
 
-#include <cstdint>
+#include "variables_view.h"
+
+#include <nlohmann/json_fwd.hpp>
+
 #include <iosfwd>
-#include <string>
+#include <vector>
 
 namespace langmon {
 struct PortContext;
@@ -13,13 +17,12 @@ struct PortContext;
 namespace langmon::tool {
 
 // The printer as a person supporting it wants to see it: who it is, its
-// state, toner and unit levels, trays with their paper, covers, jams,
-// options, memory; with `listVariables` then every variable with a value,
-// in hex.
-void DescribePrinterStatus(std::ostream& out, PortContext* port, bool listVariables);
+// state, supply levels, trays with their paper, covers, jams, options,
+// memory.
+void DescribePrinterStatus(std::ostream& out, PortContext* port);
+nlohmann::ordered_json PortPrinterJson(PortContext* port);
 
-// {"model_known": bool, "model_mask": [low, high], "variables": {NAME:
-// {"hex": "...", "dirty": 0|1}}, "lm": {...}} on one line.
-void WritePrinterStatusJson(std::ostream& out, PortContext* port);
+// Every variable of the port that has a value, in the table's order.
+std::vector<VariableValue> PortVariables(PortContext* port);
 
 }  // namespace langmon::tool
