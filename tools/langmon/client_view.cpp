@@ -69,7 +69,7 @@ std::string ShowValue(const ClientVariable& variable) {
 ClientStore::ClientStore(const std::string& printerName, std::string* problem) {
     library_ = LoadLibraryA("KVTRM.DLL");
     if (library_ == nullptr) {
-        *problem = "the status manager library (libkvtrm.so) was not found";
+        *problem = "the status manager library " + platform::DescribeMissingLibrary("KVTRM.DLL");
         return;
     }
     auto open = reinterpret_cast<decltype(&::OpenManagerExA)>(GetProcAddress(library_, "OpenManagerExA"));
