@@ -162,13 +162,15 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
     ShellRun pointed(root_ / "logs", "pointed",
                      elsewhere + "LANGMON_LIBRARY_PATH=" + Quoted(lib) + " " + Quoted(stripped / "bin" / "langmon") + " status");
 
-    // The C edge as an outside program builds against it.
+    // The C edge as an outside program builds against it, with the
+    // compiler and flags of the build (a sanitizer's runtime has to come
+    // first in a program that loads a library built with it).
     WriteFile(root_ / "elsewhere" / "uses_monitor.c", ProgramUsingTheMonitor);
     const std::string pkgConfig = "PKG_CONFIG_PATH=" + Quoted(lib / "pkgconfig") + " pkg-config";
     ShellRun flags(root_ / "logs", "flags", pkgConfig + " --cflags --libs langmon");
     ShellRun version(root_ / "logs", "version", pkgConfig + " --modversion langmon");
     ShellRun program(root_ / "logs", "program",
-                     elsewhere + "cc -o uses_monitor uses_monitor.c $(" + pkgConfig + " --cflags --libs langmon) -Wl,-rpath," +
+                     elsewhere + Quoted(LANGMON_C_COMPILER) + " " + LANGMON_C_FLAGS + " -o uses_monitor uses_monitor.c $(" + pkgConfig + " --cflags --libs langmon) -Wl,-rpath," +
                          Quoted(lib) + " && ./uses_monitor");
 
     // The completion, read by bash and asked what it offers.
