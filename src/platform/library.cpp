@@ -99,8 +99,7 @@ OwnModule FindOwnModule() {
     return {std::string(buffer, static_cast<std::size_t>(length)), true};
 }
 
-std::string ModuleDirectory() {
-    const std::string path = FindOwnModule().path;
+std::string DirectoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
@@ -128,14 +127,25 @@ std::vector<std::string> CandidatePaths(const char* name) {
     const std::string file = SharedObjectName(name);
     std::vector<std::string> paths;
     for (const std::string& directory : SearchPathDirectories()) paths.push_back(directory + "/" + file);
-    const std::string own = ModuleDirectory();
-    if (!own.empty()) paths.push_back(own + "/" + file);
+    const OwnModule own = FindOwnModule();
+    const std::string directory = DirectoryOf(own.path);
+    if (directory.empty()) return paths;
+    paths.push_back(directory + "/" + file);
+    // An installed program keeps its libraries in the installation's library
+    // folder. The program's run path names it too, but the dynamic loader
+    // honours a run path only for the object that calls dlopen, which under a
+    // sanitizer is the sanitizer's runtime; and packagers strip run paths.
+    if (own.isProgram) {
+        const std::string installed =
+            (std::filesystem::path(directory) / LANGMON_LIBDIR_FROM_BINDIR / file).lexically_normal();
+        if (installed != paths.back()) paths.push_back(installed);
+    }
     return paths;
 }
 
 // The directories the dynamic loader searches for a bare file name that this
-// module opens: the module's run path ($ORIGIN expanded; the installed
-// command's is its library directory), LD_LIBRARY_PATH and the system's.
+// module opens: the module's run path ($ORIGIN expanded), LD_LIBRARY_PATH and
+// the system's.
 std::vector<std::string> LoaderDirectories() {
     const OwnModule own = FindOwnModule();
     void* handle = own.isProgram ? dlopen(nullptr, RTLD_LAZY)
@@ -190,9 +200,8 @@ HMODULE LoadRegistered(Libraries& libs, const char* name) {
 }
 
 // The library's shared object: the candidate paths first, then, for a bare
-// name, the dynamic loader's search, which goes through the run path that
-// lets an installed command find its library directory, LD_LIBRARY_PATH and
-// the system's directories.
+// name, the dynamic loader's search (LD_LIBRARY_PATH, the system's folders),
+// so that a library installed with the system's is found as any is.
 void* OpenSharedObject(const char* name) {
     for (const std::string& path : CandidatePaths(name)) {
         if (access(path.c_str(), F_OK) != 0) continue;
@@ -320,12 +329,13 @@ std::string DescribeMissingLibrary(const char* name) {
     if (std::getenv("LANGMON_LIBRARY_PATH") == nullptr) text += "LANGMON_LIBRARY_PATH is not set; ";
     text += "tried";
     const char* separator = " ";
-    for (const std::string& path : CandidatePaths(name)) {
-        text += separator + path;
-        separator = ", ";
-    }
+    std::vector<std::string> tried = CandidatePaths(name);
     for (const std::string& directory : LoaderDirectories()) {
-        text += separator + directory + "/" + file;
+        const std::string path = directory + "/" + file;
+        if (std::find(tried.begin(), tried.end(), path) == tried.end()) tried.push_back(path);
+    }
+    for (const std::string& path : tried) {
+        text += separator + path;
         separator = ", ";
     }
     return text + "); setting LANGMON_LIBRARY_PATH to the folder that holds " + file + " makes it found";

@@ -4,11 +4,11 @@
 // taken as it is. The object is looked for in each directory of the
 // environment variable LANGMON_LIBRARY_PATH (':' between them), then beside
 // the module that holds this code (liblangmon.so, or the program that links
-// the monitor in), then by the dynamic loader's search for that module: its
-// run path, which for the installed command names the installation's library
-// directory relative to the command, LD_LIBRARY_PATH and the system's
-// directories. A library that exports LangmonAttachHost is handed the host's
-// calls before LoadLibraryA returns.
+// the monitor in), then, for a program, in the installation's library folder
+// by its place relative to the program's (../lib), then by the dynamic
+// loader's search: LD_LIBRARY_PATH, the system's folders. A library that
+// exports LangmonAttachHost is handed the host's calls before LoadLibraryA
+// returns.
 #pragma once
 
 #include "platform/win32_types.h"
