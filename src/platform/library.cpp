@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -78,45 +79,92 @@ std::string SharedObjectName(std::string_view name) {
     return file + ".so";
 }
 
-// The directory of the module that holds this code: liblangmon.so, or the
-// program itself when the platform is linked in statically. The main program's
-// link map entry has no name, so its path comes from /proc.
-std::string ModuleDirectory() {
+// The module that holds this code: liblangmon.so, or the program itself when
+// the platform is linked in statically. The main program's link map entry has
+// no name, so its path comes from /proc.
+struct OwnModule {
+    std::string path;
+    bool isProgram = false;
+};
+
+OwnModule FindOwnModule() {
     Dl_info info{};
     link_map* map = nullptr;
     auto* self = reinterpret_cast<void*>(&SharedObjectName);
     if (dladdr1(self, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0) return {};
-    std::string path;
-    if (map != nullptr && map->l_name != nullptr && map->l_name[0] != '\0') {
-        path = map->l_name;
-    } else {
-        char buffer[4096];
-        const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
-        if (length <= 0) return {};
-        path.assign(buffer, static_cast<std::size_t>(length));
-    }
+    if (map != nullptr && map->l_name != nullptr && map->l_name[0] != '\0') return {map->l_name, false};
+    char buffer[4096];
+    const ssize_t length = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+    if (length <= 0) return {};
+    return {std::string(buffer, static_cast<std::size_t>(length)), true};
+}
+
+std::string DirectoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
-// Every path the library may be at, in the order they are tried.
+// The directories of LANGMON_LIBRARY_PATH, in order, empty ones left out.
+std::vector<std::string> SearchPathDirectories() {
+    std::vector<std::string> directories;
+    const char* searchPath = std::getenv("LANGMON_LIBRARY_PATH");
+    if (searchPath == nullptr) return directories;
+    std::string_view rest = searchPath;
+    while (true) {
+        const std::size_t colon = rest.find(':');
+        const std::string_view directory = rest.substr(0, colon);
+        if (!directory.empty()) directories.emplace_back(directory);
+        if (colon == std::string_view::npos) break;
+        rest.remove_prefix(colon + 1);
+    }
+    return directories;
+}
+
+// Every path the library may be at, in the order they are tried before the
+// dynamic loader's own search.
 std::vector<std::string> CandidatePaths(const char* name) {
     if (std::string_view(name).find('/') != std::string_view::npos) return {name};
     const std::string file = SharedObjectName(name);
     std::vector<std::string> paths;
-    if (const char* searchPath = std::getenv("LANGMON_LIBRARY_PATH")) {
-        std::string_view rest = searchPath;
-        while (true) {
-            const std::size_t colon = rest.find(':');
-            const std::string_view directory = rest.substr(0, colon);
-            if (!directory.empty()) paths.push_back(std::string(directory) + "/" + file);
-            if (colon == std::string_view::npos) break;
-            rest.remove_prefix(colon + 1);
+    for (const std::string& directory : SearchPathDirectories()) paths.push_back(directory + "/" + file);
+    const OwnModule own = FindOwnModule();
+    const std::string directory = DirectoryOf(own.path);
+    if (directory.empty()) return paths;
+    paths.push_back(directory + "/" + file);
+    // An installed program keeps its libraries in the installation's library
+    // folder. The program's run path names it too, but the dynamic loader
+    // honours a run path only for the object that calls dlopen, which under a
+    // sanitizer is the sanitizer's runtime; and packagers strip run paths.
+    if (own.isProgram) {
+        const std::string installed =
+            (std::filesystem::path(directory) / LANGMON_LIBDIR_FROM_BINDIR / file).lexically_normal();
+        if (installed != paths.back()) paths.push_back(installed);
+    }
+    return paths;
+}
+
+// The directories the dynamic loader searches for a bare file name that this
+// module opens: the module's run path ($ORIGIN expanded), LD_LIBRARY_PATH and
+// the system's.
+std::vector<std::string> LoaderDirectories() {
+    const OwnModule own = FindOwnModule();
+    void* handle = own.isProgram ? dlopen(nullptr, RTLD_LAZY)
+                                 : dlopen(own.path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    std::vector<std::string> directories;
+    if (handle == nullptr) return directories;
+    Dl_serinfo size{};
+    if (dlinfo(handle, RTLD_DI_SERINFOSIZE, &size) == 0 && size.dls_size >= sizeof(Dl_serinfo)) {
+        std::vector<std::max_align_t> storage(size.dls_size / sizeof(std::max_align_t) + 1);
+        auto* info = reinterpret_cast<Dl_serinfo*>(storage.data());
+        *info = size;
+        if (dlinfo(handle, RTLD_DI_SERINFO, info) == 0) {
+            for (unsigned i = 0; i < info->dls_cnt; ++i) {
+                directories.push_back(std::filesystem::path(info->dls_serpath[i].dls_name).lexically_normal());
+            }
         }
     }
-    const std::string own = ModuleDirectory();
-    if (!own.empty()) paths.push_back(own + "/" + file);
-    return paths;
+    dlclose(handle);
+    return directories;
 }
 
 // Hands the library the host's calls, so that the events its watches signal
@@ -151,28 +199,36 @@ HMODULE LoadRegistered(Libraries& libs, const char* name) {
     return libs.loaded.back().get();
 }
 
-HMODULE LoadFile(Libraries& libs, const char* name) {
+// The library's shared object: the candidate paths first, then, for a bare
+// name, the dynamic loader's search (LD_LIBRARY_PATH, the system's folders),
+// so that a library installed with the system's is found as any is.
+void* OpenSharedObject(const char* name) {
     for (const std::string& path : CandidatePaths(name)) {
         if (access(path.c_str(), F_OK) != 0) continue;
-        void* object = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (object == nullptr) continue;
-        AttachHost(object);
-        std::unique_lock lock(libs.mutex);
-        for (const auto& library : libs.loaded) {
-            if (library->object == object) {
-                ++library->uses;
-                lock.unlock();
-                dlclose(object);  // the record holds the one reference we keep
-                return library.get();
-            }
-        }
-        auto library = std::make_unique<LoadedLibrary>();
-        library->object = object;
-        library->uses = 1;
-        libs.loaded.push_back(std::move(library));
-        return libs.loaded.back().get();
+        if (void* object = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) return object;
     }
-    return nullptr;
+    if (std::string_view(name).find('/') != std::string_view::npos) return nullptr;
+    return dlopen(SharedObjectName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+HMODULE LoadFile(Libraries& libs, const char* name) {
+    void* object = OpenSharedObject(name);
+    if (object == nullptr) return nullptr;
+    AttachHost(object);
+    std::unique_lock lock(libs.mutex);
+    for (const auto& library : libs.loaded) {
+        if (library->object == object) {
+            ++library->uses;
+            lock.unlock();
+            dlclose(object);  // the record holds the one reference we keep
+            return library.get();
+        }
+    }
+    auto library = std::make_unique<LoadedLibrary>();
+    library->object = object;
+    library->uses = 1;
+    libs.loaded.push_back(std::move(library));
+    return libs.loaded.back().get();
 }
 
 }  // namespace
@@ -261,6 +317,28 @@ void UnregisterLibrary(const std::string& name) {
     Libraries& libs = TheLibraries();
     std::lock_guard lock(libs.mutex);
     std::erase_if(libs.registered, [&](const Registration& r) { return SameNameIgnoringCase(r.name, name); });
+}
+
+std::string DescribeMissingLibrary(const char* name) {
+    const std::string_view given = name == nullptr ? "" : name;
+    if (given.empty() || given.find('/') != std::string_view::npos) {
+        return std::string(given) + " was not found";
+    }
+    const std::string file = SharedObjectName(given);
+    std::string text = file + " was not found (";
+    if (std::getenv("LANGMON_LIBRARY_PATH") == nullptr) text += "LANGMON_LIBRARY_PATH is not set; ";
+    text += "tried";
+    const char* separator = " ";
+    std::vector<std::string> tried = CandidatePaths(name);
+    for (const std::string& directory : LoaderDirectories()) {
+        const std::string path = directory + "/" + file;
+        if (std::find(tried.begin(), tried.end(), path) == tried.end()) tried.push_back(path);
+    }
+    for (const std::string& path : tried) {
+        text += separator + path;
+        separator = ", ";
+    }
+    return text + "); setting LANGMON_LIBRARY_PATH to the folder that holds " + file + " makes it found";
 }
 
 std::size_t LoadedLibraryUses() {

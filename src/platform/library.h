@@ -3,9 +3,12 @@
 // shared object "libname.so" (lower case); a name with a '/' is a path and is
 // taken as it is. The object is looked for in each directory of the
 // environment variable LANGMON_LIBRARY_PATH (':' between them), then beside
-// the module that holds this code: liblangmon.so, or the program that links
-// the monitor in. A library that exports LangmonAttachHost is handed the
-// host's calls before LoadLibraryA returns.
+// the module that holds this code (liblangmon.so, or the program that links
+// the monitor in), then, for a program, in the installation's library folder
+// by its place relative to the program's (../lib), then by the dynamic
+// loader's search: LD_LIBRARY_PATH, the system's folders. A library that
+// exports LangmonAttachHost is handed the host's calls before LoadLibraryA
+// returns.
 #pragma once
 
 #include "platform/win32_types.h"
@@ -42,6 +45,11 @@ namespace platform {
 using LibraryLookup = void* (*)(const char* procName);
 void RegisterLibrary(const std::string& name, LibraryLookup lookup);
 void UnregisterLibrary(const std::string& name);
+
+// Why LoadLibraryA(name) found nothing, for a person to act on: every file it
+// tried, in order, and that LANGMON_LIBRARY_PATH naming the right folder
+// makes the library found.
+std::string DescribeMissingLibrary(const char* name);
 
 // Uses of libraries not yet ended by FreeLibrary, for leak checks.
 std::size_t LoadedLibraryUses();

@@ -7,7 +7,6 @@
 #include "support/platform_fixture.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,10 +18,7 @@ using MachineDescriptionTest = testing::PlatformTest;
 using Typed = std::pair<DWORD, std::vector<BYTE>>;
 
 // The sample description that ships in examples/.
-std::string ExampleMachine() {
-    const auto here = std::filesystem::path(__FILE__).parent_path();
-    return (here / "../../examples/machine.reg").lexically_normal().string();
-}
+std::string ExampleMachine() { return std::string(LANGMON_EXAMPLES) + "/machine.reg"; }
 
 // A key line whose path is `depth` keys deep.
 std::string KeyOfDepth(std::size_t depth) {

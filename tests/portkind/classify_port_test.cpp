@@ -149,7 +149,7 @@ TEST_F(ClassifyPortTest, OnAKeyboardClassD00MachineTheClassDriverDecides) {
 
 // The sample machine of examples/ shows one port of each kind.
 TEST_F(ClassifyPortTest, TheExampleMachineHasEveryKind) {
-    const auto example = std::filesystem::path(__FILE__).parent_path() / "../../examples/machine.reg";
+    const auto example = std::filesystem::path(LANGMON_EXAMPLES) / "machine.reg";
     std::string error;
     ASSERT_TRUE(platform::LoadMachineDescriptionFile(example.lexically_normal().string(), &error)) << error;
     EXPECT_EQ(KindOf("LPT1"), 0x07u);  // p1284.vxd on a 0xD00 keyboard machine

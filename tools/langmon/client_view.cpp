@@ -21,7 +21,7 @@ constexpr DWORD SpoolerPatienceMs = 20000;
 ClientStore::ClientStore(const std::string& printerName, std::string* problem) {
     library_ = LoadLibraryA("KVTRM.DLL");
     if (library_ == nullptr) {
-        *problem = "the status manager library (libkvtrm.so) was not found";
+        *problem = "the status manager library " + platform::DescribeMissingLibrary("KVTRM.DLL");
         return;
     }
     auto open = reinterpret_cast<decltype(&::OpenManagerExA)>(GetProcAddress(library_, "OpenManagerExA"));
