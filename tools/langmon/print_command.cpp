@@ -1,6 +1,7 @@
 #include "print_command.h"
 
 #include "client_view.h"
+#include "error_words.h"
 #include "job_progress_view.h"
 #include "job_report.h"
 #include "interruption.h"
@@ -86,8 +87,9 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
             return false;
         }
     }
+    if (reader.Broken()) return false;
     if (options->jobFile.empty()) {
-        *error = "which file? langmon print FILE";
+        *error = "no FILE given";
         return false;
     }
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
@@ -125,8 +127,11 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     JobProgressWatch progress(printerName);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
-    Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
+    const DWORD openError = GetLastError();
+    Line(out, "OpenPortEx", CallOutcome(ok, openError));
     if (!ok) {
+        err << "langmon print: the port " << platform::Printable(portName)
+            << " could not be opened: " << ErrorWords(openError) << '\n';
         return 1;
     }
 
@@ -135,6 +140,7 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
     const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, interrupted);
     Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(sent.started, sent.startError));
     int exitCode = sent.started ? 0 : 1;
+    if (!sent.started) err << "langmon print: the job could not be started: " << ErrorWords(sent.startError) << '\n';
     if (sent.started) {
         std::ostringstream what;
         what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
@@ -146,7 +152,10 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         }
         Line(out, "WritePort", what.str());
         Line(out, "EndDocPort", CallOutcome(sent.ended, sent.endError));
-        exitCode = sent.ended ? exitCode : 1;
+        if (!sent.ended) {
+            err << "langmon print: the job could not be ended: " << ErrorWords(sent.endError) << '\n';
+            exitCode = 1;
+        }
         FollowMonitoring(out, static_cast<PortContext*>(port), MonitoringLimitMs, interrupted);
     }
     // The variables go with the port: what the last poll made of the printer
@@ -166,8 +175,10 @@ int RunPrint(const PrintOptions& options, std::ostream& out, std::ostream& err, 
         closing.emplace("the port is left without the printer's report of the job's end");
     }
     ok = monitor.ClosePort(port);
+    const DWORD closeError = GetLastError();
     closing.reset();
-    Line(out, "ClosePort", CallOutcome(ok, GetLastError()));
+    Line(out, "ClosePort", CallOutcome(ok, closeError));
+    if (!ok) err << "langmon print: the port could not be closed: " << ErrorWords(closeError) << '\n';
     out << "what the monitor's last poll made of the printer:\n" << status.str();
     out << "what a status client of \"" << printerName << "\" received:\n";
     if (clientView.empty()) {
