@@ -95,11 +95,12 @@ constexpr const char* StatusOptions =
 
 constexpr const char* StatusEnd =
     "\n"
-    "Exit status: 0 the printer was shown; 1 the port could not be opened or\n"
-    "the printer has no status client (no queue of that name, or a driver that\n"
-    "is not a known model with a status key); 2 a wrong command line or a\n"
-    "refused printer or machine description; 130 (SIGINT) or 143 (SIGTERM)\n"
-    "interrupted again while the port waited for the printer.\n"
+    "Exit status: 0 the printer was shown (a watch ended by --for or Ctrl-C\n"
+    "included); 1 the port could not be opened or the printer has no status\n"
+    "client (no queue of that name, or a driver that is not a known model with\n"
+    "a status key); 2 a wrong command line or a refused printer or machine\n"
+    "description; 130 (SIGINT) or 143 (SIGTERM) interrupted again while the\n"
+    "port waited for the printer to end a job.\n"
     "\n"
     "Examples:\n"
     "  LANGMON_REGISTRY=machine.reg langmon status --json\n"
@@ -169,7 +170,8 @@ constexpr const char* GeneralEnd =
     "\n"
     "Exit status: 0 success; 1 the command failed (each command's help says\n"
     "when); 2 a wrong command line or a refused printer or machine description;\n"
-    "130 or 143 interrupted by SIGINT or SIGTERM.\n";
+    "130 or 143 a job or a wait cut short by SIGINT or SIGTERM (a watch that\n"
+    "Ctrl-C ends exits 0).\n";
 
 }  // namespace
 
