@@ -1,8 +1,8 @@
 #include "decode_command.h"
 
 #include "answer_port_monitor.h"
-#include "error_words.h"
 #include "command_words.h"
+#include "error_words.h"
 #include "status_report.h"
 
 #include "acquisition/poll.h"
