@@ -6,6 +6,7 @@
 #include "platform/user_input.h"
 
 #include <charconv>
+#include <vector>
 
 namespace langmon::emulator {
 namespace {
@@ -123,6 +124,12 @@ std::string SetTrayValue(Tray& tray, std::string_view field, std::string_view ke
     return "unknown key " + std::string(key);
 }
 
+// A wrong word of a list, with the words the list takes: a typo is fixed
+// at once.
+std::string BadListWord(std::string_view key, std::string_view word, const std::string& choices) {
+    return Bad(key, word) + " (" + choices + ", or none alone)";
+}
+
 std::string SetListValue(std::string_view key, std::string_view value, PrinterState& state) {
     if (key == "covers") {
         state.openCovers = 0;
@@ -132,7 +139,11 @@ std::string SetListValue(std::string_view key, std::string_view value, PrinterSt
             for (const CoverName& cover : Covers) {
                 if (word == cover.name) state.openCovers |= cover.bit, found = true;
             }
-            if (!found) return Bad(key, word);
+            if (!found) {
+                std::string names;
+                for (const CoverName& cover : Covers) names += (names.empty() ? "" : ", ") + std::string(cover.name);
+                return BadListWord(key, word, names);
+            }
         }
         return "";
     }
@@ -141,7 +152,7 @@ std::string SetListValue(std::string_view key, std::string_view value, PrinterSt
         if (value == "none") return "";
         for (std::string_view word : Split(value, ',')) {
             uint32_t place = 0;
-            if (!Number(word, &place) || place > 20) return Bad(key, word);
+            if (!Number(word, &place) || place > 20) return BadListWord(key, word, "places 0 to 20");
             state.jamPlaces |= 1u << place;
         }
         return "";
@@ -155,7 +166,7 @@ std::string SetListValue(std::string_view key, std::string_view value, PrinterSt
         else if (word == "outtray2") state.outTray2 = true;
         else if (word == "option7001") state.option7001 = true;
         else if (word == "option3001") state.option3001 = true;
-        else return Bad(key, word);
+        else return BadListWord(key, word, "duplex, ramdisk, outtray2, option7001, option3001");
     }
     return "";
 }
@@ -182,6 +193,33 @@ constexpr FaultWord FaultWords[] = {
     {"power-off", "power=off"},
     {"foreign", "model=Foreign Printer 1;manufacturer=Other;commands=PJL,PCL"},
 };
+
+// A word standing alone after "emulator:" that is not a fault word: it
+// empties the tray that feeds, whichever that is by then.
+constexpr std::string_view PaperOutWord = "paper-out";
+
+bool IsPresetWord(std::string_view item) {
+    if (item == PaperOutWord) return true;
+    for (const FaultWord& fault : FaultWords) {
+        if (item == fault.word) return true;
+    }
+    return false;
+}
+
+// Settings whose value is a list separated by commas. After "emulator:" the
+// commas also separate settings, so a list goes on over the words that
+// follow it as long as they are neither a setting nor a fault word: no cover,
+// jam place, option or command language is spelled as one.
+bool TakesList(std::string_view key) {
+    return key == "covers" || key == "jam" || key == "options" || key == "commands";
+}
+
+std::string UnknownWord(std::string_view item) {
+    std::string words;
+    for (const FaultWord& fault : FaultWords) words += std::string(fault.word) + ", ";
+    return "unknown printer word \"" + std::string(item) + "\": neither KEY=VALUE nor a fault word (" + words +
+           std::string(PaperOutWord) + ")";
+}
 
 }  // namespace
 
@@ -331,18 +369,20 @@ std::string ReadPrinterStateText(std::string_view text, std::string_view source,
 
 std::string ApplyPrinterDescription(std::string_view description, PrinterState& state) {
     if (Trim(description).empty()) return "";
-    for (std::string_view item : Split(description, ',')) {
+    const std::vector<std::string_view> items = Split(description, ',');
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const std::string_view item = items[i];
         size_t equals = item.find('=');
         if (equals == std::string_view::npos) {
+            if (item == PaperOutWord) {
+                state.trays[state.feedSlot].sheets = 0;
+                continue;
+            }
             const FaultWord* fault = nullptr;
             for (const FaultWord& f : FaultWords) {
                 if (item == f.word) fault = &f;
             }
-            if (item == "paper-out") {
-                state.trays[state.feedSlot].sheets = 0;
-                continue;
-            }
-            if (!fault) return "unknown printer word \"" + std::string(item) + "\"";
+            if (!fault) return UnknownWord(item);
             for (std::string_view setting : Split(fault->settings, ';')) {
                 size_t at = setting.find('=');
                 std::string problem = SetPrinterValue(state, setting.substr(0, at), setting.substr(at + 1));
@@ -351,9 +391,15 @@ std::string ApplyPrinterDescription(std::string_view description, PrinterState& 
             continue;
         }
         std::string_view key = Trim(item.substr(0, equals));
-        std::string_view value = Trim(item.substr(equals + 1));
-        std::string problem = key == "state" ? LoadPrinterStateFile(std::string(value), state)
-                                             : SetPrinterValue(state, key, value);
+        std::string value(Trim(item.substr(equals + 1)));
+        if (TakesList(key)) {
+            while (i + 1 < items.size() && items[i + 1].find('=') == std::string_view::npos &&
+                   !IsPresetWord(items[i + 1])) {
+                value += ',';
+                value += items[++i];
+            }
+        }
+        std::string problem = key == "state" ? LoadPrinterStateFile(value, state) : SetPrinterValue(state, key, value);
         if (!problem.empty()) return problem;
     }
     return "";

@@ -9,6 +9,7 @@
 //
 //     --printer emulator:model=Laser Printer 6300tx,jam=3,toner.cyan=4
 //     --printer emulator:paper-out,one-byte,state=my-printer.txt
+//     --printer emulator:covers=front,top,jam=3,5,toner.cyan=4
 #pragma once
 
 #include "emulator/printer_state.h"
@@ -36,7 +37,9 @@ std::string ReadPrinterStateText(std::string_view text, std::string_view source,
 
 // The words after "emulator:", separated by commas: `key=value`, `state=FILE`
 // (a state file, read in its place), or one of the fault words that the
-// README lists ("jam", "paper-out", "silent", ...).
+// README lists ("jam", "paper-out", "silent", ...). The value of a list
+// (covers, jam, options, commands) takes in the words after it up to the
+// next setting or fault word: "covers=front,top,toner.cyan=4".
 std::string ApplyPrinterDescription(std::string_view description, PrinterState& state);
 
 }  // namespace langmon::emulator

@@ -39,12 +39,12 @@ TEST(PrinterDescriptionTest, StateFileNamesTheLineOfItsProblem) {
                            "toner.black = 3   # low\n"
                            "jam = lots\n";
     PrinterState state = PrinterState::Default();
-    EXPECT_EQ(LoadPrinterStateFile(path, state), path + ":5: bad value \"lots\" for jam");
+    EXPECT_EQ(LoadPrinterStateFile(path, state), path + ":5: bad value \"lots\" for jam (places 0 to 20, or none alone)");
     EXPECT_EQ(state.model, Model6300);
     EXPECT_EQ(state.toners[3].level, 3);
 
     // The same file named after "emulator:", where its problem comes out whole.
-    EXPECT_EQ(ApplyPrinterDescription("silent,state=" + path, state), path + ":5: bad value \"lots\" for jam");
+    EXPECT_EQ(ApplyPrinterDescription("silent,state=" + path, state), path + ":5: bad value \"lots\" for jam (places 0 to 20, or none alone)");
     std::remove(path.c_str());
 
     // A directory is no state file, and a file that goes on is read no
@@ -71,7 +71,39 @@ TEST(PrinterDescriptionTest, FaultWordsAfterTheEmulatorPrefix) {
     EXPECT_EQ(foreign.toners[0].level, 9);
     EXPECT_EQ(BuildDeviceId(foreign, EvaluateCondition(foreign, Activity::Idle)).find("STS:"), std::string::npos);
 
-    EXPECT_EQ(ApplyPrinterDescription("jam,smoke", foreign), "unknown printer word \"smoke\"");
+    EXPECT_EQ(ApplyPrinterDescription("jam,smoke", foreign).rfind("unknown printer word \"smoke\": ", 0), 0u);
+}
+
+// After "emulator:" a list goes on over the commas to the next setting or
+// fault word, and a word it doesn't take is named with those it does.
+TEST(PrinterDescriptionTest, AListGoesOnUpToTheNextSettingOrFaultWord) {
+    PrinterState state = PrinterState::Default();
+    ASSERT_EQ(ApplyPrinterDescription(
+                  "covers=front,top,toner.cyan=4,jam=3,5,options=duplex,ramdisk,silent,commands=PJL,PCL,paper-out",
+                  state),
+              "");
+    EXPECT_EQ(state.openCovers, CoverFront | CoverTop);
+    EXPECT_EQ(state.toners[0].level, 4);
+    EXPECT_EQ(state.jamPlaces, (1u << 3) | (1u << 5));
+    EXPECT_TRUE(state.duplex && state.ramDisk && !state.outTray2);
+    EXPECT_TRUE(state.faults.silent);
+    EXPECT_EQ(state.commandSet, "PJL,PCL");
+    EXPECT_EQ(state.trays[state.feedSlot].sheets, 0);
+    // A fault word ends a list: its covers are its own.
+    ASSERT_EQ(ApplyPrinterDescription("covers=rear,top,cover-open", state), "");
+    EXPECT_EQ(state.openCovers, CoverFront);
+
+    const std::pair<const char*, const char*> wrong[] = {
+        {"covers=front,tpo,jam=3", "bad value \"tpo\" for covers (front, top, right, rear, duplex, fuser, toner, "
+                                   "cassette, or none alone)"},
+        {"covers=none,front", "bad value \"none\" for covers (front, top, right, rear, duplex, fuser, toner, "
+                              "cassette, or none alone)"},
+        {"options=duplex,fax", "bad value \"fax\" for options (duplex, ramdisk, outtray2, option7001, "
+                               "option3001, or none alone)"},
+    };
+    for (const auto& [description, problem] : wrong) {
+        EXPECT_EQ(ApplyPrinterDescription(description, state), problem) << description;
+    }
 }
 
 }  // namespace

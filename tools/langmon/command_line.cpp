@@ -1,5 +1,6 @@
 #include "command_line.h"
 
+#include "command_help.h"
 #include "decode_command.h"
 #include "interruption.h"
 #include "print_command.h"
@@ -16,38 +17,20 @@ namespace langmon::tool {
 
 namespace {
 
-constexpr const char* Usage =
-    "usage: langmon print FILE [--printer PRINTER] [--port NAME] [--printer-name NAME]\n"
-    "                          [--document NAME] [--block-size BYTES] [--json] [--variables]\n"
-    "  Sends FILE as one job through the language monitor, the way the spooler\n"
-    "  does, and reports each call, what the printer received and, for the\n"
-    "  emulated printer, what it printed and said back.\n"
-    "  PRINTER is emulator (the default: an emulated Laser Printer 6200tx),\n"
-    "  emulator:DESCRIPTION (its state and faults, e.g. emulator:jam or\n"
-    "  emulator:model=Laser Printer 6300tx,toner.cyan=4,state=FILE; see the\n"
-    "  README), or file:PATH (the bytes go to a file).\n"
-    "  --json writes one JSON document at the end in place of the report, and\n"
-    "  --variables adds every variable a status client holds, in hex; the same\n"
-    "  two options go with status and decode (docs/json.md describes the JSON).\n"
-    "  The machine the monitor sees is described by the file that the\n"
-    "  environment variable LANGMON_REGISTRY names (see the README).\n"
-    "\n"
-    "usage: langmon status [--printer PRINTER] [--port NAME] [--printer-name NAME] [--json] [--variables]\n"
-    "                      [--watch [--for SECONDS] [--at SECONDS:CHANGE]...]\n"
-    "  Shows the printer on the port as a status application sees it: bound\n"
-    "  to its store in the status manager library, it asks the monitor for\n"
-    "  fresh values. PRINTER, the port and the name are as for print; without\n"
-    "  a printer of the machine on the port, the command adds a queue for the\n"
-    "  emulated printer's model. --watch shows each change until interrupted\n"
-    "  (Ctrl-C) or for SECONDS; --at changes the emulated printer at a moment\n"
-    "  (e.g. --at 5:cover-open --at 9:covers=none) or sends a job\n"
-    "  (--at 12:print=FILE).\n"
-    "\n"
-    "usage: langmon decode DEVICE_ID [--json] [--variables]\n"
-    "  Shows what the monitor makes of a printer's IEEE 1284 device ID: the\n"
-    "  status variables one poll gives it and the LM_ values. DEVICE_ID is the\n"
-    "  text, quoted, or - to read it from standard input, e.g.\n"
-    "    langmon decode - < /sys/class/usbmisc/lp0/device/ieee1284_id\n";
+#ifndef LANGMON_VERSION
+#error "the build gives LANGMON_VERSION, the project's version"
+#endif
+
+constexpr const char* Commands[] = {"print", "status", "decode", "help", "version"};
+
+bool IsCommand(const std::string& word) {
+    for (const char* command : Commands) {
+        if (word == command) return true;
+    }
+    return false;
+}
+
+bool AsksForHelp(const std::string& word) { return word == "--help" || word == "-h"; }
 
 // A refused description leaves the monitor an empty machine, where the
 // command would find none of the described printers: it does not run. What
@@ -59,22 +42,51 @@ bool MachineDescribed(const std::string& command, std::ostream& err) {
     return false;
 }
 
-// A wrong command line: what is wrong, then how the command is used.
+// A wrong command line: one line, what is wrong and where the help is. The
+// usage in full would push what is wrong off the screen.
 int Refuse(const std::string& command, const std::string& error, std::ostream& err) {
-    err << "langmon " << command << ": " << platform::Printable(error) << '\n' << Usage;
+    const std::string who = command.empty() ? "langmon" : "langmon " + command;
+    err << who << ": " << platform::Printable(error) << "; see '" << who << " --help'\n";
     return 2;
+}
+
+// `langmon help [COMMAND]`, `langmon --help` and `langmon COMMAND --help`.
+int Help(const std::string& command, std::ostream& out, std::ostream& err) {
+    const std::string help = CommandHelp(command);
+    if (help.empty()) return Refuse("help", "no command " + command + " (print, status, decode)", err);
+    out << help;
+    return 0;
 }
 
 }  // namespace
 
 int RunCommandLine(const std::vector<std::string>& words, std::ostream& out, std::ostream& err,
                    const std::atomic<bool>& interrupted) {
-    if (words.empty() || words[0] == "help" || words[0] == "--help" || words[0] == "-h") {
-        (words.empty() ? err : out) << Usage;
-        return words.empty() ? 2 : 0;
+    if (words.empty()) {
+        err << ShortUsage;
+        return 2;
     }
-    const std::string& command = words[0];
+    if (AsksForHelp(words[0])) return Help("", out, err);
+    // --version is the version command as Linux tools spell it.
+    const std::string command = words[0] == "--version" ? "version" : words[0];
     const std::vector<std::string> rest(words.begin() + 1, words.end());
+    if (!IsCommand(command)) {
+        return Refuse("", (command[0] == '-' ? "unknown option " : "unknown command ") + command, err);
+    }
+    // `langmon COMMAND --help` wherever the --help stands: the other words
+    // may be what the user was getting wrong.
+    for (const std::string& word : rest) {
+        if (AsksForHelp(word)) return Help(command, out, err);
+    }
+    if (command == "help") {
+        if (rest.size() > 1) return Refuse(command, "one command at a time", err);
+        return Help(rest.empty() ? "" : rest[0], out, err);
+    }
+    if (command == "version") {
+        if (!rest.empty()) return Refuse(command, "unexpected " + rest[0], err);
+        out << "langmon " << LANGMON_VERSION << '\n';
+        return 0;
+    }
     std::string error;
     if (command == "print") {
         PrintOptions options;
@@ -94,14 +106,10 @@ int RunCommandLine(const std::vector<std::string>& words, std::ostream& out, std
         if (!MachineDescribed(command, err)) return 2;
         return RunStatus(options, out, err, interrupted);
     }
-    if (command == "decode") {
-        DecodeOptions options;
-        if (!ParseDecodeOptions(rest, &options, &error)) return Refuse(command, error, err);
-        if (!MachineDescribed(command, err)) return 2;
-        return RunDecode(options, out, err);
-    }
-    err << "langmon: unknown command " << platform::Printable(command) << '\n' << Usage;
-    return 2;
+    DecodeOptions options;
+    if (!ParseDecodeOptions(rest, &options, &error)) return Refuse(command, error, err);
+    if (!MachineDescribed(command, err)) return 2;
+    return RunDecode(options, out, err);
 }
 
 }  // namespace langmon::tool

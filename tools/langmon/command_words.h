@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,27 +12,52 @@ namespace langmon::tool {
 class CommandWords {
 public:
     CommandWords(const std::vector<std::string>& words, std::string* error) : words_(words), error_(error) {}
-    // The next word into `word`; false at the end.
+    // The next word into `word`; false at the end, or, with the reason in
+    // the error, when the option before was given a value with '=' that it
+    // does not take. "--name=value" is read as "--name", its value kept for
+    // Value(): every option that takes a value takes it either way.
     bool Next(std::string* word) {
+        if (attached_) {
+            *error_ = last_ + " takes no value";
+            broken_ = true;
+            return false;
+        }
         if (next_ >= words_.size()) return false;
         *word = words_[next_++];
+        const std::size_t equals = word->find('=');
+        if (word->rfind("--", 0) == 0 && equals != std::string::npos) {
+            attached_ = word->substr(equals + 1);
+            word->resize(equals);
+        }
+        last_ = *word;
         return true;
     }
-    // The value behind the option just read; false, with the reason in the
+    // The value of the option just read; false, with the reason in the
     // error, when the line ends first.
     bool Value(std::string* into) {
+        if (attached_) {
+            *into = std::move(*attached_);
+            attached_.reset();
+            return true;
+        }
         if (next_ >= words_.size()) {
-            *error_ = words_[next_ - 1] + " needs a value";
+            *error_ = last_ + " needs a value";
+            broken_ = true;
             return false;
         }
         *into = words_[next_++];
         return true;
     }
+    // Whether the words ended on an error rather than at the end of the line.
+    bool Broken() const { return broken_; }
 
 private:
     const std::vector<std::string>& words_;
     std::string* error_;
     std::size_t next_ = 0;
+    std::string last_;
+    std::optional<std::string> attached_;  // the value after '=' of the option just read
+    bool broken_ = false;
 };
 
 // Where a command's port leads and whose it is.

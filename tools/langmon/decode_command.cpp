@@ -2,6 +2,8 @@
 
 #include "answer_port_monitor.h"
 #include "json_document.h"
+#include "command_words.h"
+#include "error_words.h"
 #include "status_report.h"
 
 #include "acquisition/poll.h"
@@ -65,7 +67,9 @@ std::string StsProblem(const std::string& text) {
 bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* options,
                         std::string* error) {
     bool haveText = false;
-    for (const std::string& word : words) {
+    CommandWords reader(words, error);
+    std::string word;
+    while (reader.Next(&word)) {
         if (word == "--json") {
             options->json = true;
         } else if (word == "--variables") {
@@ -81,8 +85,9 @@ bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* op
             haveText = true;
         }
     }
+    if (reader.Broken()) return false;
     if (!haveText) {
-        *error = "which device ID? langmon decode DEVICE_ID";
+        *error = "no DEVICE_ID given";
         return false;
     }
     if (options->deviceId == "-") {
@@ -116,7 +121,7 @@ int RunDecode(const DecodeOptions& options, std::ostream& out, std::ostream& err
     char printerName[] = "langmon decode";
     HANDLE handle = nullptr;
     if (!monitor.OpenPortEx(portName, printerName, &handle, &lower)) {
-        err << "langmon decode: the port would not open, last error " << GetLastError() << '\n';
+        err << "langmon decode: the port could not be opened: " << ErrorWords(GetLastError()) << '\n';
         return 1;
     }
     auto* port = static_cast<PortContext*>(handle);

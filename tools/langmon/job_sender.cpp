@@ -1,5 +1,7 @@
 #include "job_sender.h"
 
+#include "error_words.h"
+
 #include "platform/clock.h"
 #include "platform/spooler_jobs.h"
 
@@ -33,7 +35,7 @@ std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block) {
 }  // namespace
 
 std::string CallOutcome(BOOL result, DWORD error) {
-    return result ? "ok" : "failed, last error " + std::to_string(error);
+    return result ? "ok" : "failed: " + ErrorWords(error);
 }
 
 SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
@@ -86,7 +88,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
             ++sent.writeCalls;
             const auto rest = static_cast<DWORD>(length - done);
             if (!monitor.WritePort(port, reinterpret_cast<LPBYTE>(block.data() + done), rest, &written)) {
-                sent.writeFailure = CallOutcome(FALSE, GetLastError());
+                sent.writeFailure = "WritePort " + CallOutcome(FALSE, GetLastError());
                 break;
             }
             // The spooler calls again with what was not taken.

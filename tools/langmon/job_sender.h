@@ -66,7 +66,8 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
                 const std::string& document, platform::InputFile& job, unsigned blockSize,
                 const PrinterTarget& printer, const SendWatch& watch);
 
-// "ok", or "failed, last error N".
+// "ok", or "failed: " and the error in words, e.g. "failed: the file was not
+// found (error 2)".
 std::string CallOutcome(BOOL result, DWORD error);
 
 }  // namespace langmon::tool

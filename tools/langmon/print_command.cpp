@@ -1,6 +1,7 @@
 #include "print_command.h"
 
 #include "client_view.h"
+#include "error_words.h"
 #include "job_progress_view.h"
 #include "job_report.h"
 #include "interruption.h"
@@ -108,8 +109,9 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
             return false;
         }
     }
+    if (reader.Broken()) return false;
     if (options->jobFile.empty()) {
-        *error = "which file? langmon print FILE";
+        *error = "no FILE given";
         return false;
     }
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
@@ -163,14 +165,17 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     ProgressLine progressLine(out, options.terminal && !options.json);
     HANDLE port = nullptr;
     BOOL ok = monitor.OpenPortEx(portName.data(), printerName.data(), &port, &lower);
-    Line(out, "OpenPortEx", CallOutcome(ok, GetLastError()));
+    const DWORD openError = GetLastError();
+    Line(out, "OpenPortEx", CallOutcome(ok, openError));
     outcome.jobFile = options.jobFile;
     outcome.portName = options.portName;
     outcome.printerName = printerName;
     outcome.target = target.Description();
     outcome.opened = ok != FALSE;
-    outcome.openError = GetLastError();
+    outcome.openError = openError;
     if (!ok) {
+        err << "langmon print: the port " << platform::Printable(portName)
+            << " could not be opened: " << ErrorWords(openError) << '\n';
         if (options.json) WritePrintJson(shown, outcome);
         return 1;
     }
@@ -188,6 +193,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     std::string stoppedBy = sent.stoppedBy;
     if (!sent.started) {
         Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", " + CallOutcome(FALSE, sent.startError));
+        err << "langmon print: the job could not be started: " << ErrorWords(sent.startError) << '\n';
     } else {
         std::ostringstream what;
         what << sent.writeCalls << (sent.writeCalls == 1 ? " call, " : " calls, ") << sent.taken << " of "
@@ -199,7 +205,10 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
         }
         Line(out, "WritePort", what.str());
         Line(out, "EndDocPort", CallOutcome(sent.ended, sent.endError));
-        exitCode = sent.ended ? exitCode : 1;
+        if (!sent.ended) {
+            err << "langmon print: the job could not be ended: " << ErrorWords(sent.endError) << '\n';
+            exitCode = 1;
+        }
         const auto jobNow = [&progress] {
             const std::vector<std::vector<uint8_t>> records = progress.Records();
             // Once no job prints, there is nothing to say of it.
@@ -294,6 +303,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     const DWORD closeError = GetLastError();
     closing.reset();
     Line(out, "ClosePort", CallOutcome(ok, closeError));
+    if (!ok) err << "langmon print: the port could not be closed: " << ErrorWords(closeError) << '\n';
     report();
     if (options.json) {
         outcome.closed = ok != FALSE;

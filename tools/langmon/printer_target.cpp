@@ -3,9 +3,12 @@
 #include "file_port_monitor.h"
 
 #include "emulator/printer_description.h"
+#include "manager/manager_link.h"
+#include "manager/status_driver.h"
 #include "platform/spooler_jobs.h"
 #include "platform/spooler_printers.h"
 #include "platform/text.h"
+#include "platform/user_input.h"
 
 #include <algorithm>
 #include <string_view>
@@ -120,13 +123,27 @@ std::string AddStandInQueue(const std::string& portName, const std::string& mode
     return name;
 }
 
-std::string NoClientReason(const std::string& printerName) {
+std::string StatusClientProblem(const std::string& printerName) {
     HANDLE printer = nullptr;
     if (!OpenPrinterA(const_cast<LPSTR>(printerName.c_str()), &printer, nullptr)) {
-        return "the machine has no printer of that name (see LANGMON_REGISTRY)";
+        return "the machine has no printer named \"" + platform::Printable(printerName) + "\" (see LANGMON_REGISTRY)";
     }
     ClosePrinter(printer);
-    return "its driver is not one of the known models, or has no status key";
+    // The monitor binds a client only for a driver of a known model that has
+    // a status key: ask what it asks.
+    ManagerLink link{};
+    if (ReadLinkModel(printerName.c_str(), &link) == 0) {
+        return "the driver of printer \"" + platform::Printable(printerName) + "\" is not one of the known models";
+    }
+    if (DriverHasStatusKey(printerName.c_str()) == 0) {
+        return "the driver of printer \"" + platform::Printable(printerName) + "\" has no status key";
+    }
+    return "";
+}
+
+std::string NoClientReason(const std::string& printerName) {
+    const std::string problem = StatusClientProblem(printerName);
+    return problem.empty() ? "the status manager holds nothing for it" : problem;
 }
 
 }  // namespace langmon::tool

@@ -77,7 +77,12 @@ std::string PrinterOnPort(const std::string& portName);
 // as it would on a machine set up for it. Returns the queue's name.
 std::string AddStandInQueue(const std::string& portName, const std::string& model);
 
-// Why a printer has no client: what the machine says of its queue.
+// Empty when the monitor would give the printer a status client: the machine
+// has a queue of that name, whose driver is of a known model and has a
+// status key. Otherwise which of these it lacks.
+std::string StatusClientProblem(const std::string& printerName);
+
+// Why a printer's client holds nothing: what the machine says of its queue.
 std::string NoClientReason(const std::string& printerName);
 
 }  // namespace langmon::tool

@@ -1,6 +1,7 @@
 #include "status_command.h"
 
 #include "client_view.h"
+#include "error_words.h"
 #include "interruption.h"
 #include "job_sender.h"
 #include "json_document.h"
@@ -402,6 +403,7 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             return false;
         }
     }
+    if (reader.Broken()) return false;
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
         *error = problem;
         return false;
@@ -449,6 +451,13 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
         printerName = AddStandInQueue(options.portName, model);
         standIn = " (a queue of the command's own: the machine has none on the port)";
     }
+    // Without a client there is nothing to show; a mistyped name is the
+    // common cause, and the view would be empty with no word of why.
+    if (const std::string problem = StatusClientProblem(printerName); !problem.empty()) {
+        err << "langmon status: no status client: " << problem << '\n';
+        if (!standIn.empty()) platform::RemovePrinterQueue(printerName);
+        return 1;
+    }
     if (!options.json) {
         out << "langmon status of printer \"" << platform::Printable(printerName) << "\"" << standIn << " on port "
             << platform::Printable(options.portName) << ", " << platform::Printable(target.Description()) << '\n';
@@ -456,7 +465,8 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
     std::string portName = options.portName;
     HANDLE port = nullptr;
     if (!monitor.OpenPortEx(portName.data(), printerName.data(), &port, target.Lower())) {
-        err << "langmon status: OpenPortEx " << CallOutcome(FALSE, GetLastError()) << '\n';
+        err << "langmon status: the port " << platform::Printable(options.portName)
+            << " could not be opened: " << ErrorWords(GetLastError()) << '\n';
         return 1;
     }
     int exitCode = 0;
@@ -504,7 +514,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
         closing.emplace("the port is left without the printer's report of the job's end");
     }
     if (!monitor.ClosePort(port)) {
-        err << "langmon status: ClosePort " << CallOutcome(FALSE, GetLastError()) << '\n';
+        err << "langmon status: the port could not be closed: " << ErrorWords(GetLastError()) << '\n';
         exitCode = 1;
     }
     // The machine is left as the command found it.
