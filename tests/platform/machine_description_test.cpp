@@ -7,7 +7,6 @@
 #include "support/platform_fixture.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,8 +19,7 @@ using Typed = std::pair<DWORD, std::vector<BYTE>>;
 
 // The sample description that ships in examples/.
 std::string ExampleMachine() {
-    const auto here = std::filesystem::path(__FILE__).parent_path();
-    return (here / "../../examples/machine.reg").lexically_normal().string();
+    return LANGMON_EXAMPLES "/machine.reg";
 }
 
 // A key line whose path is `depth` keys deep.
