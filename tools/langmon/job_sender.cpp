@@ -129,6 +129,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
         }
     }
     if (watch.progress != nullptr) watch.progress->Clear();
+    if (watch.ending) watch.ending();
     sent.ended = monitor.EndDocPort(port);
     sent.endError = sent.ended ? 0 : GetLastError();
     platform::RemoveJob(printerName, jobId);

@@ -48,8 +48,10 @@ struct SendWatch {
     // Why the printer can't go on, as the monitor last found it (see
     // StoppingCondition); empty while it can. None: never stopped.
     std::function<std::string()> stoppedBy;
-    // Called once StartDocPort has returned, before any write.
+    // Called once StartDocPort has returned, before any write, and just
+    // before EndDocPort.
     std::function<void()> started;
+    std::function<void()> ending;
     // Where a wait is said before it begins; none: not said.
     std::ostream* out = nullptr;
     // Where the bytes sent so far are shown; none: not shown.

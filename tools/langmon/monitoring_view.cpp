@@ -78,13 +78,15 @@ std::string StoppingCondition(PortContext* port) {
     return condition;
 }
 
-FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs, DWORD stoppedLimitMs,
+FollowStart FollowFromNow() { return FollowStart{polls.load(), GetTickCount()}; }
+
+FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart from, DWORD limitMs, DWORD stoppedLimitMs,
                                const std::atomic<bool>& stop, ProgressLine& progress,
                                const std::function<std::string()>& jobNow) {
     FollowOutcome outcome;
     if (!HasPortFlag(port, PF_STATUS_ALIVE)) return outcome;
-    const DWORD start = GetTickCount();
-    unsigned seen = polls.load();
+    const DWORD start = from.tick;
+    unsigned seen = from.polls;
     unsigned passes = 0;
     // Since when the printer has stood stopped with the job at it, and with
     // what the client last heard of the job then: a page printed is going on.

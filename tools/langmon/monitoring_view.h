@@ -31,6 +31,15 @@ inline constexpr DWORD StoppedPrinterLimitMs = 10000;
 // not answer"); empty while nothing does.
 std::string StoppingCondition(PortContext* port);
 
+// Where following begins: the polls counted so far and the tick then. Taken
+// before the job's end, whose release of the port the thread may meet with
+// a poll at once, before the command has begun to follow it.
+struct FollowStart {
+    unsigned polls = 0;
+    DWORD tick = 0;
+};
+FollowStart FollowFromNow();
+
 // How following the status thread ended.
 struct FollowOutcome {
     // The condition that held the printer still with the job at it for
@@ -38,12 +47,12 @@ struct FollowOutcome {
     std::string stoppedBy;
 };
 
-// Follows the port's status thread until it ends, `limitMs` have passed,
+// Follows the port's status thread from `from` until it ends, `limitMs` have passed,
 // the printer has stood stopped with the job at it for `stoppedLimitMs`, or
 // `stop` is set: one line per poll, with the client's latest word on the job
 // from `jobNow` when it has one, and that word on `progress` between polls.
 // Nothing when the port has no thread.
-FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, DWORD limitMs, DWORD stoppedLimitMs,
+FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart from, DWORD limitMs, DWORD stoppedLimitMs,
                                const std::atomic<bool>& stop, ProgressLine& progress,
                                const std::function<std::string()>& jobNow);
 

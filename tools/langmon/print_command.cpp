@@ -186,6 +186,8 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     SendWatch watch{interrupted};
     watch.stoppedBy = [context] { return StoppingCondition(context); };
     watch.started = [&] { Line(out, "StartDocPort", "job " + std::to_string(jobId) + ", ok"); };
+    FollowStart followFrom;
+    watch.ending = [&followFrom] { followFrom = FollowFromNow(); };
     watch.out = &out;
     watch.progress = &progressLine;
     const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, watch);
@@ -215,7 +217,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
             const std::string text = records.empty() ? std::string() : JobRecordText(records.back());
             return text == "no job printing" ? std::string() : text;
         };
-        const FollowOutcome followed = FollowMonitoring(out, context, MonitoringLimitMs, StoppedPrinterLimitMs,
+        const FollowOutcome followed = FollowMonitoring(out, context, followFrom, MonitoringLimitMs, StoppedPrinterLimitMs,
                                                         interrupted, progressLine, jobNow);
         if (stoppedBy.empty()) stoppedBy = followed.stoppedBy;
     }

@@ -85,7 +85,7 @@ PrinterCondition ConditionOfStatus(uint32_t word1, uint32_t word2) {
     if ((word1 & NotReadWord) != 0) return {"not-read", "not read yet", {}, {}, {}};
     // All words clear is what the monitor leaves once it no longer follows
     // the printer; printing, whose bit is the job-on-port bit, is not it.
-    if (word1 == 0 && word2 == 0) return {"none", "nothing to report", {}, {}, {}};
+    if (word1 == 0 && word2 == 0) return {"none", "monitoring is off", {}, {}, {}};
     for (const ConditionRow& row : ConditionRows) {
         const ConditionStatus status = StatusOfCondition(row.condition);
         // A job on the port adds its bit to any of them.
