@@ -18,7 +18,8 @@ constexpr const char* PrinterOptions =
     "                        USB001 to USB128 two-way if the machine describes\n"
     "                        them as USB ports\n"
     "  --printer-name NAME   the spooler's printer queue; by default the machine's\n"
-    "                        queue on the port\n";
+    "                        queue on the port, or else \"langmon\", a queue of\n"
+    "                        the command's own for the emulated printer\n";
 
 constexpr const char* DescriptionHelp =
     "DESCRIPTION is a comma-separated list of KEY=VALUE settings and fault words;\n"
@@ -180,8 +181,8 @@ constexpr const char* GeneralEnd =
     "\n"
     "Exit status: 0 success; 1 the command failed (each command's help says\n"
     "when); 2 a wrong command line or a refused printer or machine description;\n"
-    "130 or 143 a job or a wait cut short by SIGINT or SIGTERM (a watch that\n"
-    "Ctrl-C ends exits 0).\n";
+    "3 the printer stopped with the job (print); 130 or 143 a job or a wait cut\n"
+    "short by SIGINT or SIGTERM (a watch that Ctrl-C ends exits 0).\n";
 
 }  // namespace
 

@@ -1,8 +1,10 @@
 #include "file_port_monitor.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace langmon::tool {
 
@@ -10,14 +12,17 @@ namespace {
 
 std::string outputPath;
 
+constexpr DWORD ErrorWriteFault = 29;
+constexpr DWORD ErrorDiskFull = 112;
+
 struct FilePort {
-    std::FILE* file = nullptr;
+    int file = -1;
     bool documentOpen = false;
 };
 
 BOOL OpenFilePort(LPSTR, PHANDLE handle) {
-    std::FILE* file = std::fopen(outputPath.c_str(), "wb");
-    if (file == nullptr) {
+    const int file = ::open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0) {
         SetLastError(errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_FILE_NOT_FOUND);
         return FALSE;
     }
@@ -38,8 +43,18 @@ BOOL WriteFilePort(HANDLE handle, LPBYTE data, DWORD length, LPDWORD written) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }
-    *written = static_cast<DWORD>(std::fwrite(data, 1, length, port->file));
-    return *written == length ? TRUE : FALSE;
+    // Written through at once, not buffered: a full disk or a broken device
+    // is the job's failure, told by the call that met it.
+    while (*written < length) {
+        const ssize_t done = ::write(port->file, data + *written, length - *written);
+        if (done < 0 && errno == EINTR) continue;
+        if (done <= 0) {
+            SetLastError(done < 0 && errno == ENOSPC ? ErrorDiskFull : ErrorWriteFault);
+            return FALSE;
+        }
+        *written += static_cast<DWORD>(done);
+    }
+    return TRUE;
 }
 
 BOOL ReadFilePort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
@@ -50,13 +65,12 @@ BOOL ReadFilePort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
 BOOL EndFileDoc(HANDLE handle) {
     auto* port = static_cast<FilePort*>(handle);
     port->documentOpen = false;
-    std::fflush(port->file);
     return TRUE;
 }
 
 BOOL CloseFilePort(HANDLE handle) {
     auto* port = static_cast<FilePort*>(handle);
-    std::fclose(port->file);
+    ::close(port->file);
     delete port;
     return TRUE;
 }

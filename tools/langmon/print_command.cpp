@@ -152,7 +152,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
         queueNote = " (a queue of the command's own: the machine has none on the port)";
     } else if (printerName.empty()) {
         printerName = "langmon";
-        queueNote = " (not a queue of the machine: no status client, so no PJL around the job)";
+        queueNote = " (not a queue of the machine: no status client, so no PJL header)";
     }
     out << "langmon print " << platform::Printable(options.jobFile) << " to " << platform::Printable(target.Description())
         << ",\n  on port " << platform::Printable(options.portName) << " of printer \"" << platform::Printable(printerName)
@@ -263,7 +263,11 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
             out << "  nothing: " << (clientProblem.empty() ? NoClientReason(printerName) : clientProblem) << '\n';
         } else {
             WriteView(out, DescribePrinter(ValueFacts(clientView), ViewScope::Client));
-            if (options.variables) WriteVariables(out, "the client's variables, in hex:", clientView);
+            if (options.variables) {
+                std::ostringstream variables;
+                WriteVariables(variables, "the client's variables, in hex:", clientView);
+                out << Indented(variables.str(), "  ");
+            }
         }
         if (progress.Problem().empty()) {
             out << "  the job, as the client followed it:\n";
