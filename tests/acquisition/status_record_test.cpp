@@ -41,20 +41,7 @@ std::vector<uint8_t> NoPaper(uint16_t binId, uint16_t size, uint8_t type) {
     return v;
 }
 
-class StatusRecordTest : public AcquisitionTest {
-protected:
-    // PrinterOptConfig as id/subId/value triples, after the count.
-    std::vector<uint32_t> Options() {
-        std::vector<uint32_t> out;
-        const auto* v = static_cast<const uint8_t*>(Var("PrinterOptConfig")->Value);
-        for (uint32_t i = 0; v != nullptr && i < Word("PrinterOptConfig"); ++i) {
-            OptionEntry e;
-            std::memcpy(&e, v + 4 + 8 * i, sizeof e);
-            out.insert(out.end(), {e.OptionId, e.OptionSubId, e.OptionValue});
-        }
-        return out;
-    }
-};
+using StatusRecordTest = AcquisitionTest;
 
 // The lowest Condition wins, with the exceptions the printer's states need.
 // Each case changes the ready record in the status code, the cover word, the
@@ -193,26 +180,6 @@ TEST_F(StatusRecordTest, TraysFillTheEntriesWithoutGapsAndTheFeederIsFoundById) 
         EXPECT_EQ(Word("CurrentFeeder"), c.feeder);
         EXPECT_EQ(Bytes("ErrNoPaper2", 8), c.noPaper);
     }
-}
-
-// The first entry stays first; in a list that isn't ascending an id goes in
-// front of the first smaller one that follows one at least as large.
-TEST_F(StatusRecordTest, OptionsKeepTheirPlaceAndComeOnce) {
-    ASSERT_EQ(Var("PrinterOptConfig")->Value, nullptr);
-    EXPECT_EQ(AddOption(8001, 8001, 0, port), 1);
-    EXPECT_EQ(AddOption(1, 1, 0, port), 1);
-    EXPECT_EQ(AddOption(3001, 3001, 5, port), 1);
-    EXPECT_EQ(Options(), (std::vector<uint32_t>{8001, 8001, 0, 3001, 3001, 5, 1, 1, 0}));
-    EXPECT_EQ(AddOption(3001, 3001, 6, port), 0);
-    EXPECT_EQ(RemoveOption(3001, 1, port), 0);
-    EXPECT_EQ(RemoveOption(8001, 8001, port), 1);
-    EXPECT_EQ(Options(), (std::vector<uint32_t>{3001, 3001, 5, 1, 1, 0}));
-    StatusRecord r = ReadyRecord();
-    for (int i = 0; i < 4; ++i) r.SupplyWord[i] &= ~0x20;  // no toner fitted
-    r.OptionWord = 0x0080;
-    Apply(r);
-    EXPECT_EQ(Word("PrinterOptConfig"), 0u);
-    EXPECT_EQ(Options(), (std::vector<uint32_t>{}));
 }
 
 // The rows a status record can change, by name.

@@ -42,7 +42,7 @@ void Finish(HANDLE thread) {
     CloseHandle(thread);
 }
 
-TEST_F(ThreadThrottleTest, FirstUseWritesTheDefaultsAndHoldsTheThreadForTheInterval) {
+TEST_F(ThreadThrottleTest, FirstUseWritesTheDefaultsWhereTheKeyIsAndHoldsTheThreadForTheInterval) {
     DWORD startedAt = 0;
     HANDLE thread = StartNoted(&startedAt);
     EXPECT_EQ(Elapsed(), 50u) << "the caller is held up for the interval";
@@ -51,6 +51,15 @@ TEST_F(ThreadThrottleTest, FirstUseWritesTheDefaultsAndHoldsTheThreadForTheInter
     EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval"),
               50u);
     EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag"), 3u);
+
+    // Without the key: the same defaults, and the key is not created.
+    platform::ClearRegistry();
+    ForgetThrottleSettings();
+    const DWORD now = GetTickCount();
+    Finish(StartNoted(&startedAt));
+    EXPECT_EQ(startedAt, now + 50);
+    EXPECT_EQ(GetTickCount(), now + 50);
+    EXPECT_FALSE(platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, ThrottleKey));
 }
 
 TEST_F(ThreadThrottleTest, SettingsComeFromTheRegistryOncePerProcess) {
@@ -84,15 +93,6 @@ TEST_F(ThreadThrottleTest, AStoredValueOfAllOnesIsReadAgainAtEachStart) {
     const DWORD now = GetTickCount();
     Finish(StartNoted(&startedAt));
     EXPECT_EQ(startedAt, now) << "read again: now the thread runs at once";
-}
-
-TEST_F(ThreadThrottleTest, AMissingKeyGivesTheDefaultsAndIsNotCreated) {
-    platform::ClearRegistry();
-    DWORD startedAt = 0;
-    Finish(StartNoted(&startedAt));
-    EXPECT_EQ(Elapsed(), 50u);
-    EXPECT_EQ(startedAt, TestStartTick + 50);
-    EXPECT_FALSE(platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, ThrottleKey));
 }
 
 TEST_F(ThreadThrottleTest, ACallerThatAsksForASuspendedThreadResumesItItself) {

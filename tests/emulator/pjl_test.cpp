@@ -25,47 +25,6 @@ protected:
     }
 };
 
-TEST_F(PjlTest, FramedJobArrivesInPiecesOfAnySize) {
-    const std::string header = JobHeader(IdA);
-    const std::string trailer = JobTrailer(IdB);
-    ASSERT_EQ(header.size(), 136u);
-    ASSERT_EQ(trailer.size(), 51u);
-    ASSERT_EQ(JobTrailer(IdB, true).size(), 61u);
-    const std::string job = header + "Page one\r\n\fPage two\r\n\fPage three\r\n" + trailer;
-
-    std::vector<std::string> wholeReports;
-    for (size_t piece : {job.size(), size_t{1}, size_t{2}, size_t{5}, size_t{9}, size_t{64}}) {
-        SCOPED_TRACE(testing::Message() << "pieces of " << piece);
-        Printer printer;
-        for (size_t at = 0; at < job.size(); at += piece) {
-            ASSERT_EQ(printer.Write(std::string_view(job).substr(at, piece)), std::min(piece, job.size() - at));
-        }
-        Sleep(9000);
-        EXPECT_EQ(printer.Received(), job);
-        const std::vector<JobRecordOfPrinter> jobs = printer.Jobs();
-        ASSERT_EQ(jobs.size(), 1u);
-        EXPECT_EQ(jobs[0].name, IdA);
-        EXPECT_EQ(jobs[0].endName, IdB);
-        EXPECT_TRUE(jobs[0].finished);
-        EXPECT_EQ(jobs[0].pagesPrinted, 3u);
-
-        // Apart from device reports, which follow the engine: the status,
-        // the start, three pages with their figures, the end.
-        const std::vector<std::string> reports = Said(printer, false);
-        ASSERT_EQ(reports.size(), 9u);
-        EXPECT_TRUE(reports[0].starts_with("@PJL INFO STATUS\r\n"));
-        EXPECT_EQ(reports[1], "@PJL USTATUS JOB\r\nSTART\r\nNAME=\"" + std::string(IdA) + "\"\r\n\f");
-        for (uint32_t page = 1; page <= 3; ++page) {
-            EXPECT_EQ(reports[2 * page], "@PJL USTATUS PAGE\r\n" + std::to_string(page) + "\r\n\f");
-            EXPECT_TRUE(HasLine(reports[2 * page + 1], "BWPAGE=1")) << reports[2 * page + 1];
-        }
-        EXPECT_TRUE(reports[8].starts_with("@PJL USTATUS JOB\r\nEND\r\nNAME=\"" + std::string(IdB) + "\"\r\n"));
-        EXPECT_FALSE(HasLine(reports[8], "CANCELED"));
-        if (wholeReports.empty()) wholeReports = reports;
-        EXPECT_EQ(reports, wholeReports);
-    }
-}
-
 // `eof`: the trailer that ends a PostScript program first; a program it cuts
 // short is reported aborted by the host, and not as cancelled.
 TEST_F(PjlTest, EveryKindOfDataEndsItsJobAndCountsItsPages) {
@@ -109,53 +68,6 @@ TEST_F(PjlTest, EveryKindOfDataEndsItsJobAndCountsItsPages) {
         EXPECT_EQ(HasLine(end, "RESULT=HOST_CALCELED"), c.aborted) << end;
         EXPECT_FALSE(HasLine(end, "CANCELED")) << end;
     }
-}
-
-TEST_F(PjlTest, FiguresAddUpTheWayTheHostSumsThem) {
-    PrinterState state = PrinterState::Default();
-    state.colorCoverage = {10, 20, 30, 40};
-    state.monoCoverage = 8;
-    Printer printer(state);
-    printer.Write(JobHeader(IdA) +
-                  "%!PS-Adobe-3.0\n1 0 0 setrgbcolor (red) show showpage\n0 setgray (black) show showpage\n"
-                  "%%EOF\n" +
-                  JobTrailer(IdA));
-    Sleep(2 * state.pageTimeMs);
-
-    // The host adds up the figure reports; an END's own figures it passes over.
-    uint32_t colorPages = 0, bwPages = 0;
-    std::array<uint32_t, 4> sums{};
-    const std::vector<std::string> reports = Said(printer, false);
-    for (const std::string& report : reports) {
-        if (!report.starts_with("@PJL USTATUS JOB") || HasLine(report, "END")) continue;
-        uint32_t color = 0;
-        std::array<uint32_t, 4> coverage{};
-        for (const std::string& line : Lines(report)) {
-            if (line.starts_with("COLORPAGE=")) color = std::stoul(line.substr(10));
-            if (line.starts_with("COVERAGE ")) coverage.at(std::string_view("CMYK").find(line[9])) = std::stoul(line.substr(11));
-            if (line.starts_with("BWPAGE=")) {
-                const uint32_t bw = std::stoul(line.substr(7));
-                colorPages += color;
-                bwPages += bw;
-                for (size_t i = 0; i < 3; ++i) sums[i] += coverage[i] * color;
-                sums[3] += coverage[3] * (color + bw);
-            }
-        }
-    }
-    EXPECT_EQ(colorPages, 1u);
-    EXPECT_EQ(bwPages, 1u);
-    EXPECT_EQ(sums, (std::array<uint32_t, 4>{10, 20, 30, 48}));
-
-    const std::string& end = reports.back();
-    ASSERT_TRUE(end.starts_with("@PJL USTATUS JOB\r\nEND\r\n")) << end;
-    EXPECT_NE(end.find("COLORPAGE=1\r\n"          // one colour page
-                       "COVERAGE C=10\r\n"        // over the colour pages
-                       "COVERAGE M=20\r\n"
-                       "COVERAGE Y=30\r\n"
-                       "COVERAGE K=24\r\n"        // over all pages: (40 + 8) / 2
-                       "BWPAGE=1\r\n"),           // last, closing the figures
-              std::string::npos)
-        << end;
 }
 
 // A back channel that drops the job reports: the job prints and the page

@@ -353,29 +353,6 @@ TEST_F(PortTest, PowerOffAndOnWarmsUpFirst) {
     EXPECT_EQ(ReadAll(), "");
 }
 
-TEST_F(PortTest, JobCancelledAtThePanel) {
-    Printer& printer = Connect();
-    ASSERT_TRUE(StartDoc());
-    Send(JobHeader(IdA) + Pages(10));
-    Sleep(7000);
-    EXPECT_EQ(PagesPrinted(), 2u);
-    printer.CancelAtPanel();
-    EXPECT_EQ(Sts().code(), 0x0400u);  // cancelling
-    Send(JobTrailer(IdB));
-    std::string end;
-    for (const std::string& response : Responses(ReadAll())) {
-        if (response.starts_with("@PJL USTATUS JOB")) end = response;
-    }
-    EXPECT_EQ(LayoutProblem(end), "");
-    EXPECT_TRUE(end.starts_with("@PJL USTATUS JOB\r\nEND\r\nNAME=\"" + std::string(IdB) + "\"\r\n")) << end;
-    EXPECT_NE(end.find("\r\nCANCELED\r\n"), std::string::npos) << end;
-    EXPECT_EQ(end.find("HOST_CALCELED"), std::string::npos) << end;
-    Sleep(30000);
-    EXPECT_EQ(PagesPrinted(), 2u);
-    EXPECT_EQ(printer.Jobs()[0].result, JobResult::CancelledAtPanel);
-    EXPECT_EQ(Sts().code(), 0x0F01u);
-}
-
 TEST_F(PortTest, FiftyPagesCostVirtualTimeOnly) {
     const auto realStart = std::chrono::steady_clock::now();
     Printer& printer = Connect();

@@ -70,41 +70,6 @@ protected:
 // All but the 80 bytes the delay line keeps for the trailer.
 std::string Passed(const std::string& job) { return job.substr(0, job.size() - 80); }
 
-// A port that takes part of the header holds the data back until the rest is
-// out; then the header goes once, ahead of the data.
-TEST_F(JobDataTest, TheHeaderGoesAheadOfTheFirstDataAndOnlyThere) {
-    PortContext* port = Started();
-    const std::string id = port->jobIdentifier;
-    const std::string job = "%!PS-Adobe-3.0\n" + std::string(200, 'a') + "showpage\n";
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(10));
-    DWORD written = 7;
-    ASSERT_TRUE(Write(port, job, &written));
-    EXPECT_EQ(written, 0u);
-    EXPECT_TRUE(HasPortFlag(port, PF_HEADER_DUE | PF_HEADER_SENT));
-    EXPECT_EQ(port->pendingLength, 126u);
-    EXPECT_EQ(Send(port, job, 100), job.size());
-    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE));
-    EXPECT_TRUE(HasPortFlag(port, PF_HEADER_SENT));
-    ASSERT_EQ(ExpectedHeader(id).size(), 136u);
-    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + Passed(job));
-    EXPECT_STREQ(port->jobListTail->StartIdentifier, id.c_str());
-    EXPECT_TRUE(EndDocPort(port));
-}
-
-TEST_F(JobDataTest, AJobsLeadingUelIsTakenOnceForTheHeadersOwn) {
-    PortContext* port = Started();
-    const std::string job = Uel + "@PJL JOB NAME=\"mine\"\r\n" + std::string(100, 'b') + Uel;
-    DWORD written = 0;
-    ASSERT_TRUE(Write(port, job, &written));
-    EXPECT_EQ(written, 9u);
-    EXPECT_EQ(Received("LPT1"), ExpectedHeader(port->jobIdentifier));
-    EXPECT_FALSE(HasPortFlag(port, PF_HEADER_DUE));
-    // The rest goes down whole, its own UEL at the end too.
-    EXPECT_EQ(Send(port, job.substr(9)), job.size() - 9);
-    EXPECT_TRUE(EndDocPort(port));
-    EXPECT_EQ(Received("LPT1").substr(136, job.size() - 9), job.substr(9));
-}
-
 TEST_F(JobDataTest, AnAnsweringPrinterOfNoKnownModelGetsNoHeader) {
     PortContext* port = Open("LPT1");
     GiveClient(port);
@@ -238,41 +203,6 @@ TEST_F(JobDataTest, EcpPortsTakeAtMost4096BytesACallUsbPortsAllAtOnce) {
     EXPECT_EQ(Received("USB001"), job);
     EXPECT_TRUE(EndDocPort(ecp));
     EXPECT_TRUE(EndDocPort(usb));
-}
-
-// The delay line of the other ports, call by call.
-TEST_F(JobDataTest, TheDelayLineHoldsTheLast80BytesAndPassesTheRestInOrder) {
-    PortContext* port = Open("LPT1");
-    ASSERT_TRUE(Start(port));
-    std::string job(400, '\0');
-    for (std::size_t i = 0; i < job.size(); ++i) job[i] = static_cast<char>('A' + i % 50);
-    DWORD written = 0;
-
-    ASSERT_TRUE(Write(port, job.substr(0, 50), &written));
-    EXPECT_EQ(written, 50u);
-    EXPECT_EQ(Received("LPT1"), "") << "a short start is all held";
-
-    // 81 bytes behind a full line: the port takes the line's 80, then 1.
-    ASSERT_TRUE(Write(port, job.substr(50, 30), &written));
-    EXPECT_EQ(written, 30u);
-    lower.Port("LPT1").QueueWrite(WriteAnswer::TakeAll());
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(1));
-    ASSERT_TRUE(Write(port, job.substr(80, 81), &written));
-    EXPECT_EQ(written, 81u);
-    EXPECT_EQ(Received("LPT1"), job.substr(0, 81));
-
-    // A port that takes nothing leaves the line as it was.
-    lower.Port("LPT1").QueueWrite(WriteAnswer::TakeNothing());
-    ASSERT_TRUE(Write(port, job.substr(161, 100), &written));
-    EXPECT_EQ(written, 0u);
-    // One that takes part of the line lets as much of the block in.
-    lower.Port("LPT1").QueueWrite(WriteAnswer::Take(30));
-    ASSERT_TRUE(Write(port, job.substr(161, 100), &written));
-    EXPECT_EQ(written, 30u);
-    EXPECT_EQ(Send(port, job.substr(191)), job.size() - 191);
-    EXPECT_EQ(Received("LPT1"), job.substr(0, 320));
-    EXPECT_EQ(std::string(port->dataTail, 80), job.substr(320));
-    EXPECT_TRUE(EndDocPort(port));
 }
 
 }  // namespace

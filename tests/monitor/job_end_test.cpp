@@ -8,39 +8,18 @@
 #include "platform/spooler_jobs.h"
 #include "variables/status_variable.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace langmon {
 namespace {
 
 using testing::CallKind;
-using testing::ExpectedHeader;
 using testing::ExpectedTrailer;
 using testing::JobRoadTest;
 using testing::Uel;
 using testing::WriteAnswer;
 
 const std::string PostScriptJob = "%!PS-Adobe-3.0\n" + std::string(185, 'p');
-
-TEST_F(JobRoadTest, TheLast80BytesLeaveWithTheTrailerInOneWrite) {
-    PortContext* port = Open("LPT1");
-    GiveClient(port);
-    ASSERT_TRUE(Start(port));
-    const std::string id = port->jobIdentifier;
-    Send(port, PostScriptJob);
-    ASSERT_TRUE(EndDocPort(port));
-    const auto writes = lower.Port("LPT1").Calls(CallKind::WritePort);
-    ASSERT_FALSE(writes.empty());
-    EXPECT_EQ(writes.back().bytes, PostScriptJob.substr(120) + ExpectedTrailer(id));
-    EXPECT_EQ(writes.back().bytes.size(), 131u);
-    EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob + ExpectedTrailer(id));
-    // The printer works on; its reports will end the job.
-    ASSERT_NE(port->jobListHead, nullptr);
-    EXPECT_STREQ(port->jobListHead->EndIdentifier, id.c_str());
-    EXPECT_FALSE(HasPortFlag(port, PF_JOB_ACTIVE));
-    EXPECT_EQ(port->jobOpen, 0u);
-}
 
 TEST_F(JobRoadTest, TheTrailerNamesTheHeadersJobOnlyWhenTheDataNamedItToo) {
     PortContext* port = Open("LPT1");
@@ -86,28 +65,6 @@ TEST_F(JobRoadTest, AJobWithoutDataLeavesNothingBehind) {
     ASSERT_NE(queue, nullptr);
     EXPECT_EQ(queue->Value, nullptr);
     EXPECT_EQ(queue->Dirty, 0u);
-}
-
-// A job cut short (its printer gone silent, a cancel at the host) has its
-// data swallowed from the cut on. What the spooler handed over before the
-// cut still goes: the bytes the delay line holds leave with the trailer, and
-// only the job's own, however few.
-TEST_F(JobRoadTest, ADiscardedJobStillSendsWhatCameBeforeTheCut) {
-    PortContext* port = Open("LPT1");
-    GiveClient(port);
-    auto& below = lower.Port("LPT1");
-    for (const std::size_t cut : {150, 30}) {
-        ASSERT_TRUE(Start(port));
-        const std::string id = port->jobIdentifier;
-        below.ForgetCalls();
-        Send(port, PostScriptJob.substr(0, cut));
-        SetPortFlag(port, PF_DISCARD | PF_JOB_GONE);
-        Send(port, PostScriptJob.substr(cut));
-        ASSERT_TRUE(EndDocPort(port));
-        EXPECT_EQ(Received("LPT1"), ExpectedHeader(id) + PostScriptJob.substr(0, cut) + ExpectedTrailer(id));
-        EXPECT_EQ(below.Calls(CallKind::WritePort).back().bytes.size(), std::min<std::size_t>(cut, 80) + 51);
-        EXPECT_FALSE(HasPortFlag(port, PF_JOB_GONE));
-    }
 }
 
 TEST_F(JobRoadTest, AResetJobGetsNoTrailerHere) {

@@ -49,6 +49,7 @@ protected:
 
 TEST_F(JobPassThroughTest, AJobOpensItsDocumentBelowAndItsBytesGoThrough) {
     PortContext* port = Open("COM1");
+    const DWORD t0 = GetTickCount();
     ASSERT_TRUE(Start(port, 1, &doc1));
     EXPECT_TRUE(HasPortFlag(port, PF_JOB_ACTIVE | PF_DOC_OPEN));
     EXPECT_EQ(port->jobOpen, 1u);
@@ -67,8 +68,11 @@ TEST_F(JobPassThroughTest, AJobOpensItsDocumentBelowAndItsBytesGoThrough) {
     EXPECT_EQ(starts[0].jobId, 12u);
     EXPECT_EQ(starts[0].level, 1u);
     EXPECT_EQ(starts[0].docName, "letter");
-    EXPECT_EQ(below.Count(CallKind::EndDocPort), 1);
+    const auto ends = below.Calls(CallKind::EndDocPort);
+    ASSERT_EQ(ends.size(), 1u);
     // A serial port gets 100 ms before the document starts and after it ends.
+    EXPECT_EQ(starts[0].tick - t0, 100u);
+    EXPECT_EQ(ends[0].tick - t0, 100u);
     EXPECT_EQ(Elapsed(), 200u);
     EXPECT_TRUE(ClosePort(port));
 }

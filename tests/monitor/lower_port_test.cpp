@@ -233,22 +233,6 @@ TEST_F(LowerPortTest, AUsbDocumentStartSetsTheTimeOutsAndKeepsTheStartsLastError
     EXPECT_EQ(below.CallKinds(), (Kinds{CallKind::StartDocPort}));
 }
 
-TEST_F(LowerPortTest, SerialPortsPauseBeforeAStartAndAfterAnEnd) {
-    PortContext* com = Open("COM1");
-    const DWORD t0 = GetTickCount();
-    EXPECT_EQ(OpenPseudoDocument(com) + LowerEndDoc(com), 2);
-    EXPECT_EQ(GetTickCount() - t0, 200u);
-    const auto calls = Below(com).Calls();
-    ASSERT_EQ(calls.size(), 2u) << lower.Log();
-    EXPECT_EQ(calls[0].tick - t0, 100u);  // the start came after the pause
-    EXPECT_EQ(calls[1].tick - t0, 100u);  // the end came before it
-
-    // Other ports don't wait.
-    const DWORD t1 = GetTickCount();
-    EXPECT_EQ(Send(lpt, Echo, nullptr, 0), 1);
-    EXPECT_EQ(GetTickCount(), t1);
-}
-
 // ---- Writes and reads ------------------------------------------------------
 
 TEST_F(LowerPortTest, AWriteRecordsWhatItsOutcomeMeansForThePort) {
@@ -408,12 +392,6 @@ TEST_F(LowerPortTest, TheSpoolersDocInfoIsCopiedWhollyOrNotAtAll) {
     FreeDocInfo(3, &doc2);
     FreeDocInfo(2, nullptr);
     EXPECT_STREQ(doc2.pOutputFile, "FILE:");
-
-    // Only a level 2 document without a name is a channel that needs nothing below.
-    EXPECT_EQ(IsChannelDoc(2, &doc2) + IsChannelDoc(2, nullptr), 0);
-    doc1.pDocName = doc2.pDocName = nullptr;
-    EXPECT_EQ(IsChannelDoc(2, &doc2), 1);
-    EXPECT_EQ(IsChannelDoc(1, &doc1), 0);
 
     // The record and its three texts: whichever allocation fails, none is kept
     // (the fixture finds any block left behind).

@@ -89,24 +89,24 @@ protected:
     testing::FakeManager manager;
 };
 
-TEST_F(JobReportsTest, AJobsStartPagesAndFiguresReachItsClientAndItLeavesThePortAtItsEnd) {
-    PortContext* port = Open();
-    const std::string id = Print(port, 7, Job("cbc"));
-    EXPECT_TRUE(JobsTracked(port));
-    ASSERT_TRUE(Until([&] { return !JobsTracked(port); }));
-    ASSERT_TRUE(PrintedAsOneJob(id, 3));
-    const Record final = Final(0, 7);
-    EXPECT_EQ(Told(), (Records{{7}, {7, 1}, {7, 2}, {7, 3}, final, Over(final)}));
-}
-
-// Both jobs are in the printer before it prints a page: the second one's
-// start report comes while the first is open, and waits.
+// Each job's start, pages and figures reach its client, and the port lets
+// it go at its end. Both jobs are in the printer before it prints a page:
+// the second one's start report comes while the first is open, and waits.
 TEST_F(JobReportsTest, AJobBehindAnotherIsShownOnlyOnceTheFirstHasEnded) {
     PortContext* port = Open();
-    Print(port, 1, Job("cb"));
-    Print(port, 2, Job("bbc"));
+    const std::string firstId = Print(port, 1, Job("cb"));
+    const std::string secondId = Print(port, 2, Job("bbc"));
+    EXPECT_TRUE(JobsTracked(port));
     ASSERT_TRUE(Until([&] { return !JobsTracked(port); }));
     ASSERT_TRUE(Printed(1, 3));
+    const auto printed = printer->Jobs();
+    ASSERT_EQ(printed.size(), 2u);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(printed[i].name, i == 0 ? firstId : secondId);
+        EXPECT_EQ(printed[i].endName, printed[i].name);
+        EXPECT_TRUE(printed[i].finished);
+        EXPECT_EQ(printed[i].result, emulator::JobResult::Ok);
+    }
     const Record first = Final(0, 1), second = Final(1, 2);
     EXPECT_EQ(Told(), (Records{{1}, {1, 1}, {1, 2}, first, Over(first), {2}, {2, 1}, {2, 2}, {2, 3}, second,
                                Over(second)}));

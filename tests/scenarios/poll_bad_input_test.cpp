@@ -153,7 +153,7 @@ TEST_F(PollBadInputTest, AnStsFieldThatDoesNotDecodeLeavesTheStatusAsItWas) {
     std::vector<std::string> blocks = {CoverOpenBlock.substr(0, 55), CoverOpenBlock + "A",
                                        CoverOpenBlock + std::string(1900, 'A')};
     for (std::size_t at = 0; at < CoverOpenBlock.size(); ++at) {
-        for (char bad : {'\x80', '\xC1', '\xFF', '-', ' ', ':'}) {
+        for (char bad : {'\x80', '\xC1', '\xFF', '-', '_', ' ', ':'}) {
             blocks.push_back(CoverOpenBlock);
             blocks.back()[at] = bad;
         }
