@@ -2,6 +2,7 @@
 
 #include "command_help.h"
 #include "decode_command.h"
+#include "emulate_command.h"
 #include "interruption.h"
 #include "print_command.h"
 #include "status_command.h"
@@ -21,7 +22,7 @@ namespace {
 #error "the build gives LANGMON_VERSION, the project's version"
 #endif
 
-constexpr const char* Commands[] = {"print", "status", "decode", "help", "version"};
+constexpr const char* Commands[] = {"print", "status", "decode", "emulate", "help", "version"};
 
 bool IsCommand(const std::string& word) {
     for (const char* command : Commands) {
@@ -53,7 +54,7 @@ int Refuse(const std::string& command, const std::string& error, std::ostream& e
 // `langmon help [COMMAND]`, `langmon --help` and `langmon COMMAND --help`.
 int Help(const std::string& command, std::ostream& out, std::ostream& err) {
     const std::string help = CommandHelp(command);
-    if (help.empty()) return Refuse("help", "no command " + command + " (print, status, decode)", err);
+    if (help.empty()) return Refuse("help", "no command " + command + " (print, status, decode, emulate)", err);
     out << help;
     return 0;
 }
@@ -105,6 +106,11 @@ int RunCommandLine(const std::vector<std::string>& words, std::ostream& out, std
         if (!ParseStatusOptions(rest, &options, &error)) return Refuse(command, error, err);
         if (!MachineDescribed(command, err)) return 2;
         return RunStatus(options, out, err, interrupted);
+    }
+    if (command == "emulate") {
+        EmulateOptions options;
+        if (!ParseEmulateOptions(rest, &options, &error)) return Refuse(command, error, err);
+        return RunEmulate(options, out, err, interrupted);
     }
     DecodeOptions options;
     if (!ParseDecodeOptions(rest, &options, &error)) return Refuse(command, error, err);

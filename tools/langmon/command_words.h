@@ -62,10 +62,13 @@ private:
 
 // Where a command's port leads and whose it is.
 struct PortChoice {
-    // "emulator", "emulator:DESCRIPTION" (see emulator/printer_description.h)
-    // or "file:PATH".
+    // The printer's address (see printer_address.h): "emulator",
+    // "emulator:DESCRIPTION", "file:PATH", "langmon:/dev/ttyS0", ...
     std::string printer = "emulator";
+    // The commands put a serial printer on COM1: instead, unless --port
+    // names the port.
     std::string portName = "LPT1:";
+    bool portGiven = false;
     // The spooler's name of the printer; when empty, the machine's printer
     // on the port.
     std::string printerName;
@@ -80,6 +83,7 @@ inline OptionTaken TakePortOption(const std::string& word, CommandWords& words, 
                         : word == "--printer-name" ? &choice->printerName
                                                    : nullptr;
     if (into == nullptr) return OptionTaken::No;
+    if (into == &choice->portName) choice->portGiven = true;
     return words.Value(into) ? OptionTaken::Yes : OptionTaken::Broken;
 }
 

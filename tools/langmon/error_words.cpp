@@ -19,6 +19,7 @@ constexpr ErrorText ErrorTexts[] = {
     {6, "the handle is not valid"},
     {8, "not enough memory"},
     {29, "the device could not be written to"},
+    {30, "the device could not be read from"},
     {21, "the device is not ready"},
     {31, "the device does not work"},
     {50, "the request is not supported"},

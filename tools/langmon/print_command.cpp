@@ -118,6 +118,7 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         *error = problem;
         return false;
     }
+    if (!options->portGiven) options->portName = ChoosePortName(options->printer, "");
     return true;
 }
 
@@ -252,7 +253,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
             DescribePrinter(said, *printer);
             out << Indented(said.str(), "  ");
         } else {
-            out << "  nothing: a file does not answer\n";
+            out << "  nothing: " << target.Silence() << '\n';
         }
         // What a client sees says the same and more; support may want both.
         if (options.variables) {

@@ -18,19 +18,14 @@ namespace langmon::tool {
 
 namespace {
 
-constexpr std::string_view EmulatorPrefix = "emulator:";
-constexpr std::string_view FilePrefix = "file:";
-
 // The target whose port monitor the monitor writes to.
 PrinterTarget* watched = nullptr;
 
-// The emulated printer that `printer` describes, or a message.
-std::string DescribeEmulator(const std::string& printer, emulator::PrinterState* state) {
+// The emulated printer that `address` describes, or a message.
+std::string DescribeEmulator(const PrinterAddress& address, emulator::PrinterState* state) {
     *state = emulator::PrinterState::Default();
     state->pageTimeMs = CommandPageTimeMs;
-    std::string_view description = std::string_view(printer);
-    description.remove_prefix(std::min(description.size(), EmulatorPrefix.size()));
-    return emulator::ApplyPrinterDescription(description, *state);
+    return emulator::ApplyPrinterDescription(address.description, *state);
 }
 
 // The port name as the spooler's printer settings give it: without the
@@ -43,32 +38,48 @@ std::string BarePortName(std::string name) {
 }  // namespace
 
 bool IsEmulator(const std::string& printer) {
-    return printer == "emulator" || printer.rfind(EmulatorPrefix, 0) == 0;
+    PrinterAddress address;
+    return ParsePrinterAddress(printer, &address).empty() && address.kind == AddressKind::Emulator;
 }
 
 std::string CheckPrinterTarget(const std::string& printer) {
-    if (IsEmulator(printer)) {
+    PrinterAddress address;
+    std::string problem = ParsePrinterAddress(printer, &address);
+    if (problem.empty()) problem = AddressNotReached(address);
+    if (problem.empty() && address.kind == AddressKind::Emulator) {
         emulator::PrinterState state;
-        const std::string problem = DescribeEmulator(printer, &state);
-        return problem.empty() ? "" : "--printer " + printer + ": " + problem;
+        problem = DescribeEmulator(address, &state);
     }
-    if (printer.rfind(FilePrefix, 0) != 0 || printer.size() == FilePrefix.size()) {
-        return "--printer takes emulator, emulator:DESCRIPTION or file:PATH";
-    }
-    return "";
+    return problem.empty() ? "" : "--printer " + printer + ": " + problem;
+}
+
+std::string ChoosePortName(const std::string& printer, const std::string& portName) {
+    if (!portName.empty()) return portName;
+    PrinterAddress address;
+    ParsePrinterAddress(printer, &address);
+    return DefaultPortName(address);
 }
 
 PrinterTarget::PrinterTarget(const std::string& printer, const std::string& portName) {
-    if (IsEmulator(printer)) {
+    PrinterAddress address;
+    ParsePrinterAddress(printer, &address);
+    if (address.kind == AddressKind::Emulator) {
         emulator::PrinterState state;
-        DescribeEmulator(printer, &state);
+        DescribeEmulator(address, &state);
         printer_ = std::make_unique<emulator::Printer>(state);
         emulatorPorts_.Attach(portName, *printer_);
         below_ = *emulatorPorts_.Table();
         description_ = "the emulated " + state.model;
+    } else if (address.kind == AddressKind::Serial) {
+        serialPorts_ = std::make_unique<ports::SerialPortMonitor>();
+        serialPorts_->Attach(portName, {address.path, address.baud});
+        below_ = *serialPorts_->Table();
+        description_ = "the serial printer on " + address.path + " at " + std::to_string(address.baud) + " baud";
+        silence_ = "a serial line is one-way";
     } else {
-        below_ = FilePortMonitor(printer.substr(FilePrefix.size()));
+        below_ = FilePortMonitor(address.path);
         description_ = printer;
+        silence_ = "a file does not answer";
     }
     lower_ = below_;
     lower_.WritePort = WriteWatched;

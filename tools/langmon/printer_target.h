@@ -1,12 +1,14 @@
-// What a command's port leads to, as `--printer` names it: the emulated
-// printer ("emulator" or "emulator:DESCRIPTION") or a file ("file:PATH"), and
+// What a command's port leads to, as `--printer` names it by its address (see
+// printer_address.h): the emulated printer, a file or a serial printer; and
 // the printer queue of the machine that the port serves.
 #pragma once
 
+#include "printer_address.h"
 #include "stream_record.h"
 
 #include "emulator/port_monitor.h"
 #include "emulator/printer.h"
+#include "ports/serial_port_monitor.h"
 
 #include <langmon/monitor.h>
 
@@ -28,6 +30,10 @@ bool IsEmulator(const std::string& printer);
 // wrong with the option, as a message.
 std::string CheckPrinterTarget(const std::string& printer);
 
+// The port the command uses when --port does not name one: `portName` when
+// it is not empty, else the default of the kind of printer `printer` is.
+std::string ChoosePortName(const std::string& printer, const std::string& portName);
+
 // The port monitor below the language monitor, leading to what `printer`
 // names, which CheckPrinterTarget has accepted. The command watches every
 // byte the printer takes on its way down, whoever writes it: that is how it
@@ -46,8 +52,12 @@ public:
     MONITOR* Lower() { return &lower_; }
     // The emulated printer; null when the port leads to a file.
     emulator::Printer* Emulated() { return printer_.get(); }
-    // "the emulated Laser Printer 6200tx", or "file:PATH".
+    // "the emulated Laser Printer 6200tx", "file:PATH", or "the serial
+    // printer on /dev/ttyS0 at 9600 baud".
     const std::string& Description() const { return description_; }
+    // Why the printer says nothing back, when it cannot: "a file does not
+    // answer"; empty for the emulated printer.
+    const std::string& Silence() const { return silence_; }
 
     // Bytes the printer has taken so far.
     std::uint64_t ReceivedCount() const { return receivedCount_.load(); }
@@ -59,9 +69,11 @@ private:
 
     std::unique_ptr<emulator::Printer> printer_;
     emulator::PortMonitor emulatorPorts_;
+    std::unique_ptr<ports::SerialPortMonitor> serialPorts_;
     MONITOR below_{};  // the port monitor's own table
     MONITOR lower_{};  // the same, with its WritePort watched
     std::string description_;
+    std::string silence_;
     mutable std::mutex receivedMutex_;
     StreamRecord received_;
     std::atomic<std::uint64_t> receivedCount_{0};

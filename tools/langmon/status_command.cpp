@@ -46,7 +46,6 @@ constexpr const char* WatchedNames =
 constexpr char PanelList[] = "PrinterDisplay";
 // How often --watch looks whether it was interrupted.
 constexpr DWORD InterruptCheckMs = 250;
-constexpr std::string_view PrintWord = "print=";
 
 std::string RefreshOutcome(int32_t result) {
     switch (result) {
@@ -300,13 +299,7 @@ private:
         }
         emulator::Printer* printer = target_.Emulated();
         if (printer == nullptr) return;
-        if (change.words == "power-off") {
-            printer->PowerOff();
-        } else if (change.words == "power-on") {
-            printer->PowerOn();
-        } else {
-            printer->Change([&](emulator::PrinterState& state) { emulator::ApplyPrinterDescription(change.words, state); });
-        }
+        MakePrinterChange(*printer, change.words);
         Note(at, "the printer: " + platform::Printable(change.words));
     }
     void StartJob(const std::string& path, DWORD at) {
@@ -388,16 +381,9 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             options->forMs = static_cast<uint32_t>(seconds * 1000);
         } else if (word == "--at") {
             if (!reader.Value(&text)) return false;
-            const std::size_t colon = text.find(':');
-            const std::string moment = text.substr(0, colon);
-            char* end = nullptr;
-            const double seconds = std::strtod(moment.c_str(), &end);
-            if (colon == 0 || colon == std::string::npos || *end != '\0' || !(seconds >= 0) || seconds > 86400 ||
-                colon + 1 == text.size()) {
-                *error = "--at takes SECONDS:CHANGE, e.g. --at 5:cover-open or --at 20:print=job.ps";
-                return false;
-            }
-            options->changes.push_back({static_cast<uint32_t>(seconds * 1000), text.substr(colon + 1)});
+            TimedChange change;
+            if (!ParseTimedChange(text, &change, error)) return false;
+            options->changes.push_back(std::move(change));
         } else {
             *error = "unknown option " + word;
             return false;
@@ -408,6 +394,7 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
         *error = problem;
         return false;
     }
+    if (!options->portGiven) options->portName = ChoosePortName(options->printer, "");
     if (!options->watch && (options->forMs != 0 || !options->changes.empty())) {
         *error = "--for and --at go with --watch";
         return false;
@@ -427,15 +414,12 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             *error = "--at " + change.words + ": only the emulated printer can be changed";
             return false;
         }
-        if (change.words == "power-off" || change.words == "power-on") continue;
-        emulator::PrinterState state;
-        if (std::string problem = emulator::ApplyPrinterDescription(change.words, state); !problem.empty()) {
-            *error = "--at " + change.words + ": " + problem;
+        if (std::string problem = CheckPrinterChange(change.words); !problem.empty()) {
+            *error = problem;
             return false;
         }
     }
-    std::stable_sort(options->changes.begin(), options->changes.end(),
-                     [](const TimedChange& a, const TimedChange& b) { return a.atMs < b.atMs; });
+    SortChanges(options->changes);
     return true;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "command_words.h"
+#include "timed_change.h"
 
 #include <atomic>
 #include <cstdint>
@@ -13,14 +14,6 @@
 #include <vector>
 
 namespace langmon::tool {
-
-// A change that --watch makes at a moment of its run: to the emulated
-// printer (`words` as after "emulator:", e.g. "cover-open" or "covers=none"),
-// or a job sent through the port (`words` "print=FILE").
-struct TimedChange {
-    uint32_t atMs = 0;
-    std::string words;
-};
 
 // Without a printer of the machine on the port, the command adds a queue
 // for the emulated model.
