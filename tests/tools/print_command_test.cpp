@@ -324,7 +324,7 @@ TEST_F(PrintCommandTest, ACommandLineThatMakesNoJobIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{}, "no FILE given"},
         {{"a", "b"}, "one job file at a time"},
-        {{"a", "--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
+        {{"a", "--printer", "lpt:1"}, "--printer lpt:1: not a printer address (emulator[:DESCRIPTION], file:PATH, langmon:/dev/TTY"},
         {{"a", "--printer", "emulator:toner.cyan=200"}, "bad value \"200\" for toner.cyan"},
         {{"a", "--block-size", "0"}, "--block-size takes"},
     };

@@ -164,7 +164,7 @@ TEST_F(StatusCommandTest, TheWatchEchoesAChangeWithItsControlBytesEscaped) {
 
 TEST_F(StatusCommandTest, ACommandLineThatMakesNoSenseIsRefused) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"--printer", "lpt:1"}, "--printer takes emulator, emulator:DESCRIPTION or file:PATH"},
+        {{"--printer", "lpt:1"}, "--printer lpt:1: not a printer address (emulator[:DESCRIPTION], file:PATH, langmon:/dev/TTY"},
         {{"--for", "10"}, "--for and --at go with --watch"},
         {{"--watch", "--for", "0"}, "--for takes seconds"},
         {{"--watch", "--at", "cover-open"}, "--at takes SECONDS:CHANGE"},

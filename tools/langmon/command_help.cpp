@@ -13,7 +13,14 @@ constexpr const char* PrinterOptions =
     "                                                state DESCRIPTION gives\n"
     "                          file:PATH             a file that takes the bytes\n"
     "                                                and never answers\n"
-    "  --port NAME           the port (default LPT1:); its name gives its kind:\n"
+    "                          langmon:/dev/TTY[?baud=N]  a serial printer on a\n"
+    "                                                tty (default 9600 baud), on\n"
+    "                                                port COM1:\n"
+    "                          langmon:/emulator[?DESCRIPTION]  as emulator:\n"
+    "                        (langmon:/dev/usb/lpN and langmon://HOST[:PORT] are\n"
+    "                        read but not reached yet; see docs/addresses.md)\n"
+    "  --port NAME           the port (default LPT1:, COM1: for a serial\n"
+    "                        printer); its name gives its kind:\n"
     "                        LPTn and other local names are two-way, COMn serial,\n"
     "                        USB001 to USB128 two-way if the machine describes\n"
     "                        them as USB ports\n"
@@ -138,11 +145,43 @@ constexpr const char* DecodeHelp =
     "  langmon decode - < /sys/class/usbmisc/lp0/device/ieee1284_id\n"
     "  langmon decode 'MFG:Quor;CMD:PJL,NPDL;MDL:Laser Printer 6200tx;CLS:PRINTER;'\n";
 
+constexpr const char* EmulateHelp =
+    "usage: langmon emulate --pty [OPTION]...\n"
+    "\n"
+    "Serves one emulated printer to other processes, on the real clock, until\n"
+    "SIGINT or SIGTERM. It first prints, one a line, the address each way in\n"
+    "is reached at, as --printer takes it; then each change it makes; and at\n"
+    "the end how many bytes the printer received.\n"
+    "\n"
+    "Options:\n"
+    "  --pty                 a pseudo-terminal whose tty is the printer's serial\n"
+    "                        line: its address is langmon:/dev/pts/N\n"
+    "  --printer DESCRIPTION the printer: emulator:DESCRIPTION,\n"
+    "                        langmon:/emulator?DESCRIPTION or the DESCRIPTION\n"
+    "                        alone (default: a ready Laser Printer 6200tx)\n"
+    "  --at SECONDS:CHANGE   as often as needed: at SECONDS into the run, change\n"
+    "                        the printer (CHANGE as in a DESCRIPTION, or\n"
+    "                        power-off, power-on)\n"
+    "  --received FILE       at the end, write every byte the printer received\n"
+    "                        (up to 16 MiB) to FILE\n"
+    "  -h, --help            show this help\n"
+    "\n";
+
+constexpr const char* EmulateEnd =
+    "\n"
+    "Exit status: 0 served until SIGINT or SIGTERM; 1 no pseudo-terminal could\n"
+    "be opened, or FILE could not be written; 2 a wrong command line or a\n"
+    "refused description.\n"
+    "\n"
+    "Examples:\n"
+    "  langmon emulate --pty --at 5:jam --at 15:jam=none\n"
+    "  langmon print letter.txt --printer langmon:/dev/pts/7   (from another shell)\n";
+
 constexpr const char* HelpHelp =
     "usage: langmon help [COMMAND]\n"
     "\n"
     "Shows what langmon's commands are, or COMMAND's options (print, status,\n"
-    "decode), as --help does.\n"
+    "decode, emulate), as --help does.\n"
     "\n"
     "Examples:\n"
     "  langmon help\n"
@@ -167,6 +206,8 @@ constexpr const char* GeneralHelp =
     "                     --watch follows each change\n"
     "  decode DEVICE_ID   show what the monitor makes of a printer's IEEE 1284\n"
     "                     device ID\n"
+    "  emulate --pty      serve an emulated printer to other processes, on a\n"
+    "                     pseudo-terminal's serial line\n"
     "  help [COMMAND]     show this help, or a command's\n"
     "  version            show langmon's version\n"
     "\n"
@@ -190,6 +231,7 @@ const char* const ShortUsage =
     "usage: langmon print FILE [OPTION]...\n"
     "       langmon status [OPTION]...\n"
     "       langmon decode DEVICE_ID [--json] [--variables]\n"
+    "       langmon emulate --pty [OPTION]...\n"
     "       langmon help [COMMAND]\n"
     "       langmon --version\n"
     "Run 'langmon --help' for what each does.\n";
@@ -204,6 +246,7 @@ std::string CommandHelp(const std::string& command) {
                StatusEnd;
     }
     if (command == "decode") return DecodeHelp;
+    if (command == "emulate") return std::string(EmulateHelp) + DescriptionHelp + EmulateEnd;
     if (command == "help") return HelpHelp;
     if (command == "version") return VersionHelp;
     return "";

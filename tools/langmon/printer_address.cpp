@@ -148,7 +148,7 @@ std::string ParsePrinterAddress(const std::string& text, PrinterAddress* address
     }
     if (StartsWith(view, NetworkPrefix)) return ParseNetwork(view.substr(NetworkPrefix.size()), address);
     if (StartsWith(view, LocalPrefix)) return ParseLocal(view.substr(LocalPrefix.size()), address);
-    return std::string("not an address: --printer takes ") + Forms;
+    return std::string("not a printer address (") + Forms + ")";
 }
 
 std::string AddressNotReached(const PrinterAddress& address) {

@@ -1,0 +1,155 @@
+// `langmon emulate --pty` as a user runs it beside `langmon print`, on the
+// real clock: the printer is reached at the address it prints, a job goes
+// over the serial line byte for byte, a change is made while it serves, and
+// SIGTERM ends it cleanly. Addresses of transports not built are refused.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+std::string ReadWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<char*> Argv(std::vector<std::string>& words) {
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
+// Runs the command to its end; its exit code, with its output in `out`.
+int RunToEnd(std::vector<std::string> words, std::string* out) {
+    char path[] = "/tmp/langmon-emulate-run-XXXXXX";
+    const int file = mkstemp(path);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, file, 1);
+    posix_spawn_file_actions_adddup2(&files, file, 2);
+    std::vector<char*> argv = Argv(words);
+    pid_t pid = -1;
+    int status = -1;
+    if (posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
+    posix_spawn_file_actions_destroy(&files);
+    close(file);
+    *out = ReadWhole(path);
+    unlink(path);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The emulator's standard output, read as it comes, up to `limitMs` for
+// `until` to appear.
+bool ReadUntil(int pipe, std::string* text, const std::string& until, int limitMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (text->find(until) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd wait{pipe, POLLIN, 0};
+        if (poll(&wait, 1, static_cast<int>(left.count())) <= 0) continue;
+        char buffer[512];
+        const ssize_t n = read(pipe, buffer, sizeof buffer);
+        if (n <= 0) return false;
+        text->append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
+    const std::string job = std::string(LANGMON_EXAMPLES) + "/letter.txt";
+    const std::string sent = ReadWhole(job);
+    ASSERT_FALSE(sent.empty());
+    char directory[] = "/tmp/langmon-emulate-XXXXXX";
+    ASSERT_NE(mkdtemp(directory), nullptr);
+    const std::string received = std::string(directory) + "/received";
+
+    int output[2];
+    ASSERT_EQ(pipe(output), 0);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, output[1], 1);
+    posix_spawn_file_actions_addclose(&files, output[0]);
+    std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--pty", "--at", "0.3:jam", "--received", received};
+    std::vector<char*> argv = Argv(words);
+    pid_t emulator = -1;
+    ASSERT_EQ(posix_spawn(&emulator, argv[0], &files, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&files);
+    close(output[1]);
+
+    std::string shown;
+    ASSERT_TRUE(ReadUntil(output[0], &shown, "\n", 3000)) << shown;
+    const std::string address = shown.substr(0, shown.find('\n'));
+    ASSERT_EQ(address.rfind("langmon:/dev/pts/", 0), 0u) << shown;
+
+    // Serial is pass-through: no PJL around the job, on port COM1:.
+    std::string report;
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", address}, &report), 0) << report;
+    EXPECT_NE(report.find("the serial printer on " + address.substr(8) + " at 9600 baud"), std::string::npos) << report;
+    EXPECT_NE(report.find("on port COM1:"), std::string::npos) << report;
+    const std::string taken = std::to_string(sent.size()) + " of " + std::to_string(sent.size()) + " bytes taken";
+    EXPECT_NE(report.find(taken), std::string::npos) << report;
+
+    EXPECT_TRUE(ReadUntil(output[0], &shown, ": the printer: jam\n", 3000)) << shown;
+    // The line stays up for the next host, and the printer takes a second
+    // job after the change: it holds the jam, not the line.
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", address + "?baud=115200", "--port", "COM2"}, &report),
+              0)
+        << report;
+    EXPECT_NE(report.find("on port COM2"), std::string::npos) << report;
+
+    kill(emulator, SIGTERM);
+    const std::string total = "the printer received " + std::to_string(2 * sent.size()) + " bytes\n";
+    EXPECT_TRUE(ReadUntil(output[0], &shown, total, 3000)) << shown;
+    int status = -1;
+    ASSERT_EQ(waitpid(emulator, &status, 0), emulator);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    close(output[0]);
+    EXPECT_EQ(ReadWhole(received), sent + sent);
+
+    // A device that is gone is the port's failure, told in words.
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", address}, &report), 1) << report;
+    EXPECT_NE(report.find("could not be opened: the file was not found (error 2)"), std::string::npos) << report;
+    unlink(received.c_str());
+    rmdir(directory);
+}
+
+// Addresses whose transports are not built are refused before anything
+// runs, on one line, as a wrong command line.
+TEST(Emulate, AddressesNotReachedAreRefusedInOneLine) {
+    const std::string job = std::string(LANGMON_EXAMPLES) + "/letter.txt";
+    const struct {
+        const char* printer;
+        const char* words;
+    } cases[] = {
+        {"langmon://printer.example:9100?snmp=161", "network printers are not reached yet"},
+        {"langmon:/dev/usb/lp0", "USB printers are not reached yet"},
+    };
+    for (const auto& c : cases) {
+        std::string out;
+        EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", c.printer}, &out), 2) << c.printer;
+        EXPECT_NE(out.find(c.words), std::string::npos) << out;
+        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
+    }
+}
+
+}  // namespace
