@@ -5,6 +5,8 @@
 
 #include "emulator/printer_description.h"
 #include "emulator/serve_pty.h"
+#include "emulator/serve_snmp.h"
+#include "emulator/serve_tcp.h"
 #include "platform/clock.h"
 #include "platform/user_input.h"
 
@@ -49,6 +51,18 @@ bool ParseEmulateOptions(const std::vector<std::string>& words, EmulateOptions* 
             if (!reader.Value(&options->printer)) return false;
         } else if (word == "--pty") {
             options->pty = true;
+        } else if (word == "--listen") {
+            if (!reader.Value(&text)) return false;
+            if (!emulator::ParseHostPort(text, &options->listenHost, &options->listenPort)) {
+                *error = "--listen takes HOST:PORT (e.g. 127.0.0.1:9100, [::1]:0), not " + text;
+                return false;
+            }
+        } else if (word == "--snmp") {
+            if (!reader.Value(&text)) return false;
+            if (!emulator::ParseHostPort(text, &options->snmpHost, &options->snmpPort)) {
+                *error = "--snmp takes HOST:PORT (e.g. 127.0.0.1:161, [::1]:0), not " + text;
+                return false;
+            }
         } else if (word == "--received") {
             if (!reader.Value(&options->receivedFile)) return false;
             if (options->receivedFile.empty()) {
@@ -80,8 +94,12 @@ bool ParseEmulateOptions(const std::vector<std::string>& words, EmulateOptions* 
         *error = "--printer " + options->printer + ": " + problem;
         return false;
     }
-    if (!options->pty) {
-        *error = "no way in to the printer: give --pty";
+    if (!options->snmpHost.empty() && options->listenHost.empty()) {
+        *error = "--snmp answers for the network printer: give --listen HOST:PORT too";
+        return false;
+    }
+    if (!options->pty && options->listenHost.empty()) {
+        *error = "no way in to the printer: give --pty or --listen HOST:PORT";
         return false;
     }
     SortChanges(options->changes);
@@ -104,7 +122,26 @@ int RunEmulate(const EmulateOptions& options, std::ostream& out, std::ostream& e
         }
         transports.push_back(std::move(line));
     }
-    for (const auto& transport : transports) out << transport->Address() << '\n';
+    if (!options.listenHost.empty()) {
+        auto listener = std::make_unique<emulator::TcpListener>(printer, options.listenHost, options.listenPort);
+        if (!listener->Problem().empty()) {
+            err << "langmon emulate: " << listener->Problem() << '\n';
+            return 1;
+        }
+        if (!options.snmpHost.empty()) {
+            auto agent = std::make_unique<emulator::SnmpAgent>(printer, options.snmpHost, options.snmpPort);
+            if (!agent->Problem().empty()) {
+                err << "langmon emulate: " << agent->Problem() << '\n';
+                return 1;
+            }
+            listener->SetSnmpPort(agent->Port());
+            transports.push_back(std::move(agent));
+        }
+        transports.push_back(std::move(listener));
+    }
+    for (const auto& transport : transports) {
+        if (const std::string address = transport->Address(); !address.empty()) out << address << '\n';
+    }
     out << std::flush;
 
     const DWORD start = GetTickCount();

@@ -8,6 +8,7 @@
 #include "timed_change.h"
 
 #include <atomic>
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -19,6 +20,14 @@ struct EmulateOptions {
     // "langmon:/emulator?jam") or the words of its description ("jam").
     std::string printer = "emulator";
     bool pty = false;
+    // The network printer: raw TCP on listenHost:listenPort (port 0: the
+    // system chooses) when listenHost is not empty.
+    std::string listenHost;
+    uint16_t listenPort = 0;
+    // Its SNMP agent on snmpHost:snmpPort, when snmpHost is not empty; it
+    // is told in the network printer's address, so it goes with --listen.
+    std::string snmpHost;
+    uint16_t snmpPort = 0;
     std::vector<TimedChange> changes;  // in the order of their moments
     // Where every byte the printer received is written when it stops; none
     // when empty.

@@ -141,15 +141,15 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
 
-    // Without a machine that describes a printer on the port, the emulated
-    // printer gets a queue of its model, as a host that finds a printer
+    // Without a machine that describes a printer on the port, a printer that
+    // answers (the emulated one, a network one) gets a queue of its model, as a host that finds a printer
     // makes one: a client, a framed job and the printer's reports. A file
     // answers nothing, so its queue stays one without a client.
     std::string portName = options.portName;
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
     std::string queueNote;
-    if (printerName.empty() && target.Emulated() != nullptr) {
-        printerName = AddStandInQueue(options.portName, target.Emulated()->State().model);
+    if (printerName.empty() && target.Answers()) {
+        printerName = AddStandInQueue(options.portName, target.ProbeModel());
         queueNote = " (a queue of the command's own: the machine has none on the port)";
     } else if (printerName.empty()) {
         printerName = "langmon";
@@ -253,7 +253,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
             DescribePrinter(said, *printer);
             out << Indented(said.str(), "  ");
         } else {
-            out << "  nothing: " << target.Silence() << '\n';
+            out << "  " << (target.Answers() ? "" : "nothing: ") << target.Silence() << '\n';
         }
         // What a client sees says the same and more; support may want both.
         if (options.variables) {

@@ -155,8 +155,6 @@ std::string AddressNotReached(const PrinterAddress& address) {
     switch (address.kind) {
         case AddressKind::Usb:
             return "USB printers are not reached yet: this build has no USB port monitor";
-        case AddressKind::Network:
-            return "network printers are not reached yet: this build has no TCP/IP port monitor";
         default:
             return "";
     }

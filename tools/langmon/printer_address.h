@@ -5,7 +5,7 @@
 //     file:PATH
 //     langmon:/dev/ttyS0[?baud=N]              a serial line; any tty path
 //     langmon:/dev/usb/lpN                     a USB printer (not reached yet)
-//     langmon://HOST[:PORT][?snmp=PORT][&community=NAME]   (not reached yet)
+//     langmon://HOST[:PORT][?snmp=PORT][&community=NAME]   a network printer
 //
 // Reading an address checks its form only: whether the device is there, or
 // the emulator's description makes sense, is found out by whoever uses it.
@@ -38,7 +38,10 @@ std::string ParsePrinterAddress(const std::string& text, PrinterAddress* address
 std::string AddressNotReached(const PrinterAddress& address);
 
 // The port the printer is on unless --port says otherwise: a serial printer
-// on COM1:, as the port kinds make COM ports one-way; any other on LPT1:.
+// on COM1:, as the port kinds make COM ports one-way; any other on LPT1:,
+// which they take for local and two-way. A network printer is that too:
+// the monitor writes PJL to it and reads the replies on the connection,
+// unlike a port of the network monitors, whose jobs it passes through.
 std::string DefaultPortName(const PrinterAddress& address);
 
 }  // namespace langmon::tool

@@ -9,6 +9,7 @@
 #include "platform/spooler_printers.h"
 #include "platform/text.h"
 #include "platform/user_input.h"
+#include "ports/snmp_device_id.h"
 
 #include <algorithm>
 #include <string_view>
@@ -76,6 +77,15 @@ PrinterTarget::PrinterTarget(const std::string& printer, const std::string& port
         below_ = *serialPorts_->Table();
         description_ = "the serial printer on " + address.path + " at " + std::to_string(address.baud) + " baud";
         silence_ = "a serial line is one-way";
+    } else if (address.kind == AddressKind::Network) {
+        socketPorts_ = std::make_unique<ports::SocketPortMonitor>();
+        network_ = {address.host, address.port, address.snmpPort, address.community};
+        socketPorts_->Attach(portName, network_);
+        below_ = *socketPorts_->Table();
+        const bool v6 = address.host.find(':') != std::string::npos;
+        description_ = "the network printer at " + (v6 ? "[" + address.host + "]" : address.host) + ":" +
+                       std::to_string(address.port);
+        silence_ = "the printer is across the network; what it said is what the client saw, below";
     } else {
         below_ = FilePortMonitor(address.path);
         description_ = printer;
@@ -100,6 +110,25 @@ BOOL PrinterTarget::WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD w
         target.receivedCount_ += taken;
     }
     return ok;
+}
+
+std::string PrinterTarget::ProbeModel() {
+    if (printer_) return printer_->State().model;
+    if (!socketPorts_) return "";
+    std::string id;
+    if (ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community, ports::SnmpTimeOutMs},
+                                    &id) != ports::SnmpOutcome::Answered) {
+        return "";
+    }
+    // "...;MDL:Laser Printer 6200tx;..." or "MODEL:..." as the key's long form.
+    for (const std::string_view key : {"MDL:", "MODEL:"}) {
+        std::size_t at = id.find(key);
+        while (at != std::string::npos && at != 0 && id[at - 1] != ';') at = id.find(key, at + 1);
+        if (at == std::string::npos) continue;
+        at += key.size();
+        return id.substr(at, id.find(';', at) - at);
+    }
+    return "";
 }
 
 StreamRecord PrinterTarget::Received() const {

@@ -9,6 +9,7 @@
 #include "emulator/port_monitor.h"
 #include "emulator/printer.h"
 #include "ports/serial_port_monitor.h"
+#include "ports/socket_port_monitor.h"
 
 #include <langmon/monitor.h>
 
@@ -53,11 +54,21 @@ public:
     // The emulated printer; null when the port leads to a file.
     emulator::Printer* Emulated() { return printer_.get(); }
     // "the emulated Laser Printer 6200tx", "file:PATH", or "the serial
-    // printer on /dev/ttyS0 at 9600 baud".
+    // printer on /dev/ttyS0 at 9600 baud", or "the network printer at
+    // HOST:PORT".
     const std::string& Description() const { return description_; }
     // Why the printer says nothing back, when it cannot: "a file does not
-    // answer"; empty for the emulated printer.
+    // answer"; or, for a network printer, why what it says is not shown
+    // here; empty for the emulated printer.
     const std::string& Silence() const { return silence_; }
+
+    // Whether the printer answers, so that the command gives it a queue of
+    // its model when the machine has none: the emulated or a network one.
+    bool Answers() const { return printer_ != nullptr || socketPorts_ != nullptr; }
+    // The model as a host that finds the printer reads it: the emulated
+    // printer's, or the MDL of a network printer's device ID; empty when
+    // the printer does not say.
+    std::string ProbeModel();
 
     // Bytes the printer has taken so far.
     std::uint64_t ReceivedCount() const { return receivedCount_.load(); }
@@ -70,10 +81,12 @@ private:
     std::unique_ptr<emulator::Printer> printer_;
     emulator::PortMonitor emulatorPorts_;
     std::unique_ptr<ports::SerialPortMonitor> serialPorts_;
+    std::unique_ptr<ports::SocketPortMonitor> socketPorts_;
     MONITOR below_{};  // the port monitor's own table
     MONITOR lower_{};  // the same, with its WritePort watched
     std::string description_;
     std::string silence_;
+    ports::NetworkPrinter network_;
     mutable std::mutex receivedMutex_;
     StreamRecord received_;
     std::atomic<std::uint64_t> receivedCount_{0};

@@ -431,7 +431,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
     std::string standIn;
     if (printerName.empty()) {
-        const std::string model = target.Emulated() != nullptr ? target.Emulated()->State().model : "";
+        const std::string model = target.ProbeModel();
         printerName = AddStandInQueue(options.portName, model);
         standIn = " (a queue of the command's own: the machine has none on the port)";
     }

@@ -1,0 +1,133 @@
+// `langmon emulate --listen --snmp` beside `langmon print` and `langmon
+// status`, on the real clock: the network printer is reached at the address
+// the emulator prints, a framed job goes over raw TCP and the printer's job
+// reports come back on the connection to the client; the device ID comes
+// over SNMP and follows the printer's state; a printer gone from the network
+// is one that does not answer.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+std::string ReadWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<char*> Argv(std::vector<std::string>& words) {
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
+// Runs the command to its end; its exit code, with its output in `out`.
+int RunToEnd(std::vector<std::string> words, std::string* out) {
+    char path[] = "/tmp/langmon-network-run-XXXXXX";
+    const int file = mkstemp(path);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, file, 1);
+    posix_spawn_file_actions_adddup2(&files, file, 2);
+    std::vector<char*> argv = Argv(words);
+    pid_t pid = -1;
+    int status = -1;
+    if (posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
+    posix_spawn_file_actions_destroy(&files);
+    close(file);
+    *out = ReadWhole(path);
+    unlink(path);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The emulator's standard output, read as it comes, up to `limitMs` for
+// `until` to appear.
+bool ReadUntil(int pipe, std::string* text, const std::string& until, int limitMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (text->find(until) == std::string::npos) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (left.count() <= 0) return false;
+        pollfd wait{pipe, POLLIN, 0};
+        if (poll(&wait, 1, static_cast<int>(left.count())) <= 0) continue;
+        char buffer[512];
+        const ssize_t n = read(pipe, buffer, sizeof buffer);
+        if (n <= 0) return false;
+        text->append(buffer, static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(NetworkPrinter, PrintsOverTcpReadsItsDeviceIdOverSnmpAndSeesItGo) {
+    const std::string job = std::string(LANGMON_EXAMPLES) + "/brochure.ps";
+    int output[2];
+    ASSERT_EQ(pipe(output), 0);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, output[1], 1);
+    posix_spawn_file_actions_addclose(&files, output[0]);
+    // Ports 0: the system picks free ones, and the address tells them.
+    std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=200",
+                                      "--listen", "127.0.0.1:0", "--snmp", "127.0.0.1:0", "--at", "2:jam"};
+    std::vector<char*> argv = Argv(words);
+    pid_t emulator = -1;
+    ASSERT_EQ(posix_spawn(&emulator, argv[0], &files, nullptr, argv.data(), environ), 0);
+    posix_spawn_file_actions_destroy(&files);
+    close(output[1]);
+
+    std::string shown;
+    ASSERT_TRUE(ReadUntil(output[0], &shown, "\n", 3000)) << shown;
+    const std::string address = shown.substr(0, shown.find('\n'));
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(address, parts, std::regex(R"(langmon://127\.0\.0\.1:(\d+)\?snmp=(\d+))"))) << shown;
+    EXPECT_NE(parts[1].str(), "0");
+    EXPECT_NE(parts[2].str(), "0");
+
+    // A two-way port: the job is framed in PJL, the printer's reports of it
+    // come back on the connection, and its model comes in the device ID.
+    std::string report;
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", address}, &report), 0) << report;
+    EXPECT_TRUE(Has(report, "the network printer at 127.0.0.1:" + parts[1].str() + ",\n  on port LPT1:")) << report;
+    EXPECT_TRUE(Has(report, "136 bytes ahead of the job's")) << report;
+    EXPECT_TRUE(Has(report, "printer      Quor Laser Printer 6200tx")) << report;
+    EXPECT_TRUE(Has(report, "job 1 ended: 3 pages")) << report;
+
+    // The jam made after the job shows in the next reading of the device ID.
+    ASSERT_TRUE(ReadUntil(output[0], &shown, ": the printer: jam\n", 3000)) << shown;
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "status", "--printer", address}, &report), 0) << report;
+    EXPECT_TRUE(Has(report, "status       paper jam (error)")) << report;
+
+    kill(emulator, SIGTERM);
+    EXPECT_TRUE(ReadUntil(output[0], &shown, "the printer received", 3000)) << shown;
+    int status = -1;
+    ASSERT_EQ(waitpid(emulator, &status, 0), emulator);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    close(output[0]);
+
+    // Nothing listens any more: a refused connection and an SNMP request
+    // that times out are a printer that does not answer, not a broken port.
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "status", "--printer", address}, &report), 0) << report;
+    EXPECT_TRUE(Has(report, "status       the printer does not answer")) << report;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
+}
+
+}  // namespace
