@@ -17,8 +17,12 @@ constexpr const char* PrinterOptions =
     "                                                tty (default 9600 baud), on\n"
     "                                                port COM1:\n"
     "                          langmon:/emulator[?DESCRIPTION]  as emulator:\n"
-    "                        (langmon:/dev/usb/lpN and langmon://HOST[:PORT] are\n"
-    "                        read but not reached yet; see docs/addresses.md)\n"
+    "                          langmon://HOST[:PORT][?snmp=PORT][&community=NAME]\n"
+    "                                                a network printer: the job by\n"
+    "                                                raw TCP (port 9100), its\n"
+    "                                                device ID by SNMP (161, public)\n"
+    "                        (langmon:/dev/usb/lpN is read but not reached yet;\n"
+    "                        see docs/addresses.md)\n"
     "  --port NAME           the port (default LPT1:, COM1: for a serial\n"
     "                        printer); its name gives its kind:\n"
     "                        LPTn and other local names are two-way, COMn serial,\n"
@@ -26,7 +30,8 @@ constexpr const char* PrinterOptions =
     "                        them as USB ports\n"
     "  --printer-name NAME   the spooler's printer queue; by default the machine's\n"
     "                        queue on the port, or else \"langmon\", a queue of\n"
-    "                        the command's own for the emulated printer\n";
+    "                        the command's own for the emulated or a network\n"
+    "                        printer, of the model its device ID names\n";
 
 constexpr const char* DescriptionHelp =
     "DESCRIPTION is a comma-separated list of KEY=VALUE settings and fault words;\n"
@@ -146,7 +151,8 @@ constexpr const char* DecodeHelp =
     "  langmon decode 'MFG:Quor;CMD:PJL,NPDL;MDL:Laser Printer 6200tx;CLS:PRINTER;'\n";
 
 constexpr const char* EmulateHelp =
-    "usage: langmon emulate --pty [OPTION]...\n"
+    "usage: langmon emulate (--pty | --listen HOST:PORT [--snmp HOST:PORT])\n"
+    "                       [OPTION]...\n"
     "\n"
     "Serves one emulated printer to other processes, on the real clock, until\n"
     "SIGINT or SIGTERM. It first prints, one a line, the address each way in\n"
@@ -156,6 +162,13 @@ constexpr const char* EmulateHelp =
     "Options:\n"
     "  --pty                 a pseudo-terminal whose tty is the printer's serial\n"
     "                        line: its address is langmon:/dev/pts/N\n"
+    "  --listen HOST:PORT    the printer's raw TCP port (AppSocket), one\n"
+    "                        connection at a time: job data in, PJL replies\n"
+    "                        out; its address is langmon://HOST:PORT. Port 0:\n"
+    "                        the system picks one, and the address tells it\n"
+    "  --snmp HOST:PORT      with --listen: an SNMP agent answering the device ID\n"
+    "                        and sysDescr as the printer stands at each request\n"
+    "                        (community public); the address gains ?snmp=PORT\n"
     "  --printer DESCRIPTION the printer: emulator:DESCRIPTION,\n"
     "                        langmon:/emulator?DESCRIPTION or the DESCRIPTION\n"
     "                        alone (default: a ready Laser Printer 6200tx)\n"
@@ -170,12 +183,14 @@ constexpr const char* EmulateHelp =
 constexpr const char* EmulateEnd =
     "\n"
     "Exit status: 0 served until SIGINT or SIGTERM; 1 no pseudo-terminal could\n"
-    "be opened, or FILE could not be written; 2 a wrong command line or a\n"
-    "refused description.\n"
+    "be opened, a port could not be listened on, or FILE could not be written;\n"
+    "2 a wrong command line or a refused description.\n"
     "\n"
     "Examples:\n"
     "  langmon emulate --pty --at 5:jam --at 15:jam=none\n"
-    "  langmon print letter.txt --printer langmon:/dev/pts/7   (from another shell)\n";
+    "  langmon print letter.txt --printer langmon:/dev/pts/7   (from another shell)\n"
+    "  langmon emulate --listen 127.0.0.1:9100 --snmp 127.0.0.1:1161\n"
+    "  langmon status --printer 'langmon://127.0.0.1:9100?snmp=1161'\n";
 
 constexpr const char* HelpHelp =
     "usage: langmon help [COMMAND]\n"
@@ -207,7 +222,8 @@ constexpr const char* GeneralHelp =
     "  decode DEVICE_ID   show what the monitor makes of a printer's IEEE 1284\n"
     "                     device ID\n"
     "  emulate --pty      serve an emulated printer to other processes, on a\n"
-    "                     pseudo-terminal's serial line\n"
+    "                     pseudo-terminal's serial line, or on TCP and SNMP\n"
+    "                     with --listen and --snmp\n"
     "  help [COMMAND]     show this help, or a command's\n"
     "  version            show langmon's version\n"
     "\n"
@@ -231,7 +247,7 @@ const char* const ShortUsage =
     "usage: langmon print FILE [OPTION]...\n"
     "       langmon status [OPTION]...\n"
     "       langmon decode DEVICE_ID [--json] [--variables]\n"
-    "       langmon emulate --pty [OPTION]...\n"
+    "       langmon emulate (--pty | --listen HOST:PORT) [OPTION]...\n"
     "       langmon help [COMMAND]\n"
     "       langmon --version\n"
     "Run 'langmon --help' for what each does.\n";
