@@ -55,8 +55,8 @@ int WriteCapped(PortContext* port, const uint8_t* data, DWORD length, DWORD* wri
 
 /* WriteBehind: the line and the block behind it form one queue, of which the
    last 80 bytes stay held. What lies before them goes down, oldest first, in
-   one lower write when it fits the port's buffer: a second write per block
-   costs more than copying a few thousand bytes. Otherwise the line's bytes
+   one lower write when it fits lineWriteBuffer: a second lower write per
+   block costs more than copying a few thousand bytes into it. Otherwise the line's bytes
    go first and the block's follow only once the whole line went. Either
    way, of the `sent` bytes the port took from the queue's front, the line
    then holds the 80 (or as many as are left) that follow them, and the
