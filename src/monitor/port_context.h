@@ -20,6 +20,11 @@ struct StatusVariable;
 
 constexpr uint32_t PortSignature = 20304;  // 0x4F50, "PO"
 
+// The most that compatibility mode sends in one lower write from its own
+// buffer: the delay line's bytes and the front of the block behind them. A
+// 4096-byte block behind a full line fits whole.
+constexpr uint32_t LineWriteBufferSize = 4096;
+
 // Every wait on serialSemaphore is bounded by this; each caller has its own
 // answer to a time-out.
 constexpr DWORD SerialWaitMs = 30000;
@@ -106,6 +111,11 @@ struct PortContext {
     // How many of the job's bytes the delay line holds, at the end of
     // dataTail: no byte of an earlier job may leave with this one.
     uint32_t tailLength;
+    // Where compatibility mode puts the line's bytes and the front of a
+    // block side by side, so that both go down in one lower write. Part of
+    // the record, so that the data path never allocates; touched, like
+    // dataTail, only under the semaphore.
+    uint8_t lineWriteBuffer[LineWriteBufferSize];
     int32_t sniffResult;
     char trailerIdentifier[81];
     uint32_t sniffStop;

@@ -54,9 +54,13 @@ int WriteCapped(PortContext* port, const uint8_t* data, DWORD length, DWORD* wri
 }
 
 /* WriteBehind: the line and the block behind it form one queue, of which the
-   last 80 bytes stay held. What lies before them goes down, oldest first: the
-   line's bytes, then the block's. The block counts as taken as far as its
-   bytes went down or joined the line. */
+   last 80 bytes stay held. What lies before them goes down, oldest first, in
+   one lower write when it fits lineWriteBuffer: a second lower write per
+   block costs more than copying a few thousand bytes into it. Otherwise the line's bytes
+   go first and the block's follow only once the whole line went. Either
+   way, of the `sent` bytes the port took from the queue's front, the line
+   then holds the 80 (or as many as are left) that follow them, and the
+   block counts as taken as far as its bytes went down or joined the line. */
 int WriteBehind(PortContext* port, const uint8_t* data, DWORD length, DWORD* written) {
     const DWORD held = port->tailLength;
     if (held + length <= DataTailLength) {
@@ -64,36 +68,41 @@ int WriteBehind(PortContext* port, const uint8_t* data, DWORD length, DWORD* wri
         *written = length;
         return 1;
     }
-    DWORD excess = held + length - DataTailLength;
-
-    if (held != 0) {
-        const DWORD due = std::min(held, excess);
-        DWORD sent = 0;
-        LowerWrite(port, HeldJobBytes(port), due, &sent);
-        sent = std::min(sent, due);
-        if (sent < due || due < held) {
-            // The line keeps its younger bytes and takes as much of the block
-            // as fits behind them.
-            const DWORD added = std::min(length, DataTailLength - (held - sent));
-            ShiftLine(port, sent, data, added);
-            *written = added;
-            return 1;
-        }
-        // The whole line went: the block alone is left.
-        port->tailLength = 0;
-        excess -= held;
-        if (excess == 0) {
-            ShiftLine(port, 0, data, length);
-            *written = length;
-            return 1;
-        }
-    }
+    const DWORD due = held + length - DataTailLength;
 
     DWORD sent = 0;
-    LowerWrite(port, data, excess, &sent);
-    sent = std::min(sent, excess);
-    ShiftLine(port, 0, data + sent, DataTailLength);
-    *written = sent + DataTailLength;
+    if (due <= held) {
+        // A short block: only the line's oldest bytes are due.
+        LowerWrite(port, HeldJobBytes(port), due, &sent);
+    } else if (due <= LineWriteBufferSize) {
+        std::memcpy(port->lineWriteBuffer, HeldJobBytes(port), held);
+        std::memcpy(port->lineWriteBuffer + held, data, due - held);
+        LowerWrite(port, port->lineWriteBuffer, due, &sent);
+    } else {
+        if (held != 0) {
+            LowerWrite(port, HeldJobBytes(port), held, &sent);
+            sent = std::min(sent, held);
+        }
+        if (sent == held) {
+            DWORD blockSent = 0;
+            LowerWrite(port, data, due - held, &blockSent);
+            sent += std::min(blockSent, due - held);
+        }
+    }
+    sent = std::min(sent, due);
+
+    if (sent < held) {
+        // The line keeps its younger bytes and takes as much of the block
+        // as fits behind them.
+        const DWORD added = std::min(length, DataTailLength - (held - sent));
+        ShiftLine(port, sent, data, added);
+        *written = added;
+        return 1;
+    }
+    const DWORD blockSent = sent - held;
+    port->tailLength = 0;
+    ShiftLine(port, 0, data + blockSent, DataTailLength);
+    *written = blockSent + DataTailLength;
     return 1;
 }
 

@@ -1,0 +1,354 @@
+// What the monitor's data path costs a real job: a 100 MB job sent as the
+// spooler sends it (OpenPortEx, StartDocPort, WritePort block after block,
+// EndDocPort, ClosePort) to a port monitor below that writes each block to a
+// file with write(2), against a plain write(2) loop of the same blocks to the
+// same kind of file, in the same run. One benchmark per write strategy and
+// block size. The file lies on tmpfs, so that the disk doesn't drown out what
+// the monitor adds; it is emptied before each job, outside the timed part.
+// Each of the monitor's jobs is also paired with a plain job just before it,
+// since on a shared machine the load drifts from one benchmark to the next.
+
+#include "monitor/port_context.h"
+#include "monitor/port_mode.h"
+#include "platform/clock.h"
+#include "platform/memory.h"
+#include "platform/registry.h"
+
+#include "fd_port_monitor.h"
+#include "langmon/harness_monitor.h"
+#include "run_summary.h"
+
+#include <benchmark/benchmark.h>
+#include <langmon/monitor.h>
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <map>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace langmon::bench {
+
+namespace {
+
+constexpr std::size_t JobSize = std::size_t{100} << 20;
+constexpr DWORD BlockSizes[] = {4096, 65536};
+// The most the monitor's job may cost against the plain loop, as a ratio.
+constexpr double TargetRatio = 1.05;
+
+char printerName[] = "Bench Printer";
+char documentName[] = "bench";
+char dataType[] = "RAW";
+
+MONITOR languageMonitor{};
+int jobFd = -1;
+std::string jobPath;
+bool onTmpfs = false;
+
+// Plain text, so that the job's first block settles the sniff at once.
+std::vector<BYTE> MakeBlock(DWORD size) {
+    static constexpr char line[] = "The quick brown fox jumps over the lazy dog.\r\n";
+    std::vector<BYTE> block(size);
+    for (DWORD i = 0; i < size; ++i) {
+        block[i] = static_cast<BYTE>(line[i % (sizeof line - 1)]);
+    }
+    return block;
+}
+
+bool IsTmpfs(const char* directory) {
+    struct statfs info {};
+    return statfs(directory, &info) == 0 && info.f_type == TMPFS_MAGIC;
+}
+
+/* OpenJobFile: an unlinked file on /dev/shm when it is tmpfs, else in
+   TMPDIR (or /tmp), where the figures then include that file system. */
+bool OpenJobFile() {
+    std::string directory = "/dev/shm";
+    if (!IsTmpfs(directory.c_str())) {
+        const char* tmp = std::getenv("TMPDIR");
+        directory = tmp != nullptr && *tmp != '\0' ? tmp : "/tmp";
+    }
+    onTmpfs = IsTmpfs(directory.c_str());
+    jobPath = directory + "/langmon-data-path-XXXXXX";
+    jobFd = mkstemp(jobPath.data());
+    if (jobFd < 0) return false;
+    unlink(jobPath.c_str());
+    return true;
+}
+
+// The file is emptied before each job, so that every job allocates the
+// same pages afresh.
+bool EmptyJobFile() { return ftruncate(jobFd, 0) == 0 && lseek(jobFd, 0, SEEK_SET) == 0; }
+
+off_t JobFileSize() {
+    struct stat info {};
+    return fstat(jobFd, &info) == 0 ? info.st_size : -1;
+}
+
+bool WriteAll(const BYTE* data, DWORD length) {
+    for (DWORD offset = 0; offset < length;) {
+        const ssize_t taken = ::write(jobFd, data + offset, length - offset);
+        if (taken <= 0 && errno != EINTR) return false;
+        offset += taken > 0 ? static_cast<DWORD>(taken) : 0;
+    }
+    return true;
+}
+
+bool PlainJob(const std::vector<BYTE>& block, DWORD shift) {
+    const DWORD blockSize = static_cast<DWORD>(block.size());
+    bool ok = WriteAll(block.data(), blockSize - shift);
+    for (std::size_t sent = blockSize; ok && sent < JobSize; sent += blockSize) {
+        ok = WriteAll(block.data(), blockSize);
+    }
+    if (ok && shift != 0) ok = WriteAll(block.data(), shift);
+    return ok;
+}
+
+double ThreadCpuNs() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
+}
+
+/* PlainLoop: the job's blocks with write(2) alone. With `behind` the writes
+   are those of compatibility mode: the first 80 bytes short, each later one
+   a whole block that starts 80 bytes before a block's start, the last 80
+   bytes alone at the end. Such writes straddle the file's pages where the
+   plain loop's don't, which costs the file system, not the monitor. */
+void PlainLoop(benchmark::State& state, DWORD blockSize, bool behind) {
+    const std::vector<BYTE> block = MakeBlock(blockSize);
+    const DWORD shift = behind ? 80 : 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const bool emptied = EmptyJobFile();
+        state.ResumeTiming();
+        if (!emptied) {
+            state.SkipWithError("the file could not be emptied");
+            break;
+        }
+        if (!PlainJob(block, shift)) {
+            state.SkipWithError("write(2) failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
+}
+
+struct StrategyCase {
+    const char* portName;
+    DWORD fixedMode;  // MyPortMode for the job
+    bool usb;
+};
+
+/* SendBlock: one block as the spooler passes it, again from where the port
+   stopped until all of it is taken; false when a call fails or takes
+   nothing, which on a file means something is wrong. */
+bool SendBlock(HANDLE handle, const BYTE* data, DWORD length) {
+    DWORD offset = 0;
+    while (offset < length) {
+        DWORD written = 0;
+        if (!languageMonitor.WritePort(handle, const_cast<BYTE*>(data) + offset, length - offset, &written) ||
+            written == 0) {
+            return false;
+        }
+        offset += written;
+    }
+    return true;
+}
+
+/* SendJob: the whole job through the C edge. Null when it went through,
+   else what went wrong. `allocations` counts the platform allocator's
+   blocks from the first block's return (the header question is settled by
+   then) to the last block's. */
+const char* SendJob(const StrategyCase& meant, const std::vector<BYTE>& block, MONITOR* below,
+                    std::size_t* allocations) {
+    HANDLE handle = nullptr;
+    if (!languageMonitor.OpenPortEx(const_cast<LPSTR>(meant.portName), printerName, &handle, below)) {
+        return "OpenPortEx failed";
+    }
+    DOC_INFO_1 document = {documentName, nullptr, dataType};
+    if (!languageMonitor.StartDocPort(handle, printerName, 1, 1, reinterpret_cast<LPBYTE>(&document))) {
+        languageMonitor.ClosePort(handle);
+        return "StartDocPort failed";
+    }
+    const DWORD size = static_cast<DWORD>(block.size());
+    const char* problem = nullptr;
+    if (!SendBlock(handle, block.data(), size)) {
+        problem = "the first block did not go";
+    } else {
+        const auto* port = static_cast<const PortContext*>(handle);
+        if (HasPortFlag(port, PF_HEADER_DUE)) {
+            problem = "the job still waits for its header";
+        } else if (port->portMode != meant.fixedMode || IsUsbPort(port) != meant.usb) {
+            problem = "the port has another mode or kind than meant";
+        }
+    }
+    const std::size_t before = platform::AllocationCount();
+    for (std::size_t sent = size; problem == nullptr && sent < JobSize; sent += size) {
+        if (!SendBlock(handle, block.data(), size)) problem = "a WritePort call failed or took nothing";
+    }
+    *allocations = platform::AllocationCount() - before;
+    languageMonitor.EndDocPort(handle);
+    languageMonitor.ClosePort(handle);
+    return problem;
+}
+
+void MonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize) {
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, PortModeKey, PortModeValue, meant.fixedMode);
+    const std::vector<BYTE> block = MakeBlock(blockSize);
+    MONITOR below = FdPortTable(jobFd);
+    std::size_t allocations = 0;
+    // Each job is paired with a plain loop's job just before it, timed on
+    // the thread's CPU clock outside the benchmark's timing: on a shared
+    // machine the load drifts between one benchmark and the next, much less
+    // between two jobs in a row.
+    double plainNs = 0;
+    double monitorNs = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        bool emptied = EmptyJobFile();
+        const double plainStart = ThreadCpuNs();
+        const bool plainOk = emptied && PlainJob(block, 0);
+        plainNs += ThreadCpuNs() - plainStart;
+        emptied = emptied && EmptyJobFile();
+        state.ResumeTiming();
+        if (!emptied || !plainOk) {
+            state.SkipWithError("the file could not be emptied or written");
+            break;
+        }
+        std::size_t jobAllocations = 0;
+        const double monitorStart = ThreadCpuNs();
+        const char* problem = SendJob(meant, block, &below, &jobAllocations);
+        monitorNs += ThreadCpuNs() - monitorStart;
+        if (problem != nullptr) {
+            state.SkipWithError(problem);
+            break;
+        }
+        allocations += jobAllocations;
+        state.PauseTiming();
+        // Header and trailer are a few hundred bytes; anything else means
+        // bytes lost or doubled.
+        const off_t size = JobFileSize();
+        state.ResumeTiming();
+        if (size < static_cast<off_t>(JobSize) || size > static_cast<off_t>(JobSize + 4096)) {
+            state.SkipWithError("the file does not hold the job, its header and its trailer");
+            break;
+        }
+    }
+    state.counters["paired"] = plainNs > 0 ? monitorNs / plainNs : 0;
+    state.counters["allocs/job"] =
+        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
+}
+
+const struct {
+    const char* name;
+    const char* what;
+    StrategyCase meant;
+} Strategies[] = {
+    {"WriteDirect", "USB, whole blocks", {"USB001", PM_COMPAT, true}},
+    {"WriteCapped", "ECP, at most 4096 bytes a call", {"LPT1", PM_ECP, false}},
+    {"WriteBehind", "compatibility, 80 bytes behind", {"LPT1", PM_COMPAT, false}},
+};
+
+std::string Name(const char* what, DWORD blockSize) { return std::string(what) + "/" + std::to_string(blockSize); }
+
+class SummaryReporter : public CollectingReporter {
+public:
+    using CollectingReporter::CollectingReporter;
+
+    // The paired ratio of each run, for its median over the repetitions.
+    void ReportRuns(const std::vector<Run>& runs) override {
+        CollectingReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            const auto it = run.counters.find("paired");
+            if (run.error_occurred || it == run.counters.end()) continue;
+            if (run.run_type == Run::RT_Aggregate) {
+                if (run.aggregate_name == "median") pairedMedian_[run.run_name.function_name] = it->second.value;
+            } else {
+                pairedRuns_[run.run_name.function_name].push_back(it->second.value);
+            }
+        }
+    }
+
+    // The median of a benchmark's paired ratios; 0 when there are none.
+    double Paired(const std::string& name) const {
+        if (const auto it = pairedMedian_.find(name); it != pairedMedian_.end()) return it->second;
+        const auto it = pairedRuns_.find(name);
+        if (it == pairedRuns_.end() || it->second.empty()) return 0;
+        std::vector<double> values = it->second;
+        std::sort(values.begin(), values.end());
+        return values[values.size() / 2];
+    }
+
+    void PrintSummary() const {
+        std::printf("\nA %zu MB job on %s (%s): CPU time of the monitor's job against the plain write(2) loop\n",
+                    JobSize >> 20, jobPath.c_str(), onTmpfs ? "tmpfs" : "NOT tmpfs: the file system is in the figures");
+        for (DWORD blockSize : BlockSizes) {
+            const Measured* plain = Measurement(Name("PlainWrite", blockSize));
+            if (plain == nullptr) continue;
+            const double base = plain->Time();
+            std::printf("%u-byte blocks, plain loop %.2f ms a job:\n", blockSize, base);
+            for (const auto& strategy : Strategies) {
+                const Measured* m = Measurement(Name(strategy.name, blockSize));
+                if (m == nullptr) continue;
+                const double ratio = Paired(Name(strategy.name, blockSize));
+                std::printf("  %s (%s): %.2f ms, %.3fx the plain loop (%.3fx its job just before), at most %.2fx: %s; "
+                            "%g allocations a job after its first block\n",
+                            strategy.name, strategy.what, m->Time(), m->Time() / base, ratio, TargetRatio,
+                            ratio <= TargetRatio ? "met" : "not met", m->Counter("allocs/job"));
+            }
+            const Measured* shifted = Find(Name("PlainWriteBehind", blockSize));
+            const Measured* behind = Find(Name("WriteBehind", blockSize));
+            if (shifted != nullptr && !shifted->failed && behind != nullptr && !behind->failed) {
+                std::printf("  the plain loop with compatibility mode's writes: %.2f ms, %.3fx the plain loop;"
+                            " WriteBehind is %.3fx it\n",
+                            shifted->Time(), shifted->Time() / base, behind->Time() / shifted->Time());
+            }
+        }
+    }
+
+private:
+    std::map<std::string, std::vector<double>> pairedRuns_;
+    std::map<std::string, double> pairedMedian_;
+};
+
+}  // namespace
+
+}  // namespace langmon::bench
+
+int main(int argc, char** argv) {
+    using namespace langmon;
+    using namespace langmon::bench;
+
+    platform::UseRealClock();
+    tool::InitializeHarnessMonitor(&languageMonitor);
+    if (!OpenJobFile()) {
+        std::perror("data_path_bench: no file to write the job to");
+        return 1;
+    }
+
+    for (DWORD blockSize : BlockSizes) {
+        benchmark::RegisterBenchmark(Name("PlainWrite", blockSize).c_str(), PlainLoop, blockSize, false)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(Name("PlainWriteBehind", blockSize).c_str(), PlainLoop, blockSize, true)
+            ->Unit(benchmark::kMillisecond);
+        for (const auto& strategy : Strategies) {
+            benchmark::RegisterBenchmark(Name(strategy.name, blockSize).c_str(), MonitorJob, strategy.meant, blockSize)
+                ->Unit(benchmark::kMillisecond);
+        }
+    }
+
+    const int status = RunAndSummarise<SummaryReporter>(argc, argv);
+    close(jobFd);
+    return status;
+}
