@@ -1,5 +1,6 @@
 #include "ports/serial_port_monitor.h"
 
+#include "ports/port_parts.h"
 #include "platform/last_error.h"
 
 #include <atomic>
@@ -41,11 +42,6 @@ std::optional<speed_t> SpeedOf(unsigned baud) {
     return std::nullopt;
 }
 
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
 // What an errno of opening a tty means to the spooler.
 DWORD OpenError(int error) {
     switch (error) {
@@ -65,15 +61,6 @@ DWORD OpenError(int error) {
 // A line whose other end is gone (a pty's master closed, a USB adapter
 // pulled) answers EIO or ENXIO, or hangs up.
 bool HungUp(int error) { return error == EIO || error == ENXIO || error == ENODEV; }
-
-using Clock = std::chrono::steady_clock;
-
-// Milliseconds left until `deadline`, for poll(2): -1 without one.
-int MsLeft(const std::optional<Clock::time_point>& deadline) {
-    if (!deadline) return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now()).count();
-    return left <= 0 ? 0 : static_cast<int>(std::min<long long>(left, 1 << 30));
-}
 
 }  // namespace
 
@@ -96,21 +83,6 @@ struct SerialPortMonitor::Port {
 namespace {
 
 SerialPortMonitor* active = nullptr;
-
-std::string BareName(const char* name) {
-    std::string bare(name);
-    if (!bare.empty() && bare.back() == ':') bare.pop_back();
-    return bare;
-}
-
-bool SameName(const std::string& a, const std::string& b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        if (lower(a[i]) != lower(b[i])) return false;
-    }
-    return true;
-}
 
 // One OpenPort: its own descriptor on the port's line. A language monitor
 // writes a job from the spooler's thread while it reads on its own, so the
@@ -367,15 +339,15 @@ void SerialPortMonitor::Attach(const std::string& portName, const SerialLine& li
         return;
     }
     auto port = std::make_unique<Port>();
-    port->name = BareName(portName.c_str());
+    port->name = BarePortName(portName.c_str());
     port->line = line;
     ports_.push_back(std::move(port));
 }
 
 SerialPortMonitor::Port* SerialPortMonitor::FindPort(const char* name) {
-    const std::string bare = BareName(name);
+    const std::string bare = BarePortName(name);
     for (auto& port : ports_) {
-        if (SameName(port->name, bare)) return port.get();
+        if (SamePortName(port->name, bare)) return port.get();
     }
     return nullptr;
 }

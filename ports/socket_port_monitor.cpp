@@ -1,5 +1,6 @@
 #include "ports/socket_port_monitor.h"
 
+#include "ports/port_parts.h"
 #include "ports/snmp_device_id.h"
 #include "platform/last_error.h"
 
@@ -21,20 +22,6 @@ namespace {
 
 constexpr DWORD DeviceIdCode = 17;
 constexpr DWORD Forever = 0xFFFFFFFFu;  // MAXDWORD, as COMMTIMEOUTS spells "no wait"
-
-BOOL Fail(DWORD error) {
-    SetLastError(error);
-    return FALSE;
-}
-
-using Clock = std::chrono::steady_clock;
-
-// Milliseconds left until `deadline`, for poll(2): -1 without one.
-int MsLeft(const std::optional<Clock::time_point>& deadline) {
-    if (!deadline) return -1;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now()).count();
-    return left <= 0 ? 0 : static_cast<int>(std::min<long long>(left, 1 << 30));
-}
 
 // Waits out what is left of a call's time, as a printer that takes or
 // says nothing makes the call wait.
@@ -99,21 +86,6 @@ struct SocketPortMonitor::Port {
 namespace {
 
 SocketPortMonitor* active = nullptr;
-
-std::string BareName(const char* name) {
-    std::string bare(name);
-    if (!bare.empty() && bare.back() == ':') bare.pop_back();
-    return bare;
-}
-
-bool SameName(const std::string& a, const std::string& b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-        if (lower(a[i]) != lower(b[i])) return false;
-    }
-    return true;
-}
 
 // One OpenPort: its connection to the printer, if it has one. A language
 // monitor writes a job from the spooler's thread while it reads on its own;
@@ -384,15 +356,15 @@ void SocketPortMonitor::Attach(const std::string& portName, const NetworkPrinter
         return;
     }
     auto port = std::make_unique<Port>();
-    port->name = BareName(portName.c_str());
+    port->name = BarePortName(portName.c_str());
     port->printer = printer;
     ports_.push_back(std::move(port));
 }
 
 SocketPortMonitor::Port* SocketPortMonitor::FindPort(const char* name) {
-    const std::string bare = BareName(name);
+    const std::string bare = BarePortName(name);
     for (auto& port : ports_) {
-        if (SameName(port->name, bare)) return port.get();
+        if (SamePortName(port->name, bare)) return port.get();
     }
     return nullptr;
 }
