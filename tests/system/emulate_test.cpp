@@ -3,6 +3,8 @@
 // over the serial line byte for byte, a change is made while it serves, and
 // SIGTERM ends it cleanly. An address of a transport not built is refused.
 
+#include "child_process.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,59 +23,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ;
 
 namespace {
 
-std::string ReadWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::vector<char*> Argv(std::vector<std::string>& words) {
-    std::vector<char*> argv;
-    for (std::string& word : words) argv.push_back(word.data());
-    argv.push_back(nullptr);
-    return argv;
-}
-
-// Runs the command to its end; its exit code, with its output in `out`.
-int RunToEnd(std::vector<std::string> words, std::string* out) {
-    char path[] = "/tmp/langmon-emulate-run-XXXXXX";
-    const int file = mkstemp(path);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, file, 1);
-    posix_spawn_file_actions_adddup2(&files, file, 2);
-    std::vector<char*> argv = Argv(words);
-    pid_t pid = -1;
-    int status = -1;
-    if (posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), environ) == 0) waitpid(pid, &status, 0);
-    posix_spawn_file_actions_destroy(&files);
-    close(file);
-    *out = ReadWhole(path);
-    unlink(path);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// The emulator's standard output, read as it comes, up to `limitMs` for
-// `until` to appear.
-bool ReadUntil(int pipe, std::string* text, const std::string& until, int limitMs) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
-    while (text->find(until) == std::string::npos) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0) return false;
-        pollfd wait{pipe, POLLIN, 0};
-        if (poll(&wait, 1, static_cast<int>(left.count())) <= 0) continue;
-        char buffer[512];
-        const ssize_t n = read(pipe, buffer, sizeof buffer);
-        if (n <= 0) return false;
-        text->append(buffer, static_cast<std::size_t>(n));
-    }
-    return true;
-}
+using langmon::testing::Argv;
+using langmon::testing::ReadUntil;
+using langmon::testing::ReadWhole;
+using langmon::testing::RunToEnd;
 
 TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
     const std::string job = std::string(LANGMON_EXAMPLES) + "/letter.txt";
