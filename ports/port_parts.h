@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -41,6 +43,49 @@ inline bool SamePortName(const std::string& a, const std::string& b) {
         const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
         return lower(x) == lower(y);
     });
+}
+
+// The time-outs SetPortTimeOuts gave a port, shared by every open of it.
+class PortTimeOuts {
+public:
+    void Set(const COMMTIMEOUTS& timeOuts) {
+        std::lock_guard hold(lock_);
+        have_ = true;
+        value_ = timeOuts;
+    }
+    // The time-outs, and in `have` whether any were set.
+    COMMTIMEOUTS Get(bool* have) {
+        std::lock_guard hold(lock_);
+        *have = have_;
+        return value_;
+    }
+    // The milliseconds a write of `size` bytes may take; 0 without
+    // time-outs, where a write waits for nothing: no thread is held for a
+    // time no one chose.
+    uint64_t WriteLimitMs(DWORD size) {
+        bool have = false;
+        const COMMTIMEOUTS timeOuts = Get(&have);
+        return have ? timeOuts.WriteTotalTimeoutConstant + uint64_t{timeOuts.WriteTotalTimeoutMultiplier} * size : 0;
+    }
+
+private:
+    std::mutex lock_;
+    bool have_ = false;
+    COMMTIMEOUTS value_{};
+};
+
+// The checks a write and a read share, for an open port that counts its
+// documents: null with the last error set when they fail, and with TRUE in
+// `result` for a call of 0 bytes, which has nothing to do.
+template <typename Open>
+Open* CheckTransfer(Open* open, const BYTE* buffer, DWORD size, DWORD* count, BOOL* result) {
+    *result = FALSE;
+    if (!open || !count) return Fail(ERROR_INVALID_PARAMETER), nullptr;
+    *count = 0;
+    if (open->documents == 0) return Fail(ERROR_INVALID_HANDLE), nullptr;
+    if (size == 0) return *result = TRUE, nullptr;
+    if (!buffer) return Fail(ERROR_INVALID_PARAMETER), nullptr;
+    return open;
 }
 
 }  // namespace langmon::ports

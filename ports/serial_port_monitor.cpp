@@ -69,15 +69,7 @@ bool IsSerialBaudRate(unsigned baud) { return SpeedOf(baud).has_value(); }
 struct SerialPortMonitor::Port {
     std::string name;  // without the trailing colon
     SerialLine line;
-    std::mutex timeOutsLock;
-    bool haveTimeOuts = false;
-    COMMTIMEOUTS timeOuts{};
-
-    COMMTIMEOUTS TimeOuts(bool* have) {
-        std::lock_guard lock(timeOutsLock);
-        *have = haveTimeOuts;
-        return timeOuts;
-    }
+    PortTimeOuts timeOuts;
 };
 
 namespace {
@@ -169,28 +161,15 @@ struct SerialEntries {
         return TRUE;
     }
 
-    // The checks a write and a read share; null with the last error set
-    // when they fail, and with TRUE in `result` for a call of 0 bytes.
     static OpenLine* ForTransfer(HANDLE handle, BYTE* buffer, DWORD size, DWORD* count, BOOL* result) {
-        OpenLine* open = FromHandle(handle);
-        *result = FALSE;
-        if (!open || !count) return Fail(ERROR_INVALID_PARAMETER), nullptr;
-        *count = 0;
-        if (open->documents == 0) return Fail(ERROR_INVALID_HANDLE), nullptr;
-        if (size == 0) return *result = TRUE, nullptr;
-        if (!buffer) return Fail(ERROR_INVALID_PARAMETER), nullptr;
-        return open;
+        return CheckTransfer(FromHandle(handle), buffer, size, count, result);
     }
 
     static BOOL WritePort(HANDLE handle, BYTE* buffer, DWORD size, DWORD* written) {
         BOOL result;
         OpenLine* open = ForTransfer(handle, buffer, size, written, &result);
         if (!open) return result;
-        bool have = false;
-        const COMMTIMEOUTS timeOuts = open->port->TimeOuts(&have);
-        const uint64_t limit = have ? timeOuts.WriteTotalTimeoutConstant +
-                                          uint64_t{timeOuts.WriteTotalTimeoutMultiplier} * size
-                                    : 0;
+        const uint64_t limit = open->port->timeOuts.WriteLimitMs(size);
         std::optional<Clock::time_point> deadline;
         if (limit != 0) deadline = Clock::now() + std::chrono::milliseconds(limit);
         DWORD done = 0;
@@ -230,7 +209,7 @@ struct SerialEntries {
         OpenLine* open = ForTransfer(handle, buffer, size, read, &result);
         if (!open) return result;
         bool have = false;
-        const COMMTIMEOUTS t = open->port->TimeOuts(&have);
+        const COMMTIMEOUTS t = open->port->timeOuts.Get(&have);
         // What the time-outs ask for: a total wait, a quiet interval that
         // ends the read once a byte has come, or no wait at all.
         const bool atOnce = !have || (t.ReadIntervalTimeout == Forever && t.ReadTotalTimeoutMultiplier == 0 &&
@@ -305,9 +284,7 @@ struct SerialEntries {
     static BOOL SetPortTimeOuts(HANDLE handle, COMMTIMEOUTS* timeOuts, DWORD) {
         OpenLine* open = FromHandle(handle);
         if (!open || !timeOuts) return Fail(ERROR_INVALID_PARAMETER);
-        std::lock_guard lock(open->port->timeOutsLock);
-        open->port->haveTimeOuts = true;
-        open->port->timeOuts = *timeOuts;
+        open->port->timeOuts.Set(*timeOuts);
         return TRUE;
     }
 };

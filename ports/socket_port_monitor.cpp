@@ -72,15 +72,7 @@ int Connect(const NetworkPrinter& printer, int limitMs) {
 struct SocketPortMonitor::Port {
     std::string name;  // without the trailing colon
     NetworkPrinter printer;
-    std::mutex timeOutsLock;
-    bool haveTimeOuts = false;
-    COMMTIMEOUTS timeOuts{};
-
-    COMMTIMEOUTS TimeOuts(bool* have) {
-        std::lock_guard lock(timeOutsLock);
-        *have = haveTimeOuts;
-        return timeOuts;
-    }
+    PortTimeOuts timeOuts;
 };
 
 namespace {
@@ -169,30 +161,15 @@ struct SocketEntries {
         return TRUE;
     }
 
-    // The checks a write and a read share; null with the last error set
-    // when they fail, and with TRUE in `result` for a call of 0 bytes.
     static OpenSocket* ForTransfer(HANDLE handle, BYTE* buffer, DWORD size, DWORD* count, BOOL* result) {
-        OpenSocket* open = FromHandle(handle);
-        *result = FALSE;
-        if (!open || !count) return Fail(ERROR_INVALID_PARAMETER), nullptr;
-        *count = 0;
-        if (open->documents == 0) return Fail(ERROR_INVALID_HANDLE), nullptr;
-        if (size == 0) return *result = TRUE, nullptr;
-        if (!buffer) return Fail(ERROR_INVALID_PARAMETER), nullptr;
-        return open;
+        return CheckTransfer(FromHandle(handle), buffer, size, count, result);
     }
 
     static BOOL WritePort(HANDLE handle, BYTE* buffer, DWORD size, DWORD* written) {
         BOOL result;
         OpenSocket* open = ForTransfer(handle, buffer, size, written, &result);
         if (!open) return result;
-        bool have = false;
-        const COMMTIMEOUTS timeOuts = open->port->TimeOuts(&have);
-        const uint64_t limit = have ? timeOuts.WriteTotalTimeoutConstant +
-                                          uint64_t{timeOuts.WriteTotalTimeoutMultiplier} * size
-                                    : 0;
-        // Without a time-out a write waits for nothing: no thread is held
-        // for a time no one chose.
+        const uint64_t limit = open->port->timeOuts.WriteLimitMs(size);
         const std::optional<Clock::time_point> deadline = Clock::now() + std::chrono::milliseconds(limit);
         const int fd = open->Connection(MsLeft(deadline) == 0 ? ConnectTimeOutMs : MsLeft(deadline));
         DWORD done = 0;
@@ -229,7 +206,7 @@ struct SocketEntries {
         OpenSocket* open = ForTransfer(handle, buffer, size, read, &result);
         if (!open) return result;
         bool have = false;
-        const COMMTIMEOUTS t = open->port->TimeOuts(&have);
+        const COMMTIMEOUTS t = open->port->timeOuts.Get(&have);
         const bool atOnce = !have || (t.ReadIntervalTimeout == Forever && t.ReadTotalTimeoutMultiplier == 0 &&
                                       t.ReadTotalTimeoutConstant == 0);
         const bool firstByteEnds = have && t.ReadIntervalTimeout == Forever && t.ReadTotalTimeoutMultiplier == Forever;
@@ -322,9 +299,7 @@ struct SocketEntries {
     static BOOL SetPortTimeOuts(HANDLE handle, COMMTIMEOUTS* timeOuts, DWORD) {
         OpenSocket* open = FromHandle(handle);
         if (!open || !timeOuts) return Fail(ERROR_INVALID_PARAMETER);
-        std::lock_guard lock(open->port->timeOutsLock);
-        open->port->haveTimeOuts = true;
-        open->port->timeOuts = *timeOuts;
+        open->port->timeOuts.Set(*timeOuts);
         return TRUE;
     }
 };
