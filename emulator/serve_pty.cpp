@@ -14,13 +14,12 @@ namespace langmon::emulator {
 
 namespace {
 
-constexpr std::size_t ChunkBytes = 4096;
 
 std::string Failure(const char* what) { return std::string(what) + ": " + std::strerror(errno); }
 
 }  // namespace
 
-PtyLine::PtyLine(Printer& printer) : printer_(printer) {
+PtyLine::PtyLine(Printer& printer) : stream_(printer) {
     master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master_ < 0) {
         problem_ = Failure("no pseudo-terminal");
@@ -56,36 +55,24 @@ void PtyLine::AddWaits(std::vector<pollfd>& waits) const {
     if (!problem_.empty()) return;
     // While the printer holds bytes back, the line is not read: the pty's
     // buffer fills and the host's writes wait, as on a real serial line.
-    const short events = static_cast<short>((fromHost_.empty() ? POLLIN : 0) | (toHost_.empty() ? 0 : POLLOUT));
+    const short events = static_cast<short>((stream_.WantsInput() ? POLLIN : 0) | (stream_.HasOutput() ? POLLOUT : 0));
     if (events != 0) waits.push_back({master_, events, 0});
 }
 
 void PtyLine::Serve() {
     if (!problem_.empty()) return;
     const uint32_t now = GetTickCount();
-    if (!fromHost_.empty()) fromHost_.erase(0, printer_.Write(fromHost_));
-    if (fromHost_.empty()) {
-        char buffer[ChunkBytes];
+    stream_.TakePending();
+    if (stream_.WantsInput()) {
+        char buffer[HostChunkBytes];
         const ssize_t n = ::read(master_, buffer, sizeof buffer);
-        if (n > 0) {
-            if (!inDocument_) printer_.StartDocument();
-            inDocument_ = true;
-            lastByteTick_ = now;
-            const std::string_view bytes(buffer, static_cast<std::size_t>(n));
-            fromHost_.assign(bytes.substr(printer_.Write(bytes)));
-        }
+        if (n > 0) stream_.Received({buffer, static_cast<std::size_t>(n)}, now);
     }
-    if (inDocument_ && fromHost_.empty() && TickAge(now, lastByteTick_) >= LineQuietMs) {
-        printer_.EndDocument();
-        inDocument_ = false;
-    }
-    if (toHost_.empty()) {
-        char buffer[ChunkBytes];
-        toHost_.assign(buffer, printer_.Read(buffer, sizeof buffer));
-    }
-    if (!toHost_.empty()) {
-        const ssize_t n = ::write(master_, toHost_.data(), toHost_.size());
-        if (n > 0) toHost_.erase(0, static_cast<std::size_t>(n));
+    stream_.EndIfQuiet(now);
+    const std::string& outgoing = stream_.Outgoing();
+    if (!outgoing.empty()) {
+        const ssize_t n = ::write(master_, outgoing.data(), outgoing.size());
+        if (n > 0) stream_.Sent(static_cast<std::size_t>(n));
     }
 }
 

@@ -11,6 +11,7 @@
 // closes its end between jobs leaves the line up rather than hung up.
 #pragma once
 
+#include "emulator/host_stream.h"
 #include "emulator/printer.h"
 #include "emulator/printer_transport.h"
 
@@ -18,8 +19,6 @@
 #include <string>
 
 namespace langmon::emulator {
-
-inline constexpr uint32_t LineQuietMs = 1000;
 
 class PtyLine final : public PrinterTransport {
 public:
@@ -38,15 +37,11 @@ public:
     void Serve() override;
 
 private:
-    Printer& printer_;
     std::string problem_;
     std::string slavePath_;
     int master_ = -1;
     int slave_ = -1;
-    std::string fromHost_;     // bytes read that the printer has not yet taken
-    std::string toHost_;       // bytes of the printer not yet on the line
-    bool inDocument_ = false;
-    uint32_t lastByteTick_ = 0;
+    HostStream stream_;
 };
 
 }  // namespace langmon::emulator

@@ -1,6 +1,5 @@
 #include "emulator/serve_tcp.h"
 
-#include "emulator/serve_pty.h"
 #include "platform/clock.h"
 
 #include <cerrno>
@@ -16,7 +15,6 @@ namespace langmon::emulator {
 
 namespace {
 
-constexpr std::size_t ChunkBytes = 4096;
 
 uint16_t BoundPort(int fd) {
     sockaddr_storage address{};
@@ -48,7 +46,8 @@ bool ParseHostPort(const std::string& text, std::string* host, uint16_t* port) {
     return true;
 }
 
-TcpListener::TcpListener(Printer& printer, const std::string& host, uint16_t port) : printer_(printer) {
+TcpListener::TcpListener(Printer& printer, const std::string& host, uint16_t port)
+    : stream_(printer) {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
@@ -99,52 +98,38 @@ void TcpListener::AddWaits(std::vector<pollfd>& waits) const {
     }
     // While the printer holds bytes back, the connection is not read: the
     // window fills and the host's writes wait, as a busy printer makes them.
-    const short events = static_cast<short>((fromHost_.empty() ? POLLIN : 0) | (toHost_.empty() ? 0 : POLLOUT));
+    const short events = static_cast<short>((stream_.WantsInput() ? POLLIN : 0) | (stream_.HasOutput() ? POLLOUT : 0));
     if (events != 0) waits.push_back({client_, events, 0});
 }
 
 void TcpListener::Hangup() {
     ::close(client_);
     client_ = -1;
-    toHost_.clear();  // what the printer said to a host that is gone is lost
-    if (inDocument_) printer_.EndDocument();
-    inDocument_ = false;
+    stream_.HungUp();
 }
 
 void TcpListener::Serve() {
     if (!problem_.empty()) return;
     const uint32_t now = GetTickCount();
-    if (!fromHost_.empty()) fromHost_.erase(0, printer_.Write(fromHost_));
+    stream_.TakePending();
     if (client_ < 0) {
         client_ = ::accept4(listener_, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (client_ < 0) return;
     }
-    if (fromHost_.empty()) {
-        char buffer[ChunkBytes];
+    if (stream_.WantsInput()) {
+        char buffer[HostChunkBytes];
         const ssize_t n = ::recv(client_, buffer, sizeof buffer, 0);
         if (n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR)) {
             Hangup();
             return;
         }
-        if (n > 0) {
-            if (!inDocument_) printer_.StartDocument();
-            inDocument_ = true;
-            lastByteTick_ = now;
-            const std::string_view bytes(buffer, static_cast<std::size_t>(n));
-            fromHost_.assign(bytes.substr(printer_.Write(bytes)));
-        }
+        if (n > 0) stream_.Received({buffer, static_cast<std::size_t>(n)}, now);
     }
-    if (inDocument_ && fromHost_.empty() && TickAge(now, lastByteTick_) >= LineQuietMs) {
-        printer_.EndDocument();
-        inDocument_ = false;
-    }
-    if (toHost_.empty()) {
-        char buffer[ChunkBytes];
-        toHost_.assign(buffer, printer_.Read(buffer, sizeof buffer));
-    }
-    if (!toHost_.empty()) {
-        const ssize_t n = ::send(client_, toHost_.data(), toHost_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (n > 0) toHost_.erase(0, static_cast<std::size_t>(n));
+    stream_.EndIfQuiet(now);
+    const std::string& outgoing = stream_.Outgoing();
+    if (!outgoing.empty()) {
+        const ssize_t n = ::send(client_, outgoing.data(), outgoing.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (n > 0) stream_.Sent(static_cast<std::size_t>(n));
         if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) Hangup();
     }
 }

@@ -8,6 +8,7 @@
 // quiet for LineQuietMs, or closed.
 #pragma once
 
+#include "emulator/host_stream.h"
 #include "emulator/printer.h"
 #include "emulator/printer_transport.h"
 
@@ -39,17 +40,13 @@ public:
 private:
     void Hangup();
 
-    Printer& printer_;
     std::string problem_;
     std::string host_;  // as the address shows it
     uint16_t port_ = 0;
     uint16_t snmpPort_ = 0;
     int listener_ = -1;
     int client_ = -1;
-    std::string fromHost_;
-    std::string toHost_;
-    bool inDocument_ = false;
-    uint32_t lastByteTick_ = 0;
+    HostStream stream_;
 };
 
 // Reads "HOST:PORT" ("127.0.0.1:0", "[::1]:9100", "localhost:9100") into its
