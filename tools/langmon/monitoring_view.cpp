@@ -92,6 +92,7 @@ FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart
     // what the client last heard of the job then: a page printed is going on.
     std::optional<DWORD> stoppedSince;
     std::optional<std::string> jobThen;
+    std::string announced;  // what stops the printer, as last said
     out << "  the status thread follows the job:\n" << std::flush;
     // Whether the printer stands stopped with the job at it, judged from the
     // variables as they stand, between polls too: the job's start found it
@@ -107,8 +108,8 @@ FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart
         if (stoppedSince) return;
         stoppedSince = GetTickCount();
         // Said once for each thing that stops it, not again after each page.
-        if (outcome.stoppedBy == stoppedBy) return;
-        outcome.stoppedBy = stoppedBy;
+        if (announced == stoppedBy) return;
+        announced = stoppedBy;
         progress.Clear();
         out << "  the printer has stopped (" << stoppedBy << "); waiting up to " << stoppedLimitMs / 1000
             << " s for it to go on with the job\n"
@@ -131,8 +132,7 @@ FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart
     const auto stoppedTooLong = [&] {
         return stoppedSince && TickAge(GetTickCount(), *stoppedSince) >= stoppedLimitMs;
     };
-    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs && !stop.load() &&
-           !stoppedTooLong()) {
+    while (HasPortFlag(port, PF_STATUS_ALIVE) && TickAge(GetTickCount(), start) < limitMs && !stop.load()) {
         const std::string job = jobNow ? jobNow() : "";
         judge(job);
         if (stoppedTooLong()) break;
@@ -148,8 +148,8 @@ FollowOutcome FollowMonitoring(std::ostream& out, PortContext* port, FollowStart
     // The thread's last pass, if it ended before it was looked at.
     if (polls.load() != seen && !stoppedTooLong()) reportPass();
     progress.Clear();
-    if (!stoppedTooLong()) outcome.stoppedBy.clear();
-    if (!outcome.stoppedBy.empty()) {
+    if (stoppedTooLong()) {
+        outcome.stoppedBy = announced;
         out << "  the printer has stood stopped for " << stoppedLimitMs / 1000 << " s; the job stays at it\n";
         return outcome;
     }

@@ -232,7 +232,7 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     // The variables go with the port: what the last poll made of the printer
     // is taken before it closes.
     std::ostringstream status;
-    DescribePrinterStatus(status, context);
+    if (options.variables) DescribePrinterStatus(status, context);
     if (options.json) outcome.printer = PortPrinterJson(context);
     // A client reads the printer's store while the port is open; closing it
     // tells every client that the printer is no longer watched.
