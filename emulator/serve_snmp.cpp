@@ -1,4 +1,5 @@
 #include "emulator/serve_snmp.h"
+#include "emulator/serve_tcp.h"
 
 #include <algorithm>
 #include <cstring>
@@ -46,14 +47,6 @@ int Received(int operation, netsnmp_session*, int, netsnmp_pdu* request, void* m
     auto* agent = static_cast<SnmpAgent*>(magic);
     agent->Respond(request);
     return 1;
-}
-
-uint16_t BoundPort(int fd) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    if (::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
-    if (address.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
-    return ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
 }
 
 }  // namespace

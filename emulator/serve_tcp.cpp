@@ -13,9 +13,6 @@
 
 namespace langmon::emulator {
 
-namespace {
-
-
 uint16_t BoundPort(int fd) {
     sockaddr_storage address{};
     socklen_t size = sizeof address;
@@ -23,8 +20,6 @@ uint16_t BoundPort(int fd) {
     if (address.ss_family == AF_INET6) return ntohs(reinterpret_cast<sockaddr_in6*>(&address)->sin6_port);
     return ntohs(reinterpret_cast<sockaddr_in*>(&address)->sin_port);
 }
-
-}  // namespace
 
 bool ParseHostPort(const std::string& text, std::string* host, uint16_t* port) {
     std::size_t colon = text.rfind(':');

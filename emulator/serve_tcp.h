@@ -49,6 +49,9 @@ private:
     HostStream stream_;
 };
 
+// The port a bound socket took, which the system picks for port 0.
+uint16_t BoundPort(int fd);
+
 // Reads "HOST:PORT" ("127.0.0.1:0", "[::1]:9100", "localhost:9100") into its
 // parts; false when it is not that.
 bool ParseHostPort(const std::string& text, std::string* host, uint16_t* port);
