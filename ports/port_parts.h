@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
+#include <vector>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -86,6 +88,45 @@ Open* CheckTransfer(Open* open, const BYTE* buffer, DWORD size, DWORD* count, BO
     if (size == 0) return *result = TRUE, nullptr;
     if (!buffer) return Fail(ERROR_INVALID_PARAMETER), nullptr;
     return open;
+}
+
+// A port monitor's table, from the struct whose static members are its
+// entries.
+template <typename Entries>
+MONITOR EntryTable() {
+    MONITOR table{};
+    table.EnumPorts = Entries::EnumPorts;
+    table.OpenPort = Entries::OpenPort;
+    table.StartDocPort = Entries::StartDocPort;
+    table.WritePort = Entries::WritePort;
+    table.ReadPort = Entries::ReadPort;
+    table.EndDocPort = Entries::EndDocPort;
+    table.ClosePort = Entries::ClosePort;
+    table.AddPort = Entries::AddPort;
+    table.ConfigurePort = Entries::ConfigurePort;
+    table.DeletePort = Entries::DeletePort;
+    table.GetPrinterDataFromPort = Entries::GetPrinterDataFromPort;
+    table.SetPortTimeOuts = Entries::SetPortTimeOuts;
+    return table;
+}
+
+// The port of `ports` that `name` names, or null.
+template <typename Port>
+Port* FindNamedPort(const std::vector<std::unique_ptr<Port>>& ports, const char* name) {
+    const std::string bare = BarePortName(name);
+    for (const auto& port : ports) {
+        if (SamePortName(port->name, bare)) return port.get();
+    }
+    return nullptr;
+}
+
+// The port of `ports` that `name` names, made if there is none.
+template <typename Port>
+Port& NamedPort(std::vector<std::unique_ptr<Port>>& ports, const std::string& name) {
+    if (Port* port = FindNamedPort(ports, name.c_str())) return *port;
+    ports.push_back(std::make_unique<Port>());
+    ports.back()->name = BarePortName(name.c_str());
+    return *ports.back();
 }
 
 }  // namespace langmon::ports

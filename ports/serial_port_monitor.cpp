@@ -289,21 +289,7 @@ struct SerialEntries {
     }
 };
 
-SerialPortMonitor::SerialPortMonitor() {
-    table_.EnumPorts = SerialEntries::EnumPorts;
-    table_.OpenPort = SerialEntries::OpenPort;
-    table_.StartDocPort = SerialEntries::StartDocPort;
-    table_.WritePort = SerialEntries::WritePort;
-    table_.ReadPort = SerialEntries::ReadPort;
-    table_.EndDocPort = SerialEntries::EndDocPort;
-    table_.ClosePort = SerialEntries::ClosePort;
-    table_.AddPort = SerialEntries::AddPort;
-    table_.ConfigurePort = SerialEntries::ConfigurePort;
-    table_.DeletePort = SerialEntries::DeletePort;
-    table_.GetPrinterDataFromPort = SerialEntries::GetPrinterDataFromPort;
-    table_.SetPortTimeOuts = SerialEntries::SetPortTimeOuts;
-    active = this;
-}
+SerialPortMonitor::SerialPortMonitor() : table_(EntryTable<SerialEntries>()) { active = this; }
 
 SerialPortMonitor::~SerialPortMonitor() {
     if (active == this) active = nullptr;
@@ -311,22 +297,9 @@ SerialPortMonitor::~SerialPortMonitor() {
 
 void SerialPortMonitor::Attach(const std::string& portName, const SerialLine& line) {
     std::lock_guard lock(mutex_);
-    if (Port* port = FindPort(portName.c_str())) {
-        port->line = line;
-        return;
-    }
-    auto port = std::make_unique<Port>();
-    port->name = BarePortName(portName.c_str());
-    port->line = line;
-    ports_.push_back(std::move(port));
+    NamedPort(ports_, portName).line = line;
 }
 
-SerialPortMonitor::Port* SerialPortMonitor::FindPort(const char* name) {
-    const std::string bare = BarePortName(name);
-    for (auto& port : ports_) {
-        if (SamePortName(port->name, bare)) return port.get();
-    }
-    return nullptr;
-}
+SerialPortMonitor::Port* SerialPortMonitor::FindPort(const char* name) { return FindNamedPort(ports_, name); }
 
 }  // namespace langmon::ports

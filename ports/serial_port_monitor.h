@@ -67,7 +67,7 @@ private:
 
     Port* FindPort(const char* name);
 
-    MONITOR table_{};
+    MONITOR table_;
     std::mutex mutex_;
     std::vector<std::unique_ptr<Port>> ports_;
 };

@@ -304,21 +304,7 @@ struct SocketEntries {
     }
 };
 
-SocketPortMonitor::SocketPortMonitor() {
-    table_.EnumPorts = SocketEntries::EnumPorts;
-    table_.OpenPort = SocketEntries::OpenPort;
-    table_.StartDocPort = SocketEntries::StartDocPort;
-    table_.WritePort = SocketEntries::WritePort;
-    table_.ReadPort = SocketEntries::ReadPort;
-    table_.EndDocPort = SocketEntries::EndDocPort;
-    table_.ClosePort = SocketEntries::ClosePort;
-    table_.AddPort = SocketEntries::AddPort;
-    table_.ConfigurePort = SocketEntries::ConfigurePort;
-    table_.DeletePort = SocketEntries::DeletePort;
-    table_.GetPrinterDataFromPort = SocketEntries::GetPrinterDataFromPort;
-    table_.SetPortTimeOuts = SocketEntries::SetPortTimeOuts;
-    active = this;
-}
+SocketPortMonitor::SocketPortMonitor() : table_(EntryTable<SocketEntries>()) { active = this; }
 
 SocketPortMonitor::~SocketPortMonitor() {
     if (active == this) active = nullptr;
@@ -326,22 +312,9 @@ SocketPortMonitor::~SocketPortMonitor() {
 
 void SocketPortMonitor::Attach(const std::string& portName, const NetworkPrinter& printer) {
     std::lock_guard lock(mutex_);
-    if (Port* port = FindPort(portName.c_str())) {
-        port->printer = printer;
-        return;
-    }
-    auto port = std::make_unique<Port>();
-    port->name = BarePortName(portName.c_str());
-    port->printer = printer;
-    ports_.push_back(std::move(port));
+    NamedPort(ports_, portName).printer = printer;
 }
 
-SocketPortMonitor::Port* SocketPortMonitor::FindPort(const char* name) {
-    const std::string bare = BarePortName(name);
-    for (auto& port : ports_) {
-        if (SamePortName(port->name, bare)) return port.get();
-    }
-    return nullptr;
-}
+SocketPortMonitor::Port* SocketPortMonitor::FindPort(const char* name) { return FindNamedPort(ports_, name); }
 
 }  // namespace langmon::ports
