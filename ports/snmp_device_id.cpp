@@ -1,5 +1,6 @@
 #include "ports/snmp_device_id.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -33,13 +34,14 @@ std::string PeerName(const SnmpPeer& peer) {
 
 }  // namespace
 
-SnmpOutcome ReadDeviceIdOverSnmp(const SnmpPeer& peer, std::string* deviceId) {
+SnmpOutcome ReadSnmpValue(const SnmpPeer& peer, std::span<const unsigned long> name, std::string* value) {
+    if (name.empty() || name.size() > MAX_OID_LEN) return SnmpOutcome::Failed;
     StartSnmpOnce();
     netsnmp_session settings;
     snmp_sess_init(&settings);
-    std::string name = PeerName(peer);
+    std::string peerName = PeerName(peer);
     std::string community = peer.community;
-    settings.peername = name.data();
+    settings.peername = peerName.data();
     settings.version = SNMP_VERSION_1;
     settings.community = reinterpret_cast<u_char*>(community.data());
     settings.community_len = community.size();
@@ -50,26 +52,35 @@ SnmpOutcome ReadDeviceIdOverSnmp(const SnmpPeer& peer, std::string* deviceId) {
     void* session = snmp_sess_open(&settings);
     if (session == nullptr) return SnmpOutcome::Failed;
     netsnmp_pdu* request = snmp_pdu_create(SNMP_MSG_GET);
-    oid name_[sizeof DeviceIdOid / sizeof DeviceIdOid[0]];
-    for (std::size_t i = 0; i < sizeof DeviceIdOid / sizeof DeviceIdOid[0]; ++i) name_[i] = DeviceIdOid[i];
-    snmp_add_null_var(request, name_, sizeof DeviceIdOid / sizeof DeviceIdOid[0]);
+    oid asked[MAX_OID_LEN];
+    std::copy(name.begin(), name.end(), asked);
+    snmp_add_null_var(request, asked, name.size());
     netsnmp_pdu* response = nullptr;
     const int status = snmp_sess_synch_response(session, request, &response);
     SnmpOutcome outcome = SnmpOutcome::Failed;
     if (status == STAT_TIMEOUT) {
         outcome = SnmpOutcome::NoAnswer;
     } else if (status == STAT_SUCCESS && response != nullptr) {
-        const netsnmp_variable_list* value = response->variables;
-        if (response->errstat == SNMP_ERR_NOERROR && value != nullptr && value->type == ASN_OCTET_STR) {
-            deviceId->assign(reinterpret_cast<const char*>(value->val.string), value->val_len);
-            outcome = SnmpOutcome::Answered;
-        } else {
-            outcome = SnmpOutcome::NoSuchValue;
+        const netsnmp_variable_list* answer = response->variables;
+        outcome = SnmpOutcome::NoSuchValue;
+        if (response->errstat == SNMP_ERR_NOERROR && answer != nullptr) {
+            if (answer->type == ASN_OCTET_STR) {
+                value->assign(reinterpret_cast<const char*>(answer->val.string), answer->val_len);
+                outcome = SnmpOutcome::Answered;
+            } else if (answer->type == ASN_INTEGER || answer->type == ASN_COUNTER || answer->type == ASN_GAUGE ||
+                       answer->type == ASN_TIMETICKS) {
+                *value = std::to_string(*answer->val.integer);
+                outcome = SnmpOutcome::Answered;
+            }
         }
     }
     if (response != nullptr) snmp_free_pdu(response);
     snmp_sess_close(session);
     return outcome;
+}
+
+SnmpOutcome ReadDeviceIdOverSnmp(const SnmpPeer& peer, std::string* deviceId) {
+    return ReadSnmpValue(peer, DeviceIdOid, deviceId);
 }
 
 }  // namespace langmon::ports

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 namespace langmon::ports {
@@ -21,6 +22,11 @@ struct SnmpPeer {
 };
 
 enum class SnmpOutcome { Answered, NoAnswer, NoSuchValue, Failed };
+
+// Asks `peer` for the value of `name` (numbers, e.g. {1,3,6,1,2,1,1,1,0}):
+// Answered puts a text value as it came, a number in decimal, in `value`;
+// a value of another type is NoSuchValue.
+SnmpOutcome ReadSnmpValue(const SnmpPeer& peer, std::span<const unsigned long> name, std::string* value);
 
 // Asks `peer` for the device ID. Answered puts its text in `deviceId`.
 SnmpOutcome ReadDeviceIdOverSnmp(const SnmpPeer& peer, std::string* deviceId);

@@ -52,6 +52,16 @@ std::string JobRecordText(const std::vector<uint8_t>& record) {
     return job + ": " + Pages(word(PagesOffset)) + " printed";
 }
 
+std::optional<uint32_t> JobEndPages(const std::vector<std::vector<uint8_t>>& records, uint32_t jobId) {
+    for (auto record = records.rbegin(); record != records.rend(); ++record) {
+        const auto word = [&](uint32_t offset) { return ReadWord(record->data(), offset); };
+        if (word(JobIdOffset) == jobId && (word(ColorPagesOffset) != 0 || word(BwPagesOffset) != 0)) {
+            return word(PagesOffset);
+        }
+    }
+    return std::nullopt;
+}
+
 void DescribeJobProgress(std::ostream& out, const std::vector<std::vector<uint8_t>>& records) {
     if (records.empty()) {
         out << "  nothing: the printer reported no job to the client\n";

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,9 @@ private:
 // "job 3: 2 pages printed", "job 3 ended: ..." with its figures, or "no job
 // printing".
 std::string JobRecordText(const std::vector<uint8_t>& record);
+// The pages job `jobId` printed, from the printer's own report of its end;
+// none before it.
+std::optional<uint32_t> JobEndPages(const std::vector<std::vector<uint8_t>>& records, uint32_t jobId);
 // One line per record: started, pages printed, the final figures, no job.
 void DescribeJobProgress(std::ostream& out, const std::vector<std::vector<uint8_t>>& records);
 

@@ -17,6 +17,9 @@ namespace {
 // A call that moved nothing is made again after this pause, as a spooler
 // waits before it tries a port again.
 constexpr DWORD FruitlessCallPauseMs = 100;
+// A call that failed is made again after this pause: the printer is off or
+// gone, and each try may take a connection's time-out.
+constexpr DWORD FailedCallPauseMs = 2000;
 // A printer that took nothing for this long has the wait said: a shorter
 // pause is only a printer at work.
 constexpr DWORD SayWaitAfterMs = 1000;
@@ -34,27 +37,31 @@ std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block) {
 
 }  // namespace
 
+std::string CommandUser() {
+    const char* user = std::getenv("USER");
+    return user != nullptr && *user != '\0' ? user : "langmon";
+}
+
 std::string CallOutcome(BOOL result, DWORD error) {
     return result ? "ok" : "failed: " + ErrorWords(error);
 }
 
-SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
-                const std::string& document, platform::InputFile& job, unsigned blockSize,
-                const PrinterTarget& printer, const SendWatch& watch) {
+SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, const JobTicket& ticket,
+                platform::InputFile& job, unsigned blockSize, const PrinterTarget& printer, const SendWatch& watch) {
+    const DWORD jobId = ticket.id;
     SentJob sent;
     // The monitor's entries take writable texts, as the spooler's do.
     std::vector<char> printerText(printerName.begin(), printerName.end());
     printerText.push_back('\0');
-    std::vector<char> name(document.begin(), document.end());
+    std::vector<char> name(ticket.document.begin(), ticket.document.end());
     name.push_back('\0');
     char datatype[] = "RAW";
     // The job stands in the printer's queue while it is sent, as a spooler
     // queues it, so that the monitor finds it there by its number.
     platform::SpoolerJob queued;
     queued.jobId = jobId;
-    queued.document = document;
-    const char* user = std::getenv("USER");
-    queued.userName = user != nullptr ? user : "langmon";
+    queued.document = ticket.document;
+    queued.userName = ticket.user;
     platform::SubmitJob(printerName, queued);
     DOC_INFO_1 docInfo{name.data(), nullptr, datatype};
     sent.started = monitor.StartDocPort(port, printerText.data(), jobId, 1, reinterpret_cast<LPBYTE>(&docInfo));
@@ -70,6 +77,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
     std::uint64_t received = printer.ReceivedCount();
     DWORD lastProgress = GetTickCount();
     DWORD said = 0;  // the wait last said, by its limit
+    std::string waitingFor;  // the failure a patient sender waits out
     std::vector<char> block(blockSize);
     const auto stopped = [&] {
         if (!watch.stop.load()) return false;
@@ -83,13 +91,20 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
             break;
         }
         sent.job.Append({block.data(), length});
+        if (watch.holdingBlock != nullptr) watch.holdingBlock->store(true);
         for (std::size_t done = 0; done < length && !stopped();) {
             DWORD written = 0;
             ++sent.writeCalls;
             const auto rest = static_cast<DWORD>(length - done);
             if (!monitor.WritePort(port, reinterpret_cast<LPBYTE>(block.data() + done), rest, &written)) {
-                sent.writeFailure = "WritePort " + CallOutcome(FALSE, GetLastError());
-                break;
+                const std::string failure = "WritePort " + CallOutcome(FALSE, GetLastError());
+                if (!watch.patient) {
+                    sent.writeFailure = failure;
+                    break;
+                }
+                if (watch.waiting && waitingFor != failure) watch.waiting(waitingFor = failure);
+                Sleep(FailedCallPauseMs);
+                continue;
             }
             // The spooler calls again with what was not taken.
             written = std::min(written, rest);
@@ -97,6 +112,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
             sent.taken += written;
             const std::uint64_t nowReceived = printer.ReceivedCount();
             if (written != 0 || nowReceived != received) {
+                if (watch.waiting && !waitingFor.empty()) watch.waiting(waitingFor = "");
                 received = nowReceived;
                 lastProgress = GetTickCount();
                 said = 0;
@@ -117,7 +133,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
                            << "; waiting up to " << limit / 1000 << " s for it to take the job\n"
                            << std::flush;
             }
-            if (waited >= limit) {
+            if (waited >= limit && !watch.patient) {
                 sent.stoppedBy = stoppedBy;
                 sent.writeFailure = stoppedBy.empty()
                                         ? "given up: the printer took nothing for " + std::to_string(limit / 1000) + " seconds"
@@ -127,7 +143,9 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
             }
             Sleep(FruitlessCallPauseMs);
         }
+        if (watch.holdingBlock != nullptr) watch.holdingBlock->store(false);
     }
+    if (watch.holdingBlock != nullptr) watch.holdingBlock->store(false);
     if (watch.progress != nullptr) watch.progress->Clear();
     if (watch.ending) watch.ending();
     sent.ended = monitor.EndDocPort(port);

@@ -56,17 +56,35 @@ struct SendWatch {
     std::ostream* out = nullptr;
     // Where the bytes sent so far are shown; none: not shown.
     ProgressLine* progress = nullptr;
+    // A spooler's patience: a call that fails or takes nothing is made again
+    // until the printer takes the job or `stop` is set, however long that
+    // is; `waiting` is told, with the reason, each time the writes begin or
+    // end a wait that way ("" when they go on). Without it, a failed call
+    // ends the job and so does a printer that takes nothing for long.
+    bool patient = false;
+    // Set while a block read from the job is not yet all taken: what a
+    // spooler's "drain" waits on. None: not told.
+    std::atomic<bool>* holdingBlock = nullptr;
+    std::function<void(const std::string& reason)> waiting;
 };
 
-// The job read from `job` on an open port of `printerName`, named
-// `document`, handed over in blocks of `blockSize` bytes. Writes stop at a
+// The job as the spooler's job list holds it.
+struct JobTicket {
+    DWORD id = 1;
+    std::string document;
+    std::string user;
+};
+
+// The user a command sends its jobs for: $USER, or "langmon" without one.
+std::string CommandUser();
+
+// The job `ticket` read from `job` on an open port of `printerName`, handed over in blocks of `blockSize` bytes. Writes stop at a
 // failed call, at a problem reading the job, once `printer` has taken
 // nothing for StalledPrinterLimitMs on the platform clock (for
 // StoppedPrinterLimitMs when the monitor finds the printer stopped), or once
 // the user interrupted; the job is ended in every case.
-SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, DWORD jobId,
-                const std::string& document, platform::InputFile& job, unsigned blockSize,
-                const PrinterTarget& printer, const SendWatch& watch);
+SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerName, const JobTicket& ticket,
+                platform::InputFile& job, unsigned blockSize, const PrinterTarget& printer, const SendWatch& watch);
 
 // "ok", or "failed: " and the error in words, e.g. "failed: the file was not
 // found (error 2)".

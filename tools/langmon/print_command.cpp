@@ -191,7 +191,8 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     watch.ending = [&followFrom] { followFrom = FollowFromNow(); };
     watch.out = &out;
     watch.progress = &progressLine;
-    const SentJob sent = SendJob(monitor, port, printerName, jobId, document, job, options.blockSize, target, watch);
+    const JobTicket ticket{jobId, document, CommandUser()};
+    const SentJob sent = SendJob(monitor, port, printerName, ticket, job, options.blockSize, target, watch);
     int exitCode = sent.started ? 0 : 1;
     std::string stoppedBy = sent.stoppedBy;
     if (!sent.started) {

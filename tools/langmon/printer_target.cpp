@@ -1,5 +1,7 @@
 #include "printer_target.h"
 
+#include "acquisition/device_id.h"
+
 #include "file_port_monitor.h"
 
 #include "emulator/printer_description.h"
@@ -112,14 +114,23 @@ BOOL PrinterTarget::WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD w
     return ok;
 }
 
+std::string PrinterTarget::ProbeDeviceId() {
+    if (printer_) return printer_->DeviceId().value_or("");
+    std::string id;
+    if (socketPorts_ && ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community,
+                                                     ports::SnmpTimeOutMs},
+                                                    &id) == ports::SnmpOutcome::Answered) {
+        return id;
+    }
+    return "";
+}
+
 std::string PrinterTarget::ProbeModel() {
     if (printer_) return printer_->State().model;
-    if (!socketPorts_) return "";
-    std::string id;
-    if (ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community, ports::SnmpTimeOutMs},
-                                    &id) != ports::SnmpOutcome::Answered) {
-        return "";
-    }
+    return DeviceIdModel(ProbeDeviceId());
+}
+
+std::string DeviceIdModel(const std::string& id) {
     // "...;MDL:Laser Printer 6200tx;..." or "MODEL:..." as the key's long form.
     for (const std::string_view key : {"MDL:", "MODEL:"}) {
         std::size_t at = id.find(key);
@@ -155,12 +166,30 @@ std::string PrinterOnPort(const std::string& portName) {
     return "";
 }
 
-std::string AddStandInQueue(const std::string& portName, const std::string& model) {
-    const std::string name = "langmon";
-    const std::string driver = model == emulator::Model6300 ? "Quor Laser Printer 6300tx PCL6"
-                                                            : "Quor Laser Printer 6200tx PCL6";
-    platform::AddPrinterQueue(name, driver, portName, true);
-    return name;
+bool FamilyModel(const std::string& model) {
+    for (const ModelRow* row = ModelTable; row->ModelName != nullptr; ++row) {
+        if (model == row->ModelName) return true;
+    }
+    return false;
+}
+
+std::string AddStandInQueue(const std::string& portName, const std::string& model, const std::string& queueName,
+                            QueueLanguage language) {
+    // The family's driver of the model in the job's language; the 6200tx's
+    // for a printer of another make, whose device ID then tells the monitor
+    // what it is.
+    const std::string named = FamilyModel(model) ? model : emulator::Model6200;
+    const std::string suffix = language == QueueLanguage::PostScript ? " PS" : " PCL6";
+    std::string driver;
+    for (const ModelRow* row = ModelTable; row->ModelName != nullptr && driver.empty(); ++row) {
+        const std::string rowDriver = row->DriverName;
+        if (named == row->ModelName && rowDriver.size() >= suffix.size() &&
+            rowDriver.compare(rowDriver.size() - suffix.size(), suffix.size(), suffix) == 0) {
+            driver = rowDriver;
+        }
+    }
+    platform::AddPrinterQueue(queueName, driver, portName, true);
+    return queueName;
 }
 
 std::string StatusClientProblem(const std::string& printerName) {

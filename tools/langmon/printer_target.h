@@ -69,6 +69,11 @@ public:
     // printer's, or the MDL of a network printer's device ID; empty when
     // the printer does not say.
     std::string ProbeModel();
+    // The printer's whole IEEE 1284 device ID as a host that finds it reads
+    // it; empty when the printer does not say.
+    std::string ProbeDeviceId();
+    // The network printer the port leads to; null for any other.
+    const ports::NetworkPrinter* Network() const { return socketPorts_ ? &network_ : nullptr; }
 
     // Bytes the printer has taken so far.
     std::uint64_t ReceivedCount() const { return receivedCount_.load(); }
@@ -92,15 +97,25 @@ private:
     std::atomic<std::uint64_t> receivedCount_{0};
 };
 
+// The model a device ID names (its MDL or MODEL field); empty without one.
+std::string DeviceIdModel(const std::string& id);
+
 // The machine's printer queue on the port (whose name may carry the colon of
 // "LPT1:" or not); empty when it has none there.
 std::string PrinterOnPort(const std::string& portName);
 
-// Adds to the machine a printer queue named "langmon" on the port, with the
-// driver of the emulated printer's model (the 6200tx for a printer of
-// another make) and its status key, so that the printer has a status client
-// as it would on a machine set up for it. Returns the queue's name.
-std::string AddStandInQueue(const std::string& portName, const std::string& model);
+// The language of the jobs a queue's driver makes.
+enum class QueueLanguage { Pcl6, PostScript };
+
+// Whether `model` (a device ID's MDL) is one of the family's.
+bool FamilyModel(const std::string& model);
+
+// Adds to the machine a printer queue `queueName` on the port, with the
+// family's driver of `model` in `language` (the 6200tx's for any other
+// model) and its status key, so that the printer has a status client as it
+// would on a machine set up for it. Returns the queue's name.
+std::string AddStandInQueue(const std::string& portName, const std::string& model,
+                            const std::string& queueName = "langmon", QueueLanguage language = QueueLanguage::Pcl6);
 
 // Empty when the monitor would give the printer a status client: the machine
 // has a queue of that name, whose driver is of a known model and has a

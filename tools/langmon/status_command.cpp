@@ -142,8 +142,9 @@ struct WatchedJob {
 
     static DWORD Run(LPVOID context) {
         auto* job = static_cast<WatchedJob*>(context);
-        job->sent = SendJob(*job->monitor, job->port, job->printerName, job->jobId, job->document, job->file, 4096,
-                            *job->target, SendWatch{*job->stop});
+        const JobTicket ticket{job->jobId, job->document, CommandUser()};
+        job->sent = SendJob(*job->monitor, job->port, job->printerName, ticket, job->file, 4096, *job->target,
+                            SendWatch{*job->stop});
         SetEvent(job->done);
         return 0;
     }

@@ -1,0 +1,290 @@
+#include "backend_job.h"
+
+#include "cups_messages.h"
+#include "side_channel.h"
+
+#include "langmon/client_view.h"
+#include "langmon/error_words.h"
+#include "langmon/job_progress_view.h"
+#include "langmon/job_sender.h"
+#include "langmon/monitoring_view.h"
+#include "langmon/printer_target.h"
+#include "langmon/printer_view.h"
+#include "langmon/progress_line.h"
+
+#include "monitor/port_context.h"
+#include "platform/clock.h"
+#include "platform/spooler_printers.h"
+#include "platform/text.h"
+#include "platform/user_input.h"
+#include "portkind/port_kind.h"
+#include "ports/snmp_device_id.h"
+
+#include <langmon/monitor.h>
+
+#include <cups/backend.h>
+
+#include <chrono>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+
+namespace langmon::backend {
+
+namespace {
+
+using tool::ClientStore;
+
+// CUPS hands a job over a pipe a few KiB at a time; blocks of this size keep
+// WritePort's calls few without holding much.
+constexpr unsigned BlockBytes = 16384;
+// How often the link looks at the side channel, and reads the printer's
+// view for CUPS.
+constexpr int SideChannelWaitMs = 250;
+constexpr auto ViewEvery = std::chrono::milliseconds(1000);
+// How long the job is followed after its end for the printer's report of
+// it, jams and empty trays included: CUPS shows them meanwhile, and cancels
+// the job if a person wants it gone.
+constexpr DWORD FollowLimitMs = 600000;
+// The longest a drain waits for the printer to take what it was given.
+constexpr auto DrainLimit = std::chrono::seconds(30);
+
+// Lines for CUPS from two threads, whole and in order.
+class CupsLines {
+public:
+    explicit CupsLines(std::ostream& out) : out_(out) {}
+    void Write(const std::string& line) {
+        const std::lock_guard hold(mutex_);
+        out_ << line << '\n' << std::flush;
+    }
+    void Debug(const std::string& what) { Write("DEBUG: langmon: " + platform::Printable(what)); }
+
+private:
+    std::mutex mutex_;
+    std::ostream& out_;
+};
+
+// A dotted OID ("1.3.6.1.2.1.1.1.0") as numbers; empty if it is not one.
+std::vector<unsigned long> OidNumbers(const std::string& text) {
+    std::vector<unsigned long> numbers;
+    std::istringstream parts(text);
+    std::string part;
+    while (std::getline(parts, part, '.')) {
+        if (part.empty() || part.find_first_not_of("0123456789") != std::string::npos || part.size() > 9) return {};
+        numbers.push_back(std::stoul(part));
+    }
+    return numbers;
+}
+
+// What CUPS is told and asked while the job runs, in one loop of its own:
+// the side channel's questions as they come, and every ViewEvery the
+// printer's view as a status client reads it, turned into STATE:, ATTR: and
+// INFO: lines when it changed.
+class CupsLink {
+public:
+    CupsLink(CupsLines& lines, std::string queue, bool foreign, SideChannelSources sources,
+             const std::atomic<bool>& writeFailing)
+        : lines_(lines), queue_(std::move(queue)), foreign_(foreign), sources_(std::move(sources)),
+          writeFailing_(writeFailing) {
+        sources_.keywords = [this] { return announcer_.Standing(); };
+        thread_ = std::thread([this] { Run(); });
+    }
+    ~CupsLink() { Stop(); }
+
+    // Ends the loop; every keyword announced is withdrawn, as the printer
+    // is no longer followed.
+    void Stop() {
+        if (!thread_.joinable()) return;
+        done_ = true;
+        thread_.join();
+        for (const std::string& line : announcer_.WithdrawAll()) lines_.Write(line);
+    }
+
+private:
+    void Run() {
+        std::string problem;
+        ClientStore store(queue_, &problem);
+        if (!store.IsOpen() && !foreign_) lines_.Debug("no status client of \"" + queue_ + "\": " + problem);
+        const bool sideChannel = HasSideChannel();
+        auto nextView = std::chrono::steady_clock::now();
+        bool answering = sideChannel;
+        while (!done_) {
+            if (std::chrono::steady_clock::now() >= nextView) {
+                nextView += ViewEvery;
+                Announce(store);
+            }
+            if (answering) {
+                answering = ServeSideChannel(sources_, SideChannelWaitMs);
+            } else {
+                poll(nullptr, 0, SideChannelWaitMs);
+            }
+        }
+        Announce(store);
+    }
+
+    void Announce(const ClientStore& store) {
+        nlohmann::ordered_json printer = nlohmann::ordered_json::object();
+        if (store.IsOpen()) {
+            const std::vector<tool::ClientVariable> values = store.ReadAll();
+            printer = tool::PrinterJson(tool::ValueFacts(values), tool::ViewScope::Client);
+        } else if (foreign_) {
+            // No client follows a printer of another make; it is one all the same.
+            printer["condition"] = "unknown-model";
+        }
+        // A printer that takes none of the job is not answering, whatever
+        // its last reading said.
+        if (writeFailing_.load()) printer["state_reasons"].push_back("offline-report");
+        for (const std::string& line : announcer_.Update(printer)) lines_.Write(line);
+    }
+
+    CupsLines& lines_;
+    const std::string queue_;
+    const bool foreign_;
+    SideChannelSources sources_;
+    const std::atomic<bool>& writeFailing_;
+    StateAnnouncer announcer_;
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};
+
+}  // namespace
+
+int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<bool>& cancelled) {
+    CupsLines lines(cups);
+    if (const std::string problem = tool::CheckPrinterTarget(job.deviceUri); !problem.empty()) {
+        lines.Write("ERROR: " + platform::Printable(job.deviceUri) + ": " + platform::Printable(problem));
+        return CUPS_BACKEND_STOP;
+    }
+    platform::InputFile input = job.file.empty() ? platform::InputFile::StandardInput() : platform::InputFile(job.file);
+    if (!input.Problem().empty()) {
+        lines.Write("ERROR: " + platform::Printable(input.Problem()));
+        return CUPS_BACKEND_FAILED;
+    }
+    const std::string portName = tool::ChoosePortName(job.deviceUri, "");
+    tool::PrinterTarget target(job.deviceUri, portName);
+    lines.Debug("the printer: " + target.Description() + ", on port " + portName);
+
+    // The machine: a queue of the job's printer on the port, with the
+    // family's driver of the model the printer names (jobs through CUPS are
+    // PostScript), unless a machine file describes it already.
+    // A printer of another make gets its jobs as they are: its queue's
+    // driver is one the monitor knows no model of, so it frames nothing.
+    std::string deviceId = target.ProbeDeviceId();
+    const std::string model = tool::DeviceIdModel(deviceId);
+    const bool foreign = !model.empty() && !tool::FamilyModel(model);
+    std::string queue = tool::PrinterOnPort(portName);
+    if (queue.empty()) {
+        queue = job.queue.empty() ? "langmon" : job.queue;
+        if (foreign) {
+            platform::AddPrinterQueue(queue, model, portName, false);
+        } else {
+            tool::AddStandInQueue(portName, model, queue, tool::QueueLanguage::PostScript);
+        }
+    }
+    MONITOR monitor{};
+    InitializeMonitorEx(nullptr, &monitor);
+    HANDLE port = nullptr;
+    if (!monitor.OpenPortEx(const_cast<char*>(portName.c_str()), const_cast<char*>(queue.c_str()), &port,
+                            target.Lower())) {
+        lines.Write("ERROR: the port " + portName + " could not be opened: " + tool::ErrorWords(GetLastError()));
+        return CUPS_BACKEND_FAILED;
+    }
+    auto* const context = static_cast<PortContext*>(port);
+
+    std::atomic<bool> writeFailing{false};
+    std::atomic<bool> holdingBlock{false};
+    std::atomic<bool> atPrinter{true};
+    SideChannelSources sources;
+    sources.deviceId = [&target, deviceId]() mutable {
+        if (deviceId.empty()) deviceId = target.ProbeDeviceId();
+        return deviceId;
+    };
+    sources.busy = [&atPrinter] { return atPrinter.load(); };
+    sources.bidi = (context->portKind & PK_BIDI) != 0;
+    sources.drain = [&holdingBlock, &writeFailing] {
+        // Written is with the printer once WritePort took it: the drain
+        // waits for the block in hand and whatever the pipe still holds.
+        const auto until = std::chrono::steady_clock::now() + DrainLimit;
+        while (std::chrono::steady_clock::now() < until) {
+            int waiting = 0;
+            if (!holdingBlock.load() && ioctl(0, FIONREAD, &waiting) == 0 && waiting == 0) return true;
+            if (writeFailing.load()) return false;
+            poll(nullptr, 0, 20);
+        }
+        return false;
+    };
+    sources.softReset = [&monitor, port] {
+        char answer[4] = {};
+        DWORD returned = 0;
+        return monitor.GetPrinterDataFromPort(port, 7, nullptr, nullptr, 0, answer, sizeof answer, &returned) != FALSE;
+    };
+    if (const ports::NetworkPrinter* network = target.Network()) {
+        const ports::SnmpPeer peer{network->host, network->snmpPort, network->community, ports::SnmpTimeOutMs};
+        sources.snmpGet = [peer](const std::string& oid) -> std::optional<std::string> {
+            const std::vector<unsigned long> numbers = OidNumbers(oid);
+            std::string value;
+            if (numbers.empty() || ports::ReadSnmpValue(peer, numbers, &value) != ports::SnmpOutcome::Answered) {
+                return std::nullopt;
+            }
+            return value;
+        };
+    }
+    CupsLink link(lines, queue, foreign, sources, writeFailing);
+
+    // The client's view of the job is followed from before it starts, so
+    // that the printer's report of its end is not missed.
+    tool::JobProgressWatch progress(queue);
+    std::ostream nowhere(nullptr);
+    tool::ProgressLine progressLine(nowhere, false);
+    tool::SendWatch watch{cancelled};
+    watch.patient = true;
+    watch.holdingBlock = &holdingBlock;
+    watch.waiting = [&](const std::string& reason) {
+        writeFailing = !reason.empty();
+        if (!reason.empty()) {
+            lines.Write("INFO: waiting for the printer: " + platform::Printable(reason));
+        }
+    };
+    tool::FollowStart followFrom;
+    watch.ending = [&followFrom] { followFrom = tool::FollowFromNow(); };
+    const tool::JobTicket ticket{job.id, job.title, job.user};
+    const tool::SentJob sent = tool::SendJob(monitor, port, queue, ticket, input, BlockBytes, target, watch);
+    writeFailing = false;
+    int exitCode = CUPS_BACKEND_OK;
+    if (!sent.started) {
+        lines.Write("ERROR: the job could not be started: " + tool::ErrorWords(sent.startError));
+        exitCode = CUPS_BACKEND_FAILED;
+    } else if (!sent.writeFailure.empty() && !cancelled.load()) {
+        lines.Write("ERROR: the job did not go through: " + platform::Printable(sent.writeFailure));
+        exitCode = CUPS_BACKEND_FAILED;
+    }
+    lines.Debug(std::to_string(sent.taken) + " of " + std::to_string(sent.job.Size()) + " bytes taken");
+
+    if (sent.started && !cancelled.load()) {
+        const auto jobNow = [] { return std::string(); };
+        tool::FollowMonitoring(nowhere, context, followFrom, FollowLimitMs, FollowLimitMs, cancelled, progressLine,
+                               jobNow);
+        if (const std::optional<uint32_t> pages = tool::JobEndPages(progress.Records(), job.id)) {
+            lines.Write("PAGE: total " + std::to_string(*pages));
+        }
+    }
+    atPrinter = false;
+    link.Stop();
+    if (cancelled.load()) {
+        // The job is ended at the printer (EndDocPort sent its end); CUPS
+        // wants the backend gone, not waiting on the printer's report.
+        lines.Write("INFO: the job was cancelled; it ended at the printer");
+        return CUPS_BACKEND_OK;
+    }
+    if (!monitor.ClosePort(port)) {
+        lines.Debug("ClosePort failed: " + tool::ErrorWords(GetLastError()));
+    }
+    return exitCode;
+}
+
+}  // namespace langmon::backend

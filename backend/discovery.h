@@ -1,0 +1,25 @@
+// What the backend finds when CUPS asks (run with no arguments): one
+// "direct" line per USB printer of the family, and one "network" line so
+// that a network printer can be added by its address.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace langmon::backend {
+
+struct FoundPrinter {
+    std::string path;      // "/dev/usb/lp0"
+    std::string deviceId;  // as the printer gives it
+};
+
+// The lines of backend(7) for `found`: `direct langmon:PATH "MAKE MODEL"
+// "INFO" "DEVICE-ID"` for each printer of the family, then the network line.
+void WriteDeviceLines(std::ostream& out, const std::vector<FoundPrinter>& found);
+
+// Looks at every USB printer class device (/dev/usb/lp*) and writes the
+// lines.
+void ListPrinters(std::ostream& out);
+
+}  // namespace langmon::backend

@@ -1,0 +1,43 @@
+// The langmon backend of CUPS (backend(7)): with no arguments it lists the
+// printers it can reach; with a job's arguments it prints the job through
+// the monitor to the printer of DEVICE_URI and tells CUPS what the printer
+// says.
+
+#include "backend_job.h"
+#include "discovery.h"
+
+#include "langmon/interruption.h"
+
+#include <cups/backend.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+int main(int argc, char** argv) {
+    if (argc == 1) {
+        langmon::backend::ListPrinters(std::cout);
+        return CUPS_BACKEND_OK;
+    }
+    if (argc < 6 || argc > 7) {
+        std::cerr << "Usage: " << argv[0] << " job-id user title copies options [file]\n";
+        return CUPS_BACKEND_FAILED;
+    }
+    // A cancel is SIGTERM: the job ends at the printer where it is.
+    langmon::tool::CatchInterruptions();
+    std::signal(SIGPIPE, SIG_IGN);
+
+    langmon::backend::BackendJob job;
+    const char* uri = std::getenv("DEVICE_URI");
+    job.deviceUri = uri != nullptr ? uri : argv[0];
+    const char* queue = std::getenv("PRINTER");
+    job.queue = queue != nullptr ? queue : "";
+    char* end = nullptr;
+    const unsigned long id = std::strtoul(argv[1], &end, 10);
+    job.id = *end == '\0' && id > 0 && id <= 0xFFFFFFFFul ? static_cast<uint32_t>(id) : 1;
+    job.user = argv[2];
+    job.title = argv[3];
+    if (argc == 7) job.file = argv[6];
+    return langmon::backend::RunBackendJob(job, std::cerr, langmon::tool::Interrupted());
+}
