@@ -243,6 +243,7 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
     tool::ProgressLine progressLine(nowhere, false);
     tool::SendWatch watch{cancelled};
     watch.patient = true;
+    watch.streaming = true;
     watch.holdingBlock = &holdingBlock;
     watch.waiting = [&](const std::string& reason) {
         writeFailing = !reason.empty();

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <poll.h>
 #include <unistd.h>
 #include <utility>
 
@@ -53,6 +54,12 @@ std::size_t InputFile::Read(char* buffer, std::size_t size) {
         return 0;
     }
     return static_cast<std::size_t>(got);
+}
+
+bool InputFile::Ready(int timeoutMs) const {
+    if (!problem_.empty() || descriptor_ < 0) return true;
+    pollfd wait{descriptor_, POLLIN, 0};
+    return ::poll(&wait, 1, timeoutMs) != 0;
 }
 
 std::string ReadUpTo(InputFile& file, std::size_t limit, std::string_view what, std::string* bytes) {

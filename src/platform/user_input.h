@@ -34,6 +34,9 @@ public:
     // Up to `size` bytes into `buffer`; 0 at the end of the file or after a
     // problem. A read cut short by a signal is made again.
     std::size_t Read(char* buffer, std::size_t size);
+    // Whether a Read would not wait (bytes, the end, or a problem are
+    // there), waiting up to `timeoutMs` for it; a signal ends the wait early.
+    bool Ready(int timeoutMs) const;
 
 private:
     InputFile(int descriptor, std::string name, bool owned);

@@ -20,12 +20,22 @@ constexpr DWORD FruitlessCallPauseMs = 100;
 // A call that failed is made again after this pause: the printer is off or
 // gone, and each try may take a connection's time-out.
 constexpr DWORD FailedCallPauseMs = 2000;
+// How often a streaming sender that waits for the job looks for a stop.
+constexpr int StreamWaitMs = 250;
 // A printer that took nothing for this long has the wait said: a shorter
 // pause is only a printer at work.
 constexpr DWORD SayWaitAfterMs = 1000;
 
 // A block as full as the job file fills it: a pipe may give less at a time.
-std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block) {
+// Streaming, it is what one read gives, once there is something: a filter's
+// output goes on as it comes, and a stop is seen while none comes.
+std::size_t ReadBlock(platform::InputFile& job, std::vector<char>& block, const SendWatch& watch) {
+    if (watch.streaming) {
+        while (!job.Ready(StreamWaitMs)) {
+            if (watch.stop.load()) return 0;
+        }
+        return watch.stop.load() ? 0 : job.Read(block.data(), block.size());
+    }
     std::size_t filled = 0;
     while (filled < block.size()) {
         const std::size_t got = job.Read(block.data() + filled, block.size() - filled);
@@ -85,7 +95,7 @@ SentJob SendJob(const MONITOR& monitor, HANDLE port, const std::string& printerN
         return true;
     };
     while (sent.writeFailure.empty() && !stopped()) {
-        const std::size_t length = ReadBlock(job, block);
+        const std::size_t length = ReadBlock(job, block, watch);
         if (length == 0) {
             if (!job.Problem().empty()) sent.writeFailure = job.Problem();
             break;

@@ -62,6 +62,9 @@ struct SendWatch {
     // end a wait that way ("" when they go on). Without it, a failed call
     // ends the job and so does a printer that takes nothing for long.
     bool patient = false;
+    // A spooler passing on a filter's output: each block is what one read
+    // of the job gives, sent at once, rather than a block filled first.
+    bool streaming = false;
     // Set while a block read from the job is not yet all taken: what a
     // spooler's "drain" waits on. None: not told.
     std::atomic<bool>* holdingBlock = nullptr;
