@@ -20,6 +20,11 @@ void PageScanner::SetLanguage(Language language, std::vector<bool>& pages) {
 void PageScanner::Finish(size_t pagesSoFar, std::vector<bool>& pages) {
     if (language_ == Language::Unknown && firstPending_) SetLanguage(Language::Other, pages);
     if (language_ == Language::Other && pageHasContent_) EndPage(pages);
+    if (markedPageOpen_) EndPage(pages);
+    // A structured document that marked no page: its showpages were its pages.
+    if (structured_ && !marked_) pages.insert(pages.end(), shownPages_.begin(), shownPages_.end());
+    markedPageOpen_ = false;
+    shownPages_.clear();
     if (sawData_ && pagesSoFar + pages.size() == 0) EndPage(pages);
     pageHasContent_ = false;
     pageHasColor_ = false;
@@ -28,6 +33,13 @@ void PageScanner::Finish(size_t pagesSoFar, std::vector<bool>& pages) {
 bool PageScanner::EndsWith(std::string_view word) const {
     return windowFill_ >= word.size() &&
            std::memcmp(window_ + windowFill_ - word.size(), word.data(), word.size()) == 0;
+}
+
+bool PageScanner::EndsLine(std::string_view word) const {
+    if (!EndsWith(word)) return false;
+    if (windowFill_ == word.size()) return position_ == word.size();
+    const char before = window_[windowFill_ - word.size() - 1];
+    return before == '\n' || before == '\r';
 }
 
 void PageScanner::EndPage(std::vector<bool>& pages) {
@@ -57,19 +69,41 @@ void PageScanner::Byte(char byte, std::vector<bool>& pages) {
         return;
     }
 
+    PostScriptByte(byte, pages);
+}
+
+void PageScanner::PostScriptByte(char byte, std::vector<bool>& pages) {
     if (windowFill_ == sizeof window_) {
         std::memmove(window_, window_ + 1, sizeof window_ - 1);
         --windowFill_;
     }
     window_[windowFill_++] = byte;
-    if (byte == 'e' && EndsWith("showpage")) {
+    ++position_;
+    if (byte == '-' && position_ == 11 && EndsWith("%!PS-Adobe-")) {
+        structured_ = true;
+    } else if (byte == ':' && EndsLine("%%Page:")) {
+        if (markedPageOpen_) EndPage(pages);
+        // What came before the first mark was the prolog.
+        marked_ = true;
+        markedPageOpen_ = true;
+        shownPages_.clear();
+        pageHasColor_ = false;
+    } else if (markedPageOpen_ && ((byte == 'r' && EndsLine("%%Trailer")) || (byte == 'F' && EndsLine("%%EOF")))) {
         EndPage(pages);
+        markedPageOpen_ = false;
+    } else if (byte == 'e' && EndsWith("showpage")) {
+        if (!structured_) {
+            EndPage(pages);
+        } else if (!marked_) {
+            std::vector<bool> page;
+            EndPage(page);
+            shownPages_.push_back(page.front());
+        }
     } else if (byte == 'r' &&
                (EndsWith("setrgbcolor") || EndsWith("setcmykcolor") || EndsWith("sethsbcolor"))) {
         pageHasColor_ = true;
-    } else if (byte == 'F' && EndsWith("%%EOF")) {
-        sawEndOfFile_ = true;
     }
+    if (byte == 'F' && EndsWith("%%EOF")) sawEndOfFile_ = true;
 }
 
 }  // namespace langmon::emulator

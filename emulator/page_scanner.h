@@ -3,7 +3,12 @@
 //
 // Data that begins with "%!" is PostScript (as is any data after ENTER
 // LANGUAGE=POSTSCRIPT): each "showpage" ends a page, and a page is colour when
-// "setrgbcolor", "setcmykcolor" or "sethsbcolor" stands in it. Any other data
+// "setrgbcolor", "setcmykcolor" or "sethsbcolor" stands in it. A document
+// that says it keeps the document structuring conventions ("%!PS-Adobe-")
+// and marks its pages with "%%Page:" lines has a page for each mark, ended by
+// the next one, "%%Trailer" or "%%EOF": its prolog may name showpage in
+// procedures that a page calls once (as Ghostscript's does); without marks,
+// its showpages count. Any other data
 // is taken as lines of text or PCL: each form feed ends a page, and text
 // behind the last form feed that isn't blank is one more page. Other data
 // pages are black. A job with data that ends with no page at all prints one.
@@ -41,6 +46,9 @@ private:
     void Byte(char byte, std::vector<bool>& pages);
     void EndPage(std::vector<bool>& pages);
     bool EndsWith(std::string_view word) const;
+    // `word` ends the window and begins a line.
+    bool EndsLine(std::string_view word) const;
+    void PostScriptByte(char byte, std::vector<bool>& pages);
 
     ColorRule rule_;
     Language language_ = Language::Unknown;
@@ -50,9 +58,15 @@ private:
     bool pageHasColor_ = false;
     bool firstPending_ = false;  // `first_` waits for the language to be known
     char first_ = 0;
-    // The last bytes seen, for the PostScript words; the longest is 12 bytes.
+    // The last bytes seen, for the PostScript words and comments; the
+    // longest, "%%Trailer" behind its line's end, is 10 bytes.
     char window_[12] = {};
     size_t windowFill_ = 0;
+    size_t position_ = 0;       // bytes of PostScript seen
+    bool structured_ = false;   // "%!PS-Adobe-": its pages may be marked
+    bool marked_ = false;       // a "%%Page:" mark was seen
+    bool markedPageOpen_ = false;
+    std::vector<bool> shownPages_;  // showpage's pages of a structured document, until a mark
 };
 
 }  // namespace langmon::emulator
