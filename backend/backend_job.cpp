@@ -26,6 +26,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <ostream>
 #include <sstream>
 #include <thread>
@@ -87,10 +88,11 @@ std::vector<unsigned long> OidNumbers(const std::string& text) {
 // INFO: lines when it changed.
 class CupsLink {
 public:
-    CupsLink(CupsLines& lines, std::string queue, bool foreign, SideChannelSources sources,
+    // `sources` answer the side channel, if there is one.
+    CupsLink(CupsLines& lines, std::string queue, bool foreign, std::optional<SideChannelSources> sources,
              const std::atomic<bool>& writeFailing)
-        : lines_(lines), queue_(std::move(queue)), foreign_(foreign), sources_(std::move(sources)),
-          writeFailing_(writeFailing) {
+        : lines_(lines), queue_(std::move(queue)), foreign_(foreign), sideChannel_(sources.has_value()),
+          sources_(std::move(sources).value_or(SideChannelSources{})), writeFailing_(writeFailing) {
         sources_.keywords = [this] { return announcer_.Standing(); };
         thread_ = std::thread([this] { Run(); });
     }
@@ -110,9 +112,8 @@ private:
         std::string problem;
         ClientStore store(queue_, &problem);
         if (!store.IsOpen() && !foreign_) lines_.Debug("no status client of \"" + queue_ + "\": " + problem);
-        const bool sideChannel = HasSideChannel();
         auto nextView = std::chrono::steady_clock::now();
-        bool answering = sideChannel;
+        bool answering = sideChannel_;
         while (!done_) {
             if (std::chrono::steady_clock::now() >= nextView) {
                 nextView += ViewEvery;
@@ -145,6 +146,7 @@ private:
     CupsLines& lines_;
     const std::string queue_;
     const bool foreign_;
+    const bool sideChannel_;
     SideChannelSources sources_;
     const std::atomic<bool>& writeFailing_;
     StateAnnouncer announcer_;
@@ -234,7 +236,7 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
             return value;
         };
     }
-    CupsLink link(lines, queue, foreign, sources, writeFailing);
+    CupsLink link(lines, queue, foreign, job.sideChannel ? std::optional(sources) : std::nullopt, writeFailing);
 
     // The client's view of the job is followed from before it starts, so
     // that the printer's report of its end is not missed.

@@ -21,6 +21,7 @@ struct BackendJob {
     std::string user;
     std::string title;
     std::string file;  // empty: the job comes on standard input
+    bool sideChannel = false;  // CUPS gave the backend its side channel
 };
 
 // Runs `job`, telling CUPS on `cups` (standard error) in the message forms

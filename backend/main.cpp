@@ -5,6 +5,7 @@
 
 #include "backend_job.h"
 #include "discovery.h"
+#include "side_channel.h"
 
 #include "langmon/interruption.h"
 
@@ -15,7 +16,32 @@
 #include <iostream>
 #include <string>
 
+#include <unistd.h>
+
+namespace {
+
+// The monitor loads the status manager library by name: installed, it is
+// in the installation's library folder, found from the backend's own place
+// (CUPS's backend folder is not beside it). A search path the user set
+// comes first.
+void FindStatusManager() {
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0) return;
+    const std::string program(self, static_cast<std::size_t>(length));
+    const std::string folder = program.substr(0, program.rfind('/'));
+    std::string path = folder + "/" + LANGMON_LIBDIR_FROM_BACKEND;
+    if (const char* set = std::getenv("LANGMON_LIBRARY_PATH"); set != nullptr && *set != '\0') {
+        path = std::string(set) + ":" + path;
+    }
+    setenv("LANGMON_LIBRARY_PATH", path.c_str(), 1);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    const bool sideChannel = langmon::backend::HasSideChannel();
+    FindStatusManager();
     if (argc == 1) {
         langmon::backend::ListPrinters(std::cout);
         return CUPS_BACKEND_OK;
@@ -39,5 +65,6 @@ int main(int argc, char** argv) {
     job.user = argv[2];
     job.title = argv[3];
     if (argc == 7) job.file = argv[6];
+    job.sideChannel = sideChannel;
     return langmon::backend::RunBackendJob(job, std::cerr, langmon::tool::Interrupted());
 }

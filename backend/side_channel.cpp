@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
+#include <sys/stat.h>
 #include <poll.h>
 
 namespace langmon::backend {
@@ -36,7 +36,12 @@ unsigned SideChannelState(const std::set<std::string>& keywords, bool busy) {
     return state;
 }
 
-bool HasSideChannel() { return fcntl(CUPS_SC_FD, F_GETFD) != -1; }
+bool HasSideChannel() {
+    // CUPS's side channel is one end of a socket pair; descriptor 4 may be
+    // anything else (or nothing) when a person runs the backend.
+    struct stat about {};
+    return fstat(CUPS_SC_FD, &about) == 0 && S_ISSOCK(about.st_mode);
+}
 
 bool ServeSideChannel(const SideChannelSources& sources, int timeoutMs) {
     pollfd wait{CUPS_SC_FD, POLLIN, 0};

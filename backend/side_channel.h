@@ -36,7 +36,8 @@ struct SideChannelSources {
 // CUPS_SC_STATE_* bits for the keywords that stand.
 unsigned SideChannelState(const std::set<std::string>& keywords, bool busy);
 
-// Whether CUPS gave the backend a side channel (descriptor 4 is open).
+// Whether CUPS gave the backend a side channel: asked before the backend
+// opens anything, which could be given descriptor 4 when CUPS did not.
 bool HasSideChannel();
 
 // Answers the question waiting on the side channel, if one comes within

@@ -159,6 +159,11 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
     ShellRun status(root_ / "logs", "status", elsewhere + Quoted(bin / "langmon") + " status");
     ShellRun movedStatus(root_ / "logs", "moved", elsewhere + Quoted(moved / "bin" / "langmon") + " status");
     ShellRun missing(root_ / "logs", "missing", elsewhere + Quoted(stripped / "bin" / "langmon") + " status");
+    // The CUPS backend, run as CUPS runs it (from its own folder, a job on
+    // the emulated printer): it finds the status manager library too.
+    const fs::path backend = prefix / LANGMON_CUPS_BACKEND_DIR / "langmon";
+    ShellRun cupsJob(root_ / "logs", "backend",
+                     elsewhere + "DEVICE_URI=langmon:/emulator PRINTER=office " + Quoted(backend) + " 7 alice title 1 '' " + job);
     ShellRun pointed(root_ / "logs", "pointed",
                      elsewhere + "LANGMON_LIBRARY_PATH=" + Quoted(lib) + " " + Quoted(stripped / "bin" / "langmon") + " status");
 
@@ -195,6 +200,16 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
         EXPECT_EQ(run->Wait(), 0) << run->Describe();
         EXPECT_NE(run->Out().find("toner        cyan     [##########] 100%"), std::string::npos) << run->Describe();
         EXPECT_NE(run->Out().find("service tag  7QX2K9M"), std::string::npos) << run->Describe();
+    }
+
+    EXPECT_EQ(cupsJob.Wait(), 0) << cupsJob.Describe();
+    EXPECT_NE(cupsJob.Err().find("PAGE: total 3\n"), std::string::npos) << cupsJob.Describe();
+    // CUPS runs a backend that all may run as its own unprivileged user.
+    EXPECT_EQ(fs::status(backend).permissions() & fs::perms::all, fs::perms(0755));
+    for (const char* model : {"6200tx", "6300tx"}) {
+        const fs::path ppd = prefix / LANGMON_INSTALL_DATADIR / "ppd" / "langmon" / ("langmon-" + std::string(model) + ".ppd");
+        EXPECT_NE(ReadFile(ppd).find("*ModelName: \"Quor Laser Printer " + std::string(model) + "\""), std::string::npos)
+            << ppd;
     }
 
     // Without the library the command says where it looked and what to set.
