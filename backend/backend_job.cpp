@@ -5,6 +5,7 @@
 
 #include "langmon/client_view.h"
 #include "langmon/error_words.h"
+#include "langmon/interruption.h"
 #include "langmon/job_progress_view.h"
 #include "langmon/job_sender.h"
 #include "langmon/monitoring_view.h"
@@ -280,9 +281,11 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
     link.Stop();
     if (cancelled.load()) {
         // The job is ended at the printer (EndDocPort sent its end); CUPS
-        // wants the backend gone, not waiting on the printer's report.
+        // wants the backend gone, not waiting on the printer's report, so
+        // the port is left open as the process ends: its threads still use
+        // what is below it.
         lines.Write("INFO: the job was cancelled; it ended at the printer");
-        return CUPS_BACKEND_OK;
+        tool::LeaveAtOnce(CUPS_BACKEND_OK);
     }
     if (!monitor.ClosePort(port)) {
         lines.Debug("ClosePort failed: " + tool::ErrorWords(GetLastError()));

@@ -26,7 +26,8 @@ struct BackendJob {
 
 // Runs `job`, telling CUPS on `cups` (standard error) in the message forms
 // of filter(7); `cancelled` is set by CUPS's SIGTERM. Returns a CUPS_BACKEND_*
-// exit code.
+// exit code; after a cancel it ends the process with CUPS_BACKEND_OK once the
+// job is ended at the printer.
 int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<bool>& cancelled);
 
 }  // namespace langmon::backend
