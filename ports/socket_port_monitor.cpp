@@ -150,11 +150,15 @@ struct SocketEntries {
         return TRUE;
     }
 
-    static BOOL StartDocPort(HANDLE handle, char*, DWORD, DWORD, BYTE*) {
+    static BOOL StartDocPort(HANDLE handle, char*, DWORD jobId, DWORD, BYTE*) {
         OpenSocket* open = FromHandle(handle);
         if (!open) return Fail(ERROR_INVALID_HANDLE);
-        // A fresh document may reach the printer again.
-        if (open->documents++ == 0) {
+        // A job's document may reach the printer again. A document of no
+        // job may not: a language monitor opens one of its own when a read
+        // of the device ID found no printer, in the middle of a job too,
+        // and the rest of the job goes on in it; in a new connection the
+        // printer would print that rest as a job of its own.
+        if (open->documents++ == 0 && jobId != 0) {
             std::lock_guard hold(open->lock);
             open->broken = false;
         }

@@ -22,10 +22,11 @@
 //
 // Network faults are the printer's faults, as a printer that does not
 // answer: a refused connection, a reset, a printer that closes mid-job. The
-// document in which it happened takes nothing more (a job must not go on
-// in a new connection, which the printer would take for a new job); the
-// next document connects afresh, so the printer is reached again once it
-// is back, between jobs.
+// document in which it happened takes nothing more, nor do documents of no
+// job (JobId 0) opened after it, in which a language monitor goes on with
+// the job it was sending: a job must not go on in a new connection, which
+// the printer would take for a new job. The next job's document connects
+// afresh, so the printer is reached again once it is back, between jobs.
 //
 // GetPrinterDataFromPort with ControlID 17 reads the device ID over SNMP
 // with a short time-out: the text and its NUL in the buffer, the count
