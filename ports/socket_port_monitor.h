@@ -17,7 +17,9 @@
 // - a write may take WriteTotalTimeoutConstant + WriteTotalTimeoutMultiplier
 //   times its size milliseconds; one the printer takes nothing of within
 //   that returns 0 taken and ERROR_TIMEOUT, one it takes part of returns what
-//   it took. Without time-outs a write does not wait for room at all.
+//   it took. Without a total time-out (none set, or both 0) a write waits
+//   for room up to RoomWaitMs, not until all is taken as the time-outs' own
+//   rule has it: no thread is held for a time no one chose.
 // - a read waits as the serial port monitor's does, and returns what came.
 //
 // Network faults are the printer's faults, as a printer that does not
@@ -55,6 +57,9 @@ struct NetworkPrinter {
 
 // How long connecting may take before the printer counts as not answering.
 inline constexpr int ConnectTimeOutMs = 2000;
+// How long a write without a total time-out waits for the printer to make
+// room: its window fills whenever it is slower than the host.
+inline constexpr int RoomWaitMs = 500;
 // How long one SNMP try may take; one more follows a silent one.
 inline constexpr unsigned SnmpTimeOutMs = 500;
 
