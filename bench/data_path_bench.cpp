@@ -7,6 +7,12 @@
 // the monitor adds; it is emptied before each job, outside the timed part.
 // Each of the monitor's jobs is also paired with a plain job just before it,
 // since on a shared machine the load drifts from one benchmark to the next.
+//
+// The same job also goes by TCP to `langmon emulate`, through the network
+// port monitor below the monitor, against a plain write(2) loop of the same
+// blocks to the same emulator; there the wall clock counts, as throughput
+// to a printer is what a user waits for, and each job ends once the printer
+// has read all of it (see emulated_network_printer.h).
 
 #include "monitor/port_context.h"
 #include "monitor/port_mode.h"
@@ -14,7 +20,9 @@
 #include "platform/memory.h"
 #include "platform/registry.h"
 
+#include "emulated_network_printer.h"
 #include "fd_port_monitor.h"
+#include "ports/socket_port_monitor.h"
 #include "langmon/harness_monitor.h"
 #include "run_summary.h"
 
@@ -29,6 +37,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <map>
 #include <cstdio>
@@ -44,12 +53,19 @@ constexpr std::size_t JobSize = std::size_t{100} << 20;
 constexpr DWORD BlockSizes[] = {4096, 65536};
 // The most the monitor's job may cost against the plain loop, as a ratio.
 constexpr double TargetRatio = 1.05;
+// The least of the plain loop's throughput the monitor's job must reach by
+// TCP to the emulator.
+constexpr double TcpTargetShare = 0.9;
+// A call that took nothing is made again after this pause, as `langmon
+// print` does: a printer whose window is full is busy, not gone.
+constexpr DWORD SpoolerPauseMs = 100;
 
 char printerName[] = "Bench Printer";
 char documentName[] = "bench";
 char dataType[] = "RAW";
 
 MONITOR languageMonitor{};
+EmulatedNetworkPrinter networkPrinter;
 int jobFd = -1;
 std::string jobPath;
 bool onTmpfs = false;
@@ -150,15 +166,21 @@ struct StrategyCase {
 };
 
 /* SendBlock: one block as the spooler passes it, again from where the port
-   stopped until all of it is taken; false when a call fails or takes
-   nothing, which on a file means something is wrong. */
-bool SendBlock(HANDLE handle, const BYTE* data, DWORD length) {
+   stopped until all of it is taken; false when a call fails, or takes
+   nothing on a file, where that means something is wrong. A network
+   printer that takes nothing is busy: the call is made again after the
+   spooler's pause, counted in `idle`. */
+bool SendBlock(HANDLE handle, const BYTE* data, DWORD length, std::size_t* idle) {
     DWORD offset = 0;
     while (offset < length) {
         DWORD written = 0;
-        if (!languageMonitor.WritePort(handle, const_cast<BYTE*>(data) + offset, length - offset, &written) ||
-            written == 0) {
+        if (!languageMonitor.WritePort(handle, const_cast<BYTE*>(data) + offset, length - offset, &written)) {
             return false;
+        }
+        if (written == 0) {
+            if (idle == nullptr) return false;
+            ++*idle;
+            Sleep(SpoolerPauseMs);
         }
         offset += written;
     }
@@ -170,7 +192,7 @@ bool SendBlock(HANDLE handle, const BYTE* data, DWORD length) {
    blocks from the first block's return (the header question is settled by
    then) to the last block's. */
 const char* SendJob(const StrategyCase& meant, const std::vector<BYTE>& block, MONITOR* below,
-                    std::size_t* allocations) {
+                    std::size_t* allocations, std::size_t* idle = nullptr) {
     HANDLE handle = nullptr;
     if (!languageMonitor.OpenPortEx(const_cast<LPSTR>(meant.portName), printerName, &handle, below)) {
         return "OpenPortEx failed";
@@ -182,7 +204,7 @@ const char* SendJob(const StrategyCase& meant, const std::vector<BYTE>& block, M
     }
     const DWORD size = static_cast<DWORD>(block.size());
     const char* problem = nullptr;
-    if (!SendBlock(handle, block.data(), size)) {
+    if (!SendBlock(handle, block.data(), size, idle)) {
         problem = "the first block did not go";
     } else {
         const auto* port = static_cast<const PortContext*>(handle);
@@ -194,7 +216,7 @@ const char* SendJob(const StrategyCase& meant, const std::vector<BYTE>& block, M
     }
     const std::size_t before = platform::AllocationCount();
     for (std::size_t sent = size; problem == nullptr && sent < JobSize; sent += size) {
-        if (!SendBlock(handle, block.data(), size)) problem = "a WritePort call failed or took nothing";
+        if (!SendBlock(handle, block.data(), size, idle)) problem = "a WritePort call failed or took nothing";
     }
     *allocations = platform::AllocationCount() - before;
     languageMonitor.EndDocPort(handle);
@@ -249,6 +271,89 @@ void MonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize) {
         benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
 }
+
+double WallNs(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count();
+}
+
+/* TcpPlainJob: the job's blocks with write(2) alone, in a connection of
+   its own, until the printer has read them all. */
+bool TcpPlainJob(const std::vector<BYTE>& block) {
+    const int fd = networkPrinter.Connect();
+    if (fd < 0) return false;
+    bool ok = true;
+    for (std::size_t sent = 0; ok && sent < JobSize; sent += block.size()) {
+        for (std::size_t offset = 0; ok && offset < block.size();) {
+            const ssize_t taken = ::write(fd, block.data() + offset, block.size() - offset);
+            ok = taken > 0 || errno == EINTR;
+            offset += taken > 0 ? static_cast<std::size_t>(taken) : 0;
+        }
+    }
+    close(fd);
+    return ok && networkPrinter.AwaitAllTaken();
+}
+
+void TcpPlainLoop(benchmark::State& state, DWORD blockSize) {
+    const std::vector<BYTE> block = MakeBlock(blockSize);
+    double wallNs = 0;
+    for (auto _ : state) {
+        const auto start = std::chrono::steady_clock::now();
+        if (!TcpPlainJob(block)) {
+            state.SkipWithError("the emulator did not take the job");
+            break;
+        }
+        const double ns = WallNs(start);
+        wallNs += ns;
+        state.SetIterationTime(ns / 1e9);
+    }
+    state.counters["MB/s"] = wallNs > 0 ? static_cast<double>(state.iterations() * JobSize) / wallNs * 1e3 : 0;
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
+}
+
+/* TcpMonitorJob: the job through the monitor and the network port monitor,
+   paired with a plain job just before it; "paired" is the monitor's wall
+   time over the plain job's. */
+void TcpMonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize) {
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, PortModeKey, PortModeValue, meant.fixedMode);
+    const std::vector<BYTE> block = MakeBlock(blockSize);
+    ports::SocketPortMonitor socketMonitor;
+    socketMonitor.Attach(meant.portName, {"127.0.0.1", networkPrinter.TcpPort(), networkPrinter.SnmpPort(), "public"});
+    double plainNs = 0;
+    double monitorNs = 0;
+    std::size_t idle = 0;
+    for (auto _ : state) {
+        auto start = std::chrono::steady_clock::now();
+        if (!TcpPlainJob(block)) {
+            state.SkipWithError("the emulator did not take the plain job");
+            break;
+        }
+        plainNs += WallNs(start);
+        std::size_t allocations = 0;
+        start = std::chrono::steady_clock::now();
+        const char* problem = SendJob(meant, block, socketMonitor.Table(), &allocations, &idle);
+        if (problem == nullptr && !networkPrinter.AwaitAllTaken()) problem = "the emulator did not take the job";
+        const double ns = WallNs(start);
+        if (problem != nullptr) {
+            state.SkipWithError(problem);
+            break;
+        }
+        monitorNs += ns;
+        state.SetIterationTime(ns / 1e9);
+    }
+    state.counters["paired"] = plainNs > 0 ? monitorNs / plainNs : 0;
+    state.counters["MB/s"] = monitorNs > 0 ? static_cast<double>(state.iterations() * JobSize) / monitorNs * 1e3 : 0;
+    state.counters["idle/job"] = benchmark::Counter(static_cast<double>(idle), benchmark::Counter::kAvgIterations);
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
+}
+
+const struct {
+    const char* name;
+    const char* what;
+    StrategyCase meant;
+} TcpStrategies[] = {
+    {"TcpWriteCapped", "ECP, as a network printer's LPT1: is by default", {"LPT1", PM_ECP, false}},
+    {"TcpWriteBehind", "compatibility", {"LPT1", PM_COMPAT, false}},
+};
 
 const struct {
     const char* name;
@@ -315,6 +420,26 @@ public:
                             shifted->Time(), shifted->Time() / base, behind->Time() / shifted->Time());
             }
         }
+        std::printf("\nThe %zu MB job by TCP to langmon emulate, on the wall clock, each job read to its end: the"
+                    " monitor's throughput as a share of the plain write(2) loop's, with the plain job just before"
+                    " it\n",
+                    JobSize >> 20);
+        for (DWORD blockSize : BlockSizes) {
+            const Measured* plain = Measurement(Name("TcpPlainWrite", blockSize));
+            if (plain != nullptr) {
+                std::printf("%u-byte blocks, plain loop %.0f MB/s:\n", blockSize, plain->Counter("MB/s"));
+            }
+            for (const auto& strategy : TcpStrategies) {
+                const Measured* m = Measurement(Name(strategy.name, blockSize));
+                if (m == nullptr) continue;
+                const double ratio = Paired(Name(strategy.name, blockSize));
+                const double share = ratio > 0 ? 1 / ratio : 0;
+                std::printf("  %s (%s): %.0f MB/s, %.3f of the plain loop's, at least %.2f: %s;"
+                            " %g calls a job took nothing\n",
+                            strategy.name, strategy.what, m->Counter("MB/s"), share, TcpTargetShare,
+                            share >= TcpTargetShare ? "met" : "not met", m->Counter("idle/job"));
+            }
+        }
     }
 
 private:
@@ -346,6 +471,24 @@ int main(int argc, char** argv) {
             benchmark::RegisterBenchmark(Name(strategy.name, blockSize).c_str(), MonitorJob, strategy.meant, blockSize)
                 ->Unit(benchmark::kMillisecond);
         }
+    }
+
+    // The network printer's figures need the command beside the benchmark;
+    // without it they are left out, and the summary says so.
+    if (networkPrinter.Start(LANGMON_COMMAND)) {
+        for (DWORD blockSize : BlockSizes) {
+            benchmark::RegisterBenchmark(Name("TcpPlainWrite", blockSize).c_str(), TcpPlainLoop, blockSize)
+                ->Unit(benchmark::kMillisecond)
+                ->UseManualTime();
+            for (const auto& strategy : TcpStrategies) {
+                benchmark::RegisterBenchmark(Name(strategy.name, blockSize).c_str(), TcpMonitorJob, strategy.meant,
+                                             blockSize)
+                    ->Unit(benchmark::kMillisecond)
+                    ->UseManualTime();
+            }
+        }
+    } else {
+        std::fprintf(stderr, "data_path_bench: no network printer: %s\n", networkPrinter.Problem().c_str());
     }
 
     const int status = RunAndSummarise<SummaryReporter>(argc, argv);

@@ -150,11 +150,15 @@ struct SocketEntries {
         return TRUE;
     }
 
-    static BOOL StartDocPort(HANDLE handle, char*, DWORD, DWORD, BYTE*) {
+    static BOOL StartDocPort(HANDLE handle, char*, DWORD jobId, DWORD, BYTE*) {
         OpenSocket* open = FromHandle(handle);
         if (!open) return Fail(ERROR_INVALID_HANDLE);
-        // A fresh document may reach the printer again.
-        if (open->documents++ == 0) {
+        // A job's document may reach the printer again. A document of no
+        // job may not: a language monitor opens one of its own when a read
+        // of the device ID found no printer, in the middle of a job too,
+        // and the rest of the job goes on in it; in a new connection the
+        // printer would print that rest as a job of its own.
+        if (open->documents++ == 0 && jobId != 0) {
             std::lock_guard hold(open->lock);
             open->broken = false;
         }
@@ -170,7 +174,14 @@ struct SocketEntries {
         OpenSocket* open = ForTransfer(handle, buffer, size, written, &result);
         if (!open) return result;
         const uint64_t limit = open->port->timeOuts.WriteLimitMs(size);
-        const std::optional<Clock::time_point> deadline = Clock::now() + std::chrono::milliseconds(limit);
+        const Clock::time_point now = Clock::now();
+        const std::optional<Clock::time_point> deadline = now + std::chrono::milliseconds(limit);
+        // A full window is a printer at work. Without a total time-out the
+        // write still waits a little for room, or a printer slower than the
+        // host would have every other call take nothing and the spooler
+        // pause before the next.
+        const std::optional<Clock::time_point> roomDeadline =
+            limit != 0 ? deadline : now + std::chrono::milliseconds(RoomWaitMs);
         const int fd = open->Connection(MsLeft(deadline) == 0 ? ConnectTimeOutMs : MsLeft(deadline));
         DWORD done = 0;
         while (fd >= 0 && done < size) {
@@ -185,7 +196,7 @@ struct SocketEntries {
                 break;
             }
             // The printer's window is full: wait for room as long as the call may.
-            const int left = MsLeft(deadline);
+            const int left = MsLeft(roomDeadline);
             if (left == 0) break;
             pollfd wait{fd, POLLOUT, 0};
             if (::poll(&wait, 1, left) > 0 && (wait.revents & POLLOUT) == 0) {

@@ -17,15 +17,18 @@
 // - a write may take WriteTotalTimeoutConstant + WriteTotalTimeoutMultiplier
 //   times its size milliseconds; one the printer takes nothing of within
 //   that returns 0 taken and ERROR_TIMEOUT, one it takes part of returns what
-//   it took. Without time-outs a write does not wait for room at all.
+//   it took. Without a total time-out (none set, or both 0) a write waits
+//   for room up to RoomWaitMs, not until all is taken as the time-outs' own
+//   rule has it: no thread is held for a time no one chose.
 // - a read waits as the serial port monitor's does, and returns what came.
 //
 // Network faults are the printer's faults, as a printer that does not
 // answer: a refused connection, a reset, a printer that closes mid-job. The
-// document in which it happened takes nothing more (a job must not go on
-// in a new connection, which the printer would take for a new job); the
-// next document connects afresh, so the printer is reached again once it
-// is back, between jobs.
+// document in which it happened takes nothing more, nor do documents of no
+// job (JobId 0) opened after it, in which a language monitor goes on with
+// the job it was sending: a job must not go on in a new connection, which
+// the printer would take for a new job. The next job's document connects
+// afresh, so the printer is reached again once it is back, between jobs.
 //
 // GetPrinterDataFromPort with ControlID 17 reads the device ID over SNMP
 // with a short time-out: the text and its NUL in the buffer, the count
@@ -54,6 +57,9 @@ struct NetworkPrinter {
 
 // How long connecting may take before the printer counts as not answering.
 inline constexpr int ConnectTimeOutMs = 2000;
+// How long a write without a total time-out waits for the printer to make
+// room: its window fills whenever it is slower than the host.
+inline constexpr int RoomWaitMs = 500;
 // How long one SNMP try may take; one more follows a silent one.
 inline constexpr unsigned SnmpTimeOutMs = 500;
 
