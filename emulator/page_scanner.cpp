@@ -21,10 +21,7 @@ void PageScanner::Finish(size_t pagesSoFar, std::vector<bool>& pages) {
     if (language_ == Language::Unknown && firstPending_) SetLanguage(Language::Other, pages);
     if (language_ == Language::Other && pageHasContent_) EndPage(pages);
     if (markedPageOpen_) EndPage(pages);
-    // A structured document that marked no page: its showpages were its pages.
-    if (structured_ && !marked_) pages.insert(pages.end(), shownPages_.begin(), shownPages_.end());
     markedPageOpen_ = false;
-    shownPages_.clear();
     if (sawData_ && pagesSoFar + pages.size() == 0) EndPage(pages);
     pageHasContent_ = false;
     pageHasColor_ = false;
@@ -79,29 +76,26 @@ void PageScanner::PostScriptByte(char byte, std::vector<bool>& pages) {
     }
     window_[windowFill_++] = byte;
     ++position_;
-    if (byte == '-' && position_ == 11 && EndsWith("%!PS-Adobe-")) {
-        structured_ = true;
+    if ((byte == 'g' && EndsLine("%%BeginProlog")) || (byte == 'p' && EndsLine("%%BeginSetup"))) {
+        inProlog_ = true;
+    } else if (byte == 'g' && EndsLine("%%EndProlog")) {
+        inProlog_ = false;
+    } else if (byte == 'p' && EndsLine("%%EndSetup")) {
+        inProlog_ = false;
     } else if (byte == ':' && EndsLine("%%Page:")) {
         if (markedPageOpen_) EndPage(pages);
-        // What came before the first mark was the prolog.
         marked_ = true;
         markedPageOpen_ = true;
-        shownPages_.clear();
+        inProlog_ = false;
         pageHasColor_ = false;
     } else if (markedPageOpen_ && ((byte == 'r' && EndsLine("%%Trailer")) || (byte == 'F' && EndsLine("%%EOF")))) {
         EndPage(pages);
         markedPageOpen_ = false;
     } else if (byte == 'e' && EndsWith("showpage")) {
-        if (!structured_) {
-            EndPage(pages);
-        } else if (!marked_) {
-            std::vector<bool> page;
-            EndPage(page);
-            shownPages_.push_back(page.front());
-        }
+        if (!inProlog_ && !marked_) EndPage(pages);
     } else if (byte == 'r' &&
                (EndsWith("setrgbcolor") || EndsWith("setcmykcolor") || EndsWith("sethsbcolor"))) {
-        pageHasColor_ = true;
+        pageHasColor_ = pageHasColor_ || !inProlog_;
     }
     if (byte == 'F' && EndsWith("%%EOF")) sawEndOfFile_ = true;
 }

@@ -3,12 +3,14 @@
 //
 // Data that begins with "%!" is PostScript (as is any data after ENTER
 // LANGUAGE=POSTSCRIPT): each "showpage" ends a page, and a page is colour when
-// "setrgbcolor", "setcmykcolor" or "sethsbcolor" stands in it. A document
-// that says it keeps the document structuring conventions ("%!PS-Adobe-")
-// and marks its pages with "%%Page:" lines has a page for each mark, ended by
-// the next one, "%%Trailer" or "%%EOF": its prolog may name showpage in
-// procedures that a page calls once (as Ghostscript's does); without marks,
-// its showpages count. Any other data
+// "setrgbcolor", "setcmykcolor" or "sethsbcolor" stands in it. The
+// document structuring comments are read as a printer's interpreter would
+// find what runs: a showpage in the prolog or setup ("%%BeginProlog" to
+// "%%EndProlog", "%%BeginSetup" to "%%EndSetup") only defines a procedure,
+// and once the document marks its pages with "%%Page:" lines, each mark
+// begins a page that the next one, "%%Trailer" or "%%EOF" ends, whatever
+// calls showpage inside it (Ghostscript's PostScript calls it from its
+// prolog's procedures). Any other data
 // is taken as lines of text or PCL: each form feed ends a page, and text
 // behind the last form feed that isn't blank is one more page. Other data
 // pages are black. A job with data that ends with no page at all prints one.
@@ -59,14 +61,13 @@ private:
     bool firstPending_ = false;  // `first_` waits for the language to be known
     char first_ = 0;
     // The last bytes seen, for the PostScript words and comments; the
-    // longest, "%%Trailer" behind its line's end, is 10 bytes.
-    char window_[12] = {};
+    // longest, "%%BeginProlog" behind its line's end, is 14 bytes.
+    char window_[16] = {};
     size_t windowFill_ = 0;
-    size_t position_ = 0;       // bytes of PostScript seen
-    bool structured_ = false;   // "%!PS-Adobe-": its pages may be marked
-    bool marked_ = false;       // a "%%Page:" mark was seen
+    size_t position_ = 0;        // bytes of PostScript seen
+    bool inProlog_ = false;      // in the prolog or the setup
+    bool marked_ = false;        // a "%%Page:" mark was seen
     bool markedPageOpen_ = false;
-    std::vector<bool> shownPages_;  // showpage's pages of a structured document, until a mark
 };
 
 }  // namespace langmon::emulator

@@ -49,6 +49,13 @@ TEST_F(PjlTest, EveryKindOfDataEndsItsJobAndCountsItsPages) {
         {"%!PS-Adobe-3.0\n1 0 0 setrgbcolor showpage\n", 1, 0, ColorRule::Mono},
         {"%!PS-Adobe-3.0\n(one) show showpage\n%%EOF\n", 1, 0, ColorRule::Auto, true},
         {"%!PS-Adobe-3.0\n(one) show showpage\n(two) show", 0, 0, ColorRule::Auto, true, true},
+        // Ghostscript's way: showpage and colour named in the prolog's
+        // procedures, the pages marked, each calling a procedure. The
+        // emulator reads words, it does not run them: a colour set only
+        // through a procedure is not seen.
+        {"%!PS-Adobe-3.0\n%%BeginProlog\n/p{showpage}def /c{1 0 0 setrgbcolor}def\n%%EndProlog\n"
+         "%%Page: 1 1\nc p\n%%Page: 2 2\n1 0 0 setrgbcolor p\n%%Trailer\n%%EOF\n",
+         2, 1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::PrintToString(std::string(c.data)));
