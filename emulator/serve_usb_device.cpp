@@ -19,6 +19,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -65,15 +66,19 @@ bool RemoveDeadMount(const std::string& directory) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// Makes `directory` ready to be mounted on; empty, or what is in the way.
-std::string PrepareMountPoint(const std::string& directory) {
-    struct stat here{};
-    if (::stat(directory.c_str(), &here) != 0 && errno == ENOTCONN) {
+// Makes `directory` ready to be mounted on, saying in `made` whether it
+// had to be made; empty, or what is in the way.
+std::string PrepareMountPoint(const std::string& directory, bool* made) {
+    // statfs(2) always goes to the server, where stat(2) may be answered
+    // from what the kernel still remembers.
+    struct statfs filesystem{};
+    if (::statfs(directory.c_str(), &filesystem) != 0 && errno == ENOTCONN) {
         if (!RemoveDeadMount(directory)) return "a dead mount of an earlier run is in the way and could not be removed";
     }
     std::error_code error;
-    std::filesystem::create_directories(directory, error);
+    *made = std::filesystem::create_directories(directory, error);
     if (error) return error.message();
+    struct stat here{};
     if (::stat(directory.c_str(), &here) != 0) return std::strerror(errno);
     if (!S_ISDIR(here.st_mode)) return "not a directory";
     struct stat parent{};
@@ -202,7 +207,7 @@ UsbDevice::UsbDevice(Printer& printer, const std::string& directory) : printer_(
     if (directory_.size() > 1 && directory_.back() == '/') directory_.pop_back();
     path_ = directory_ + "/" + UsbDeviceName;
     const std::string what = "--usb-device " + directory + ": ";
-    if (const std::string problem = PrepareMountPoint(directory_); !problem.empty()) {
+    if (const std::string problem = PrepareMountPoint(directory_, &madeDirectory_); !problem.empty()) {
         problem_ = what + problem;
         return;
     }
@@ -248,6 +253,9 @@ void UsbDevice::Unmount() {
     if (mounted_) fuse_session_unmount(session_);
     mounted_ = false;
     fuse_session_destroy(session_);
+    // A folder made for the device goes with it; the lazy unmount has
+    // already taken the mount off it.
+    if (madeDirectory_) ::rmdir(directory_.c_str());
     session_ = nullptr;
     fd_ = -1;
     std::free(buffer_);

@@ -49,7 +49,8 @@ inline constexpr const char* UsbDeviceName = "lp0";
 
 class UsbDevice final : public PrinterTransport {
 public:
-    // Mounts the device at `directory`, made if missing.
+    // Mounts the device at `directory`, made if missing (and then removed
+    // with the device).
     UsbDevice(Printer& printer, const std::string& directory);
     ~UsbDevice() override;
     UsbDevice(const UsbDevice&) = delete;
@@ -93,6 +94,7 @@ private:
     std::string path_;
     fuse_session* session_ = nullptr;
     bool mounted_ = false;
+    bool madeDirectory_ = false;
     int fd_ = -1;
     HostStream stream_;
     int opens_ = 0;

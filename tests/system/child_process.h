@@ -50,6 +50,25 @@ inline int RunToEnd(std::vector<std::string> words, std::string* out) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Starts the command with its standard output, and with `withErrors` its
+// errors too, on a pipe whose reading end goes to `output`; its pid, or -1.
+inline pid_t StartWithOutput(std::vector<std::string> words, int* output, bool withErrors = false) {
+    int ends[2];
+    if (pipe(ends) != 0) return -1;
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, ends[1], 1);
+    if (withErrors) posix_spawn_file_actions_adddup2(&files, ends[1], 2);
+    posix_spawn_file_actions_addclose(&files, ends[0]);
+    std::vector<char*> argv = Argv(words);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), environ) != 0) pid = -1;
+    posix_spawn_file_actions_destroy(&files);
+    close(ends[1]);
+    *output = ends[0];
+    return pid;
+}
+
 // A child's output, read as it comes, up to `limitMs` for
 // `until` to appear.
 inline bool ReadUntil(int pipe, std::string* text, const std::string& until, int limitMs) {

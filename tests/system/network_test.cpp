@@ -18,39 +18,29 @@
 #include <vector>
 
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 
 namespace {
 
-using langmon::testing::Argv;
 using langmon::testing::ReadUntil;
 using langmon::testing::ReadWhole;
 using langmon::testing::RunToEnd;
+using langmon::testing::StartWithOutput;
 
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 TEST(NetworkPrinter, PrintsOverTcpReadsItsDeviceIdOverSnmpAndSeesItGo) {
     const std::string job = std::string(LANGMON_EXAMPLES) + "/brochure.ps";
-    int output[2];
-    ASSERT_EQ(pipe(output), 0);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, output[1], 1);
-    posix_spawn_file_actions_addclose(&files, output[0]);
     // Ports 0: the system picks free ones, and the address tells them.
-    std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=200",
-                                      "--listen", "127.0.0.1:0", "--snmp", "127.0.0.1:0", "--at", "2:jam"};
-    std::vector<char*> argv = Argv(words);
-    pid_t emulator = -1;
-    ASSERT_EQ(posix_spawn(&emulator, argv[0], &files, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&files);
-    close(output[1]);
+    int output = -1;
+    const pid_t emulator = StartWithOutput({LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=200",
+                                      "--listen", "127.0.0.1:0", "--snmp", "127.0.0.1:0", "--at", "2:jam"}, &output);
+    ASSERT_GT(emulator, 0);
 
     std::string shown;
-    ASSERT_TRUE(ReadUntil(output[0], &shown, "\n", 3000)) << shown;
+    ASSERT_TRUE(ReadUntil(output, &shown, "\n", 3000)) << shown;
     const std::string address = shown.substr(0, shown.find('\n'));
     std::smatch parts;
     ASSERT_TRUE(std::regex_match(address, parts, std::regex(R"(langmon://127\.0\.0\.1:(\d+)\?snmp=(\d+))"))) << shown;
@@ -67,16 +57,16 @@ TEST(NetworkPrinter, PrintsOverTcpReadsItsDeviceIdOverSnmpAndSeesItGo) {
     EXPECT_TRUE(Has(report, "job 1 ended: 3 pages")) << report;
 
     // The jam made after the job shows in the next reading of the device ID.
-    ASSERT_TRUE(ReadUntil(output[0], &shown, ": the printer: jam\n", 3000)) << shown;
+    ASSERT_TRUE(ReadUntil(output, &shown, ": the printer: jam\n", 3000)) << shown;
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "status", "--printer", address}, &report), 0) << report;
     EXPECT_TRUE(Has(report, "status       paper jam (error)")) << report;
 
     kill(emulator, SIGTERM);
-    EXPECT_TRUE(ReadUntil(output[0], &shown, "the printer received", 3000)) << shown;
+    EXPECT_TRUE(ReadUntil(output, &shown, "the printer received", 3000)) << shown;
     int status = -1;
     ASSERT_EQ(waitpid(emulator, &status, 0), emulator);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    close(output[0]);
+    close(output);
 
     // Nothing listens any more: a refused connection and an SNMP request
     // that times out are a printer that does not answer, not a broken port.
