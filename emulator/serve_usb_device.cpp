@@ -182,8 +182,6 @@ struct UsbDeviceOps {
         fuse_reply_poll(request, device.polledEvents_);
     }
 
-    static void Interrupt(fuse_req_t request, void* device) { static_cast<UsbDevice*>(device)->Interrupted(request); }
-
     static fuse_lowlevel_ops Table() {
         fuse_lowlevel_ops ops{};
         ops.lookup = Lookup;
@@ -299,7 +297,6 @@ void UsbDevice::Write(fuse_req* request, std::string_view bytes, bool nonBlockin
             return;
         }
         writes_.push_back({request, std::string(bytes), 0, false});
-        fuse_req_interrupt_func(request, UsbDeviceOps::Interrupt, this);
         return;
     }
     stream_.Received(bytes, GetTickCount());
@@ -310,7 +307,6 @@ void UsbDevice::Write(fuse_req* request, std::string_view bytes, bool nonBlockin
         return;
     }
     writes_.push_back({request, std::string(bytes), 0, true});
-    fuse_req_interrupt_func(request, UsbDeviceOps::Interrupt, this);
 }
 
 void UsbDevice::Read(fuse_req* request, size_t size, bool nonBlocking) {
@@ -328,10 +324,24 @@ void UsbDevice::Read(fuse_req* request, size_t size, bool nonBlocking) {
         return;
     }
     reads_.push_back({request, "", size, false});
-    fuse_req_interrupt_func(request, UsbDeviceOps::Interrupt, this);
 }
 
 void UsbDevice::FinishWaiting(uint32_t now) {
+    // A waiting call that a signal interrupted (a host's Ctrl-C) ends now:
+    // with EINTR, or with its count when the printer already has its bytes.
+    // Asked here rather than in libfuse's interrupt callback, which may run
+    // inside the call that registers it and must not answer there.
+    for (std::deque<Waiting>* waiting : {&writes_, &reads_}) {
+        std::erase_if(*waiting, [](const Waiting& call) {
+            if (!fuse_req_interrupted(call.request)) return false;
+            if (call.taken) {
+                fuse_reply_write(call.request, call.bytes.size());
+            } else {
+                fuse_reply_err(call.request, EINTR);
+            }
+            return true;
+        });
+    }
     while (!writes_.empty()) {
         Waiting& write = writes_.front();
         if (!write.taken) {
@@ -350,26 +360,6 @@ void UsbDevice::FinishWaiting(uint32_t now) {
         fuse_reply_buf(reads_.front().request, outgoing.data(), n);
         stream_.Sent(n);
         reads_.pop_front();
-    }
-}
-
-void UsbDevice::Interrupted(fuse_req* request) {
-    for (auto at = writes_.begin(); at != writes_.end(); ++at) {
-        if (at->request != request) continue;
-        // Bytes the printer already has were written, interrupted or not.
-        if (at->taken) {
-            fuse_reply_write(request, at->bytes.size());
-        } else {
-            fuse_reply_err(request, EINTR);
-        }
-        writes_.erase(at);
-        return;
-    }
-    for (auto at = reads_.begin(); at != reads_.end(); ++at) {
-        if (at->request != request) continue;
-        fuse_reply_err(request, EINTR);
-        reads_.erase(at);
-        return;
     }
 }
 

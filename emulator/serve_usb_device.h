@@ -85,7 +85,6 @@ private:
     unsigned ReadyEvents();
     // Wakes the polls that wait, once what they would see has changed.
     void NotifyPolls();
-    void Interrupted(fuse_req* request);
     void Unmount();
 
     Printer& printer_;
