@@ -81,11 +81,14 @@ std::string PrepareMountPoint(const std::string& directory, bool* made) {
     struct stat here{};
     if (::stat(directory.c_str(), &here) != 0) return std::strerror(errno);
     if (!S_ISDIR(here.st_mode)) return "not a directory";
+    // A mount point (or the root, its own parent) is never mounted over,
+    // nor a folder with files that the mount would hide.
     struct stat parent{};
-    const std::string above = std::filesystem::path(directory).parent_path().string();
-    if (::stat(above.c_str(), &parent) == 0 && parent.st_dev != here.st_dev) {
-        return "already a mount point (another langmon emulate?)";
+    if (::stat((directory + "/..").c_str(), &parent) != 0) return std::strerror(errno);
+    if (parent.st_dev != here.st_dev || parent.st_ino == here.st_ino) {
+        return "a mount point (another langmon emulate's device?): give the device a folder of its own";
     }
+    if (!std::filesystem::is_empty(directory, error) || error) return "not empty: give the device a folder of its own";
     return "";
 }
 
@@ -239,7 +242,14 @@ UsbDevice::UsbDevice(Printer& printer, const std::string& directory) : printer_(
 UsbDevice::~UsbDevice() { Unmount(); }
 
 void UsbDevice::Unmount() {
-    if (session_ == nullptr) return;
+    if (session_ != nullptr) EndSession();
+    // A folder made for the device goes with it; the lazy unmount has
+    // already taken the mount off it.
+    if (madeDirectory_) ::rmdir(directory_.c_str());
+    madeDirectory_ = false;
+}
+
+void UsbDevice::EndSession() {
     // Whoever waits is told the device went, as an unplugged printer's
     // host is.
     for (std::deque<Waiting>* waiting : {&writes_, &reads_}) {
@@ -251,9 +261,6 @@ void UsbDevice::Unmount() {
     if (mounted_) fuse_session_unmount(session_);
     mounted_ = false;
     fuse_session_destroy(session_);
-    // A folder made for the device goes with it; the lazy unmount has
-    // already taken the mount off it.
-    if (madeDirectory_) ::rmdir(directory_.c_str());
     session_ = nullptr;
     fd_ = -1;
     std::free(buffer_);

@@ -86,6 +86,7 @@ private:
     // Wakes the polls that wait, once what they would see has changed.
     void NotifyPolls();
     void Unmount();
+    void EndSession();
 
     Printer& printer_;
     std::string problem_;

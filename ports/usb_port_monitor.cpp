@@ -4,6 +4,7 @@
 #include "ports/port_parts.h"
 #include "platform/last_error.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
