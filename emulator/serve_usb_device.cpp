@@ -224,6 +224,7 @@ UsbDevice::UsbDevice(Printer& printer, const std::string& directory) : printer_(
     fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(words));
     const fuse_lowlevel_ops ops = UsbDeviceOps::Table();
     session_ = fuse_session_new(&arguments, &ops, sizeof ops, this);
+    fuse_opt_free_args(&arguments);  // what reading the options made of them
     if (session_ == nullptr) {
         problem_ = what + "FUSE would not start a session";
         return;
