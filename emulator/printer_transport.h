@@ -1,6 +1,6 @@
 // A way in to an emulated printer from outside the process: the printer's
-// end of a wire (a pty for a serial line; later a TCP listener, an SNMP
-// agent, a USB device). `langmon emulate` serves one printer through any of
+// end of a wire (a pty for a serial line, a TCP listener, an SNMP agent, a
+// USB device through FUSE). `langmon emulate` serves one printer through any of
 // them in one loop: it waits on every transport's descriptors at once, then
 // lets each move what is due. A transport never blocks.
 #pragma once

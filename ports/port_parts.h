@@ -9,13 +9,14 @@
 #include <langmon/monitor.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <memory>
-#include <vector>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace langmon::ports {
 
@@ -75,6 +76,69 @@ private:
     bool have_ = false;
     COMMTIMEOUTS value_{};
 };
+
+inline constexpr DWORD NoWait = 0xFFFFFFFFu;  // MAXDWORD, as COMMTIMEOUTS spells "no wait"
+
+// How long a read of `size` bytes may wait, as a serial port reads the
+// time-outs: with ReadIntervalTimeout MAXDWORD and no totals it returns at
+// once with what is there; with MAXDWORD for the interval and the
+// multiplier it ends with the first bytes; otherwise it waits up to the
+// total for its buffer to fill, and ends early once the line has been quiet
+// for ReadIntervalTimeout after a byte. Before SetPortTimeOuts a read
+// returns at once: nothing blocks a thread for a time no one chose.
+struct ReadPlan {
+    std::optional<Clock::time_point> deadline;  // none: no total limit
+    DWORD interval = 0;                          // 0: no quiet interval
+    bool firstBytesEnd = false;
+
+    ReadPlan(PortTimeOuts& timeOuts, DWORD size) {
+        bool have = false;
+        const COMMTIMEOUTS t = timeOuts.Get(&have);
+        const bool atOnce =
+            !have || (t.ReadIntervalTimeout == NoWait && t.ReadTotalTimeoutMultiplier == 0 && t.ReadTotalTimeoutConstant == 0);
+        firstBytesEnd = have && t.ReadIntervalTimeout == NoWait && t.ReadTotalTimeoutMultiplier == NoWait;
+        if (atOnce) {
+            deadline = Clock::now();
+        } else {
+            const uint64_t multiplier = firstBytesEnd ? 0 : t.ReadTotalTimeoutMultiplier;
+            const uint64_t total = t.ReadTotalTimeoutConstant + multiplier * size;
+            if (total != 0) deadline = Clock::now() + std::chrono::milliseconds(total);
+        }
+        interval = !atOnce && !firstBytesEnd && t.ReadIntervalTimeout != NoWait ? t.ReadIntervalTimeout : 0;
+    }
+    // The milliseconds to wait for more once `done` bytes came: 0 when the
+    // read is over, -1 without a limit.
+    int WaitMs(DWORD done) const {
+        const int left = MsLeft(deadline);
+        if (done == 0 || interval == 0) return left;
+        return left < 0 ? static_cast<int>(interval) : std::min<int>(left, static_cast<int>(interval));
+    }
+    // Whether a wait that saw nothing (`ready` 0) after `done` bytes ends the
+    // read: the line was quiet for the interval.
+    bool QuietEnds(int ready, DWORD done) const { return ready == 0 && done != 0 && interval != 0; }
+};
+
+// Hands the device ID `id` over as GetPrinterDataFromPort does: the text
+// with its NUL in `out`, the count without the NUL; a buffer too small for
+// both is left alone, and told the size it needs.
+inline BOOL HandOverDeviceId(const std::string& id, char* out, DWORD outSize, DWORD* returned) {
+    if (!out || outSize < id.size() + 1) {
+        if (returned) *returned = static_cast<DWORD>(id.size() + 1);
+        return Fail(ERROR_INSUFFICIENT_BUFFER);
+    }
+    std::copy(id.c_str(), id.c_str() + id.size() + 1, out);
+    if (returned) *returned = static_cast<DWORD>(id.size());
+    return TRUE;
+}
+
+// Ends one of an open port's documents; false when none is open.
+inline bool EndOneDocument(std::atomic<int>& documents) {
+    int open = documents.load();
+    do {
+        if (open == 0) return false;
+    } while (!documents.compare_exchange_weak(open, open - 1));
+    return true;
+}
 
 // The checks a write and a read share, for an open port that counts its
 // documents: null with the last error set when they fail, and with TRUE in

@@ -21,7 +21,6 @@ namespace langmon::ports {
 namespace {
 
 constexpr DWORD DeviceIdCode = 17;
-constexpr DWORD Forever = 0xFFFFFFFFu;  // MAXDWORD, as COMMTIMEOUTS spells "no wait"
 
 // Waits out what is left of a call's time, as a printer that takes or
 // says nothing makes the call wait.
@@ -216,25 +215,12 @@ struct SocketEntries {
         BOOL result;
         OpenSocket* open = ForTransfer(handle, buffer, size, read, &result);
         if (!open) return result;
-        bool have = false;
-        const COMMTIMEOUTS t = open->port->timeOuts.Get(&have);
-        const bool atOnce = !have || (t.ReadIntervalTimeout == Forever && t.ReadTotalTimeoutMultiplier == 0 &&
-                                      t.ReadTotalTimeoutConstant == 0);
-        const bool firstByteEnds = have && t.ReadIntervalTimeout == Forever && t.ReadTotalTimeoutMultiplier == Forever;
-        std::optional<Clock::time_point> deadline;
-        if (atOnce) {
-            deadline = Clock::now();
-        } else {
-            const uint64_t multiplier = firstByteEnds ? 0 : t.ReadTotalTimeoutMultiplier;
-            const uint64_t total = t.ReadTotalTimeoutConstant + multiplier * size;
-            if (total != 0) deadline = Clock::now() + std::chrono::milliseconds(total);
-        }
-        const DWORD interval = !atOnce && !firstByteEnds && t.ReadIntervalTimeout != Forever ? t.ReadIntervalTimeout : 0;
+        const ReadPlan plan(open->port->timeOuts, size);
         // Replies come on the connection the job went on; with none there is
         // nothing to read, and the read waits its time as for a quiet printer.
         const int fd = open->Current();
         if (fd < 0) {
-            if (deadline) WaitUntil(deadline);
+            if (plan.deadline) WaitUntil(plan.deadline);
             *read = 0;
             return TRUE;
         }
@@ -243,7 +229,7 @@ struct SocketEntries {
             const ssize_t n = ::recv(fd, buffer + done, size - done, MSG_DONTWAIT);
             if (n > 0) {
                 done += static_cast<DWORD>(n);
-                if (firstByteEnds) break;
+                if (plan.firstBytesEnd) break;
                 continue;
             }
             if (n < 0 && errno == EINTR) continue;
@@ -251,12 +237,10 @@ struct SocketEntries {
                 open->Lost(fd);  // the printer closed or reset the connection
                 break;
             }
-            int left = MsLeft(deadline);
-            if (done != 0 && interval != 0) left = left < 0 ? static_cast<int>(interval) : std::min<int>(left, interval);
+            const int left = plan.WaitMs(done);
             if (left == 0) break;
             pollfd wait{fd, POLLIN, 0};
-            const int ready = ::poll(&wait, 1, left);
-            if (ready == 0 && done != 0 && interval != 0) break;  // quiet for the interval
+            if (plan.QuietEnds(::poll(&wait, 1, left), done)) break;
         }
         *read = done;
         return TRUE;
@@ -265,11 +249,7 @@ struct SocketEntries {
     static BOOL EndDocPort(HANDLE handle) {
         OpenSocket* open = FromHandle(handle);
         if (!open) return Fail(ERROR_INVALID_HANDLE);
-        int documents = open->documents.load();
-        do {
-            if (documents == 0) return Fail(ERROR_INVALID_HANDLE);
-        } while (!open->documents.compare_exchange_weak(documents, documents - 1));
-        return TRUE;
+        return EndOneDocument(open->documents) ? TRUE : Fail(ERROR_INVALID_HANDLE);
     }
 
     static BOOL ClosePort(HANDLE handle) {
@@ -297,14 +277,7 @@ struct SocketEntries {
             case SnmpOutcome::NoSuchValue: return Fail(ERROR_NOT_SUPPORTED);
             default: return Fail(ERROR_TIMEOUT);
         }
-        // The text with its NUL; the count leaves the NUL out.
-        if (!out || outSize < id.size() + 1) {
-            if (returned) *returned = static_cast<DWORD>(id.size() + 1);
-            return Fail(ERROR_INSUFFICIENT_BUFFER);
-        }
-        std::memcpy(out, id.c_str(), id.size() + 1);
-        if (returned) *returned = static_cast<DWORD>(id.size());
-        return TRUE;
+        return HandOverDeviceId(id, out, outSize, returned);
     }
 
     static BOOL SetPortTimeOuts(HANDLE handle, COMMTIMEOUTS* timeOuts, DWORD) {

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <poll.h>
@@ -47,6 +49,65 @@ inline int RunToEnd(std::vector<std::string> words, std::string* out) {
     close(file);
     *out = ReadWhole(path);
     unlink(path);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A child whose standard output (and error, with `withErrors`) the test
+// reads as it comes, from `output`. One the test did not finish, as when a
+// check failed half-way, is killed, so that it holds no port or pipe.
+struct Child {
+    pid_t pid = -1;
+    int output = -1;
+    Child() = default;
+    Child(const Child&) = delete;
+    Child(Child&& other) noexcept : pid(std::exchange(other.pid, -1)), output(std::exchange(other.output, -1)) {}
+    Child& operator=(Child&& other) noexcept {
+        if (this != &other) {
+            End();
+            pid = std::exchange(other.pid, -1);
+            output = std::exchange(other.output, -1);
+        }
+        return *this;
+    }
+    ~Child() { End(); }
+
+private:
+    void End() {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        if (output >= 0) close(output);
+        pid = -1;
+        output = -1;
+    }
+};
+
+inline Child Start(std::vector<std::string> words, bool withErrors = false) {
+    Child child;
+    int ends[2];
+    if (pipe(ends) != 0) return child;
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, ends[1], 1);
+    if (withErrors) posix_spawn_file_actions_adddup2(&files, ends[1], 2);
+    posix_spawn_file_actions_addclose(&files, ends[0]);
+    std::vector<char*> argv = Argv(words);
+    if (posix_spawn(&child.pid, argv[0], &files, nullptr, argv.data(), environ) != 0) child.pid = -1;
+    posix_spawn_file_actions_destroy(&files);
+    close(ends[1]);
+    child.output = ends[0];
+    return child;
+}
+
+// The exit status of a child that ends by itself, or of one `signal` is
+// sent to first (0: none); -1 when a signal ended it.
+inline int Finish(Child& child, int signal = 0) {
+    if (child.pid <= 0) return -1;
+    if (signal != 0) kill(child.pid, signal);
+    int status = -1;
+    waitpid(std::exchange(child.pid, -1), &status, 0);
+    close(std::exchange(child.output, -1));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 

@@ -24,7 +24,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using langmon::testing::Argv;
+using langmon::testing::Child;
+using langmon::testing::Start;
 using langmon::testing::ReadUntil;
 using langmon::testing::ReadWhole;
 using langmon::testing::RunToEnd;
@@ -44,34 +45,6 @@ int FreePort() {
     close(probe);
     return ntohs(address.sin_port);
 }
-
-// A child started with its standard output on a pipe, stopped at the end.
-struct Child {
-    pid_t pid = -1;
-    int output = -1;
-    std::string shown;
-
-    explicit Child(std::vector<std::string> words) {
-        int pipeEnds[2];
-        if (pipe(pipeEnds) != 0) return;
-        posix_spawn_file_actions_t files;
-        posix_spawn_file_actions_init(&files);
-        posix_spawn_file_actions_adddup2(&files, pipeEnds[1], 1);
-        posix_spawn_file_actions_addclose(&files, pipeEnds[0]);
-        std::vector<char*> argv = Argv(words);
-        posix_spawn(&pid, argv[0], &files, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&files);
-        close(pipeEnds[1]);
-        output = pipeEnds[0];
-    }
-    ~Child() {
-        if (pid > 0) {
-            kill(pid, SIGTERM);
-            waitpid(pid, nullptr, 0);
-        }
-        if (output >= 0) close(output);
-    }
-};
 
 // A cupsd of the test's own under `root`, with the backend and the status
 // manager library it loads copied into its backend folder, so that CUPS
@@ -103,9 +76,12 @@ public:
         // backend run as, and they may make their files in the temporary one.
         fs::permissions(root, fs::perms(0755));
         fs::permissions(root / "tmp", fs::perms(01777));
-        cupsd_ = std::make_unique<Child>(std::vector<std::string>{
-            "/usr/sbin/cupsd", "-f", "-c", (root / "cupsd.conf").string(), "-s", (root / "cups-files.conf").string()});
+        cupsd_ = Start({"/usr/sbin/cupsd", "-f", "-c", (root / "cupsd.conf").string(), "-s",
+                        (root / "cups-files.conf").string()});
     }
+
+    // SIGTERM, so that cupsd stops its jobs and writes its log out.
+    ~PrivateCups() { langmon::testing::Finish(cupsd_, SIGTERM); }
 
     const std::string& Server() const { return server_; }
     std::string Log() const { return ReadWhole((root_ / "log/error_log").string()); }
@@ -141,7 +117,7 @@ public:
 private:
     fs::path root_;
     std::string server_;
-    std::unique_ptr<Child> cupsd_;
+    Child cupsd_;
 };
 
 class CupsBackend : public ::testing::Test {
@@ -170,13 +146,12 @@ protected:
 
     // The emulated printer on the network, with its device URI for CUPS
     // (whose URIs want a path before the query).
-    std::unique_ptr<Child> Printer(const std::string& description, const std::string& change, std::string* uri) {
-        auto printer = std::make_unique<Child>(std::vector<std::string>{
-            LANGMON_COMMAND, "emulate", "--printer", description, "--listen", "127.0.0.1:0", "--snmp", "127.0.0.1:0",
-            "--at", change});
-        EXPECT_TRUE(ReadUntil(printer->output, &printer->shown, "\n", 5000)) << printer->shown;
-        const std::string address = printer->shown.substr(0, printer->shown.find('\n'));
-        *uri = std::regex_replace(address, std::regex("\\?"), "/?");
+    Child Printer(const std::string& description, const std::string& change, std::string* uri) {
+        Child printer = Start({LANGMON_COMMAND, "emulate", "--printer", description, "--listen", "127.0.0.1:0", "--snmp",
+                               "127.0.0.1:0", "--at", change});
+        std::string shown;
+        EXPECT_TRUE(ReadUntil(printer.output, &shown, "\n", 5000)) << shown;
+        *uri = std::regex_replace(shown.substr(0, shown.find('\n')), std::regex("\\?"), "/?");
         return printer;
     }
 

@@ -1,13 +1,12 @@
 // `langmon emulate --pty` as a user runs it beside `langmon print`, on the
 // real clock: the printer is reached at the address it prints, a job goes
 // over the serial line byte for byte, a change is made while it serves, and
-// SIGTERM ends it cleanly. An address of a transport not built is refused.
+// SIGTERM ends it cleanly.
 
 #include "child_process.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -19,17 +18,18 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 
 namespace {
 
-using langmon::testing::Argv;
 using langmon::testing::ReadUntil;
 using langmon::testing::ReadWhole;
 using langmon::testing::RunToEnd;
+using langmon::testing::Child;
+using langmon::testing::Finish;
+using langmon::testing::Start;
 
 TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
     const std::string job = std::string(LANGMON_EXAMPLES) + "/letter.txt";
@@ -39,21 +39,12 @@ TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
     ASSERT_NE(mkdtemp(directory), nullptr);
     const std::string received = std::string(directory) + "/received";
 
-    int output[2];
-    ASSERT_EQ(pipe(output), 0);
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, output[1], 1);
-    posix_spawn_file_actions_addclose(&files, output[0]);
-    std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--pty", "--at", "0.3:jam", "--received", received};
-    std::vector<char*> argv = Argv(words);
-    pid_t emulator = -1;
-    ASSERT_EQ(posix_spawn(&emulator, argv[0], &files, nullptr, argv.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&files);
-    close(output[1]);
+    Child emulator = Start({LANGMON_COMMAND, "emulate", "--pty", "--at", "0.3:jam", "--received", received});
+    ASSERT_GT(emulator.pid, 0);
+    const int output = emulator.output;
 
     std::string shown;
-    ASSERT_TRUE(ReadUntil(output[0], &shown, "\n", 3000)) << shown;
+    ASSERT_TRUE(ReadUntil(output, &shown, "\n", 3000)) << shown;
     const std::string address = shown.substr(0, shown.find('\n'));
     ASSERT_EQ(address.rfind("langmon:/dev/pts/", 0), 0u) << shown;
 
@@ -65,7 +56,7 @@ TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
     const std::string taken = std::to_string(sent.size()) + " of " + std::to_string(sent.size()) + " bytes taken";
     EXPECT_NE(report.find(taken), std::string::npos) << report;
 
-    EXPECT_TRUE(ReadUntil(output[0], &shown, ": the printer: jam\n", 3000)) << shown;
+    EXPECT_TRUE(ReadUntil(output, &shown, ": the printer: jam\n", 3000)) << shown;
     // The line stays up for the next host, and the printer takes a second
     // job after the change: it holds the jam, not the line.
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", address + "?baud=115200", "--port", "COM2"}, &report),
@@ -73,13 +64,10 @@ TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
         << report;
     EXPECT_NE(report.find("on port COM2"), std::string::npos) << report;
 
-    kill(emulator, SIGTERM);
+    kill(emulator.pid, SIGTERM);
     const std::string total = "the printer received " + std::to_string(2 * sent.size()) + " bytes\n";
-    EXPECT_TRUE(ReadUntil(output[0], &shown, total, 3000)) << shown;
-    int status = -1;
-    ASSERT_EQ(waitpid(emulator, &status, 0), emulator);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    close(output[0]);
+    EXPECT_TRUE(ReadUntil(output, &shown, total, 3000)) << shown;
+    EXPECT_EQ(Finish(emulator), 0);
     EXPECT_EQ(ReadWhole(received), sent + sent);
 
     // A device that is gone is the port's failure, told in words.
@@ -87,24 +75,6 @@ TEST(Emulate, PrintsOverAPtyTakesAChangeAndEndsOnSigterm) {
     EXPECT_NE(report.find("could not be opened: the file was not found (error 2)"), std::string::npos) << report;
     unlink(received.c_str());
     rmdir(directory);
-}
-
-// An address whose transport is not built is refused before anything
-// runs, on one line, as a wrong command line.
-TEST(Emulate, AddressesNotReachedAreRefusedInOneLine) {
-    const std::string job = std::string(LANGMON_EXAMPLES) + "/letter.txt";
-    const struct {
-        const char* printer;
-        const char* words;
-    } cases[] = {
-        {"langmon:/dev/usb/lp0", "USB printers are not reached yet"},
-    };
-    for (const auto& c : cases) {
-        std::string out;
-        EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "print", job, "--printer", c.printer}, &out), 2) << c.printer;
-        EXPECT_NE(out.find(c.words), std::string::npos) << out;
-        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
-    }
 }
 
 }  // namespace

@@ -28,53 +28,14 @@
 namespace {
 
 using langmon::testing::Argv;
+using langmon::testing::Child;
+using langmon::testing::Finish;
+using langmon::testing::Start;
 using langmon::testing::ReadUntil;
 using langmon::testing::ReadWhole;
 using langmon::testing::RunToEnd;
 
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-// A child whose standard output (and error, with `withErrors`) the test
-// reads as it comes, from `output`. One the test did not finish, as when a
-// check failed half-way, is killed, so that it holds no port or pipe.
-struct Child {
-    pid_t pid = -1;
-    int output = -1;
-    Child() = default;
-    Child(const Child&) = delete;
-    Child(Child&& other) noexcept : pid(std::exchange(other.pid, -1)), output(std::exchange(other.output, -1)) {}
-    ~Child() {
-        if (pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        if (output >= 0) close(output);
-    }
-};
-Child Start(std::vector<std::string> words, bool withErrors) {
-    Child child;
-    int ends[2];
-    if (pipe(ends) != 0) return child;
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_adddup2(&files, ends[1], 1);
-    if (withErrors) posix_spawn_file_actions_adddup2(&files, ends[1], 2);
-    posix_spawn_file_actions_addclose(&files, ends[0]);
-    std::vector<char*> argv = Argv(words);
-    if (posix_spawn(&child.pid, argv[0], &files, nullptr, argv.data(), environ) != 0) child.pid = -1;
-    posix_spawn_file_actions_destroy(&files);
-    close(ends[1]);
-    child.output = ends[0];
-    return child;
-}
-
-// The exit status of a child that ends by itself; -1 for a signal.
-int Finish(Child& child) {
-    int status = -1;
-    waitpid(std::exchange(child.pid, -1), &status, 0);
-    close(std::exchange(child.output, -1));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 // `langmon emulate` on 127.0.0.1 at `tcp` and `snmp` (0: ports the system
 // picks), with the address it printed in `address`.

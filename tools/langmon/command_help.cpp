@@ -21,17 +21,20 @@ constexpr const char* PrinterOptions =
     "                                                a network printer: the job by\n"
     "                                                raw TCP (port 9100), its\n"
     "                                                device ID by SNMP (161, public)\n"
-    "                        (langmon:/dev/usb/lpN is read but not reached yet;\n"
-    "                        see docs/addresses.md)\n"
+    "                          langmon:/dev/usb/lpN  a USB printer (any path\n"
+    "                                                whose file is lpN), on\n"
+    "                                                port USB001\n"
+    "                        (see docs/addresses.md)\n"
     "  --port NAME           the port (default LPT1:, COM1: for a serial\n"
-    "                        printer); its name gives its kind:\n"
+    "                        printer, USB001 for a USB one); its name gives its\n"
+    "                        kind:\n"
     "                        LPTn and other local names are two-way, COMn serial,\n"
     "                        USB001 to USB128 two-way if the machine describes\n"
     "                        them as USB ports\n"
     "  --printer-name NAME   the spooler's printer queue; by default the machine's\n"
     "                        queue on the port, or else \"langmon\", a queue of\n"
-    "                        the command's own for the emulated or a network\n"
-    "                        printer, of the model its device ID names\n";
+    "                        the command's own for the emulated, a USB or a\n"
+    "                        network printer, of the model its device ID names\n";
 
 constexpr const char* DescriptionHelp =
     "DESCRIPTION is a comma-separated list of KEY=VALUE settings and fault words;\n"
@@ -151,8 +154,8 @@ constexpr const char* DecodeHelp =
     "  langmon decode 'MFG:Quor;CMD:PJL,NPDL;MDL:Laser Printer 6200tx;CLS:PRINTER;'\n";
 
 constexpr const char* EmulateHelp =
-    "usage: langmon emulate (--pty | --listen HOST:PORT [--snmp HOST:PORT])\n"
-    "                       [OPTION]...\n"
+    "usage: langmon emulate (--pty | --usb-device PATH |\n"
+    "                        --listen HOST:PORT [--snmp HOST:PORT]) [OPTION]...\n"
     "\n"
     "Serves one emulated printer to other processes, on the real clock, until\n"
     "SIGINT or SIGTERM. It first prints, one a line, the address each way in\n"
@@ -162,6 +165,10 @@ constexpr const char* EmulateHelp =
     "Options:\n"
     "  --pty                 a pseudo-terminal whose tty is the printer's serial\n"
     "                        line: its address is langmon:/dev/pts/N\n"
+    "  --usb-device PATH     a USB printer class device served through FUSE:\n"
+    "                        the folder PATH (made if missing) is mounted and\n"
+    "                        holds the device file lp0, which behaves as\n"
+    "                        /dev/usb/lp0 does; its address is langmon:PATH/lp0\n"
     "  --listen HOST:PORT    the printer's raw TCP port (AppSocket), one\n"
     "                        connection at a time: job data in, PJL replies\n"
     "                        out; its address is langmon://HOST:PORT. Port 0:\n"
@@ -183,12 +190,15 @@ constexpr const char* EmulateHelp =
 constexpr const char* EmulateEnd =
     "\n"
     "Exit status: 0 served until SIGINT or SIGTERM; 1 no pseudo-terminal could\n"
-    "be opened, a port could not be listened on, or FILE could not be written;\n"
+    "be opened, the USB device could not be mounted, a port could not be\n"
+    "listened on, or FILE could not be written;\n"
     "2 a wrong command line or a refused description.\n"
     "\n"
     "Examples:\n"
     "  langmon emulate --pty --at 5:jam --at 15:jam=none\n"
     "  langmon print letter.txt --printer langmon:/dev/pts/7   (from another shell)\n"
+    "  langmon emulate --usb-device /tmp/printer\n"
+    "  langmon print letter.txt --printer langmon:/tmp/printer/lp0\n"
     "  langmon emulate --listen 127.0.0.1:9100 --snmp 127.0.0.1:1161\n"
     "  langmon status --printer 'langmon://127.0.0.1:9100?snmp=1161'\n";
 
@@ -222,8 +232,9 @@ constexpr const char* GeneralHelp =
     "  decode DEVICE_ID   show what the monitor makes of a printer's IEEE 1284\n"
     "                     device ID\n"
     "  emulate --pty      serve an emulated printer to other processes, on a\n"
-    "                     pseudo-terminal's serial line, or on TCP and SNMP\n"
-    "                     with --listen and --snmp\n"
+    "                     pseudo-terminal's serial line, as a USB device with\n"
+    "                     --usb-device, or on TCP and SNMP with --listen and\n"
+    "                     --snmp\n"
     "  help [COMMAND]     show this help, or a command's\n"
     "  version            show langmon's version\n"
     "\n"
@@ -247,7 +258,7 @@ const char* const ShortUsage =
     "usage: langmon print FILE [OPTION]...\n"
     "       langmon status [OPTION]...\n"
     "       langmon decode DEVICE_ID [--json] [--variables]\n"
-    "       langmon emulate (--pty | --listen HOST:PORT) [OPTION]...\n"
+    "       langmon emulate (--pty | --usb-device PATH | --listen HOST:PORT) [OPTION]...\n"
     "       langmon help [COMMAND]\n"
     "       langmon --version\n"
     "Run 'langmon --help' for what each does.\n";

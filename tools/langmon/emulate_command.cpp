@@ -7,6 +7,7 @@
 #include "emulator/serve_pty.h"
 #include "emulator/serve_snmp.h"
 #include "emulator/serve_tcp.h"
+#include "emulator/serve_usb_device.h"
 #include "platform/clock.h"
 #include "platform/user_input.h"
 
@@ -51,6 +52,12 @@ bool ParseEmulateOptions(const std::vector<std::string>& words, EmulateOptions* 
             if (!reader.Value(&options->printer)) return false;
         } else if (word == "--pty") {
             options->pty = true;
+        } else if (word == "--usb-device") {
+            if (!reader.Value(&options->usbDevice)) return false;
+            if (options->usbDevice.empty()) {
+                *error = "--usb-device takes a PATH";
+                return false;
+            }
         } else if (word == "--listen") {
             if (!reader.Value(&text)) return false;
             if (!emulator::ParseHostPort(text, &options->listenHost, &options->listenPort)) {
@@ -98,8 +105,8 @@ bool ParseEmulateOptions(const std::vector<std::string>& words, EmulateOptions* 
         *error = "--snmp answers for the network printer: give --listen HOST:PORT too";
         return false;
     }
-    if (!options->pty && options->listenHost.empty()) {
-        *error = "no way in to the printer: give --pty or --listen HOST:PORT";
+    if (!options->pty && options->listenHost.empty() && options->usbDevice.empty()) {
+        *error = "no way in to the printer: give --pty, --usb-device PATH or --listen HOST:PORT";
         return false;
     }
     SortChanges(options->changes);
@@ -121,6 +128,14 @@ int RunEmulate(const EmulateOptions& options, std::ostream& out, std::ostream& e
             return 1;
         }
         transports.push_back(std::move(line));
+    }
+    if (!options.usbDevice.empty()) {
+        auto device = std::make_unique<emulator::UsbDevice>(printer, options.usbDevice);
+        if (!device->Problem().empty()) {
+            err << "langmon emulate: " << platform::Printable(device->Problem()) << '\n';
+            return 1;
+        }
+        transports.push_back(std::move(device));
     }
     if (!options.listenHost.empty()) {
         auto listener = std::make_unique<emulator::TcpListener>(printer, options.listenHost, options.listenPort);

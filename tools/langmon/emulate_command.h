@@ -20,6 +20,9 @@ struct EmulateOptions {
     // "langmon:/emulator?jam") or the words of its description ("jam").
     std::string printer = "emulator";
     bool pty = false;
+    // The USB printer: a FUSE mount at this directory holding the device
+    // file "lp0", when not empty.
+    std::string usbDevice;
     // The network printer: raw TCP on listenHost:listenPort (port 0: the
     // system chooses) when listenHost is not empty.
     std::string listenHost;

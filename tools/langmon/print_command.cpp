@@ -140,9 +140,10 @@ int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err
     CountPolls(&lower);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
+    target.DescribePort(options.portName);
 
     // Without a machine that describes a printer on the port, a printer that
-    // answers (the emulated one, a network one) gets a queue of its model, as a host that finds a printer
+    // answers (the emulated one, a USB or a network one) gets a queue of its model, as a host that finds a printer
     // makes one: a client, a framed job and the printer's reports. A file
     // answers nothing, so its queue stays one without a client.
     std::string portName = options.portName;

@@ -14,7 +14,7 @@ constexpr std::string_view FilePrefix = "file:";
 constexpr std::string_view NetworkPrefix = "langmon://";
 constexpr std::string_view LocalPrefix = "langmon:";
 constexpr std::string_view EmulatorPath = "/emulator";
-constexpr std::string_view UsbPrefix = "/dev/usb/lp";
+constexpr std::string_view UsbName = "lp";
 
 const char* const Forms =
     "emulator[:DESCRIPTION], file:PATH, langmon:/dev/TTY[?baud=N], langmon:/emulator[?DESCRIPTION], "
@@ -110,17 +110,22 @@ std::string ParseLocal(std::string_view rest, PrinterAddress* address) {
         address->description = std::string(query);
         return "";
     }
+    // usblp names its devices lpN; the same name anywhere else (the device
+    // that `langmon emulate --usb-device` serves) is one too.
+    const std::size_t slash = path.rfind('/');
+    const std::string_view file = slash == std::string_view::npos ? path : path.substr(slash + 1);
+    if (StartsWith(path, "/") && StartsWith(file, UsbName) && file.size() > UsbName.size()) {
+        address->kind = AddressKind::Usb;
+        address->path = std::string(path);
+        unsigned number = 0;
+        if (!ReadNumber(file.substr(UsbName.size()), 0, 255, &number)) return "a USB printer is /dev/usb/lpN";
+        if (!query.empty()) return "a USB printer takes no settings";
+        return "";
+    }
     if (!StartsWith(path, "/dev/") || path.size() == 5) {
         return "a local printer is a device: langmon:/dev/TTY, langmon:/dev/usb/lpN or langmon:/emulator";
     }
     address->path = std::string(path);
-    if (StartsWith(path, UsbPrefix)) {
-        address->kind = AddressKind::Usb;
-        unsigned number = 0;
-        if (!ReadNumber(path.substr(UsbPrefix.size()), 0, 255, &number)) return "a USB printer is /dev/usb/lpN";
-        if (!query.empty()) return "a USB printer takes no settings";
-        return "";
-    }
     address->kind = AddressKind::Serial;
     return ReadQuery(query, [address](std::string_view name, std::string_view value) -> std::string {
         if (name != "baud") return "a serial printer takes baud=N, not " + std::string(name);
@@ -151,17 +156,13 @@ std::string ParsePrinterAddress(const std::string& text, PrinterAddress* address
     return std::string("not a printer address (") + Forms + ")";
 }
 
-std::string AddressNotReached(const PrinterAddress& address) {
-    switch (address.kind) {
-        case AddressKind::Usb:
-            return "USB printers are not reached yet: this build has no USB port monitor";
-        default:
-            return "";
-    }
-}
-
 std::string DefaultPortName(const PrinterAddress& address) {
-    return address.kind == AddressKind::Serial ? "COM1:" : "LPT1:";
+    switch (address.kind) {
+        case AddressKind::Serial: return "COM1:";
+        // As the spooler names a USB port: no colon.
+        case AddressKind::Usb: return "USB001";
+        default: return "LPT1:";
+    }
 }
 
 }  // namespace langmon::tool

@@ -4,7 +4,7 @@
 //     emulator, emulator:DESCRIPTION, langmon:/emulator[?DESCRIPTION]
 //     file:PATH
 //     langmon:/dev/ttyS0[?baud=N]              a serial line; any tty path
-//     langmon:/dev/usb/lpN                     a USB printer (not reached yet)
+//     langmon:/dev/usb/lpN                     a USB printer; any path whose file is lpN
 //     langmon://HOST[:PORT][?snmp=PORT][&community=NAME]   a network printer
 //
 // Reading an address checks its form only: whether the device is there, or
@@ -33,13 +33,10 @@ struct PrinterAddress {
 // the address, as words that can follow "--printer TEXT: ".
 std::string ParsePrinterAddress(const std::string& text, PrinterAddress* address);
 
-// Empty when the command can reach a printer at an address of this kind;
-// otherwise why not, in words.
-std::string AddressNotReached(const PrinterAddress& address);
-
 // The port the printer is on unless --port says otherwise: a serial printer
-// on COM1:, as the port kinds make COM ports one-way; any other on LPT1:,
-// which they take for local and two-way. A network printer is that too:
+// on COM1:, as the port kinds make COM ports one-way; a USB printer on
+// USB001, a two-way USB port once described as one (see DescribeUsbPort);
+// any other on LPT1:, which they take for local and two-way. A network printer is that too:
 // the monitor writes PJL to it and reads the replies on the connection,
 // unlike a port of the network monitors, whose jobs it passes through.
 std::string DefaultPortName(const PrinterAddress& address);

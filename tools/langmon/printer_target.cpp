@@ -10,16 +10,26 @@
 #include "platform/spooler_jobs.h"
 #include "platform/spooler_printers.h"
 #include "platform/text.h"
+#include "platform/registry.h"
 #include "platform/user_input.h"
 #include "ports/snmp_device_id.h"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace langmon::tool {
 
 namespace {
+
+constexpr const char* MonitorsKey = "System\\CurrentControlSet\\control\\Print\\Monitors";
+// How the spooler's USB port monitor describes its ports, which the port
+// classification looks for before it takes a USBnnn port for two-way.
+constexpr const char* UsbPortDescription = "Virtual printer port for USB";
 
 // The target whose port monitor the monitor writes to.
 PrinterTarget* watched = nullptr;
@@ -48,7 +58,6 @@ bool IsEmulator(const std::string& printer) {
 std::string CheckPrinterTarget(const std::string& printer) {
     PrinterAddress address;
     std::string problem = ParsePrinterAddress(printer, &address);
-    if (problem.empty()) problem = AddressNotReached(address);
     if (problem.empty() && address.kind == AddressKind::Emulator) {
         emulator::PrinterState state;
         problem = DescribeEmulator(address, &state);
@@ -79,6 +88,13 @@ PrinterTarget::PrinterTarget(const std::string& printer, const std::string& port
         below_ = *serialPorts_->Table();
         description_ = "the serial printer on " + address.path + " at " + std::to_string(address.baud) + " baud";
         silence_ = "a serial line is one-way";
+    } else if (address.kind == AddressKind::Usb) {
+        usbPorts_ = std::make_unique<ports::UsbPortMonitor>();
+        usbPorts_->Attach(portName, address.path);
+        below_ = *usbPorts_->Table();
+        usbPath_ = address.path;
+        description_ = "the USB printer on " + address.path;
+        silence_ = "the printer is on the USB device; what it said is what the client saw, below";
     } else if (address.kind == AddressKind::Network) {
         socketPorts_ = std::make_unique<ports::SocketPortMonitor>();
         network_ = {address.host, address.port, address.snmpPort, address.community};
@@ -117,12 +133,22 @@ BOOL PrinterTarget::WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD w
 std::string PrinterTarget::ProbeDeviceId() {
     if (printer_) return printer_->DeviceId().value_or("");
     std::string id;
-    if (socketPorts_ && ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community,
-                                                     ports::SnmpTimeOutMs},
-                                                    &id) == ports::SnmpOutcome::Answered) {
-        return id;
+    if (socketPorts_) {
+        if (ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community, ports::SnmpTimeOutMs},
+                                        &id) != ports::SnmpOutcome::Answered) {
+            return "";
+        }
+    } else if (usbPorts_) {
+        // Opened and closed again before the monitor opens it: usblp lets
+        // one program have the printer at a time.
+        const int fd = ::open(usbPath_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) return "";
+        int error = 0;
+        const std::optional<std::string> answer = ports::ReadUsbDeviceId(fd, &error);
+        ::close(fd);
+        if (answer) id = *answer;
     }
-    return "";
+    return id;
 }
 
 std::string PrinterTarget::ProbeModel() {
@@ -140,6 +166,20 @@ std::string DeviceIdModel(const std::string& id) {
         return id.substr(at, id.find(';', at) - at);
     }
     return "";
+}
+
+void PrinterTarget::DescribePort(const std::string& portName) const {
+    if (!usbPorts_) return;
+    const std::string name = BarePortName(portName);
+    // A port the machine file lists is as it says.
+    for (const std::string& monitor : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, MonitorsKey)) {
+        if (platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, std::string(MonitorsKey) + "\\" + monitor + "\\Ports\\" + name)) {
+            return;
+        }
+    }
+    const std::string key = std::string(MonitorsKey) + "\\USB Monitor\\Ports\\" + name;
+    platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
+    platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", UsbPortDescription);
 }
 
 StreamRecord PrinterTarget::Received() const {

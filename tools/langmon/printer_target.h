@@ -1,5 +1,6 @@
 // What a command's port leads to, as `--printer` names it by its address (see
-// printer_address.h): the emulated printer, a file or a serial printer; and
+// printer_address.h): the emulated printer, a file, a serial, USB or network
+// printer; and
 // the printer queue of the machine that the port serves.
 #pragma once
 
@@ -10,6 +11,7 @@
 #include "emulator/printer.h"
 #include "ports/serial_port_monitor.h"
 #include "ports/socket_port_monitor.h"
+#include "ports/usb_port_monitor.h"
 
 #include <langmon/monitor.h>
 
@@ -53,9 +55,9 @@ public:
     MONITOR* Lower() { return &lower_; }
     // The emulated printer; null when the port leads to a file.
     emulator::Printer* Emulated() { return printer_.get(); }
-    // "the emulated Laser Printer 6200tx", "file:PATH", or "the serial
-    // printer on /dev/ttyS0 at 9600 baud", or "the network printer at
-    // HOST:PORT".
+    // "the emulated Laser Printer 6200tx", "file:PATH", "the serial
+    // printer on /dev/ttyS0 at 9600 baud", "the USB printer on
+    // /dev/usb/lp0" or "the network printer at HOST:PORT".
     const std::string& Description() const { return description_; }
     // Why the printer says nothing back, when it cannot: "a file does not
     // answer"; or, for a network printer, why what it says is not shown
@@ -63,17 +65,23 @@ public:
     const std::string& Silence() const { return silence_; }
 
     // Whether the printer answers, so that the command gives it a queue of
-    // its model when the machine has none: the emulated or a network one.
-    bool Answers() const { return printer_ != nullptr || socketPorts_ != nullptr; }
+    // its model when the machine has none: the emulated, a USB or a network
+    // one.
+    bool Answers() const { return printer_ != nullptr || usbPorts_ != nullptr || socketPorts_ != nullptr; }
     // The model as a host that finds the printer reads it: the emulated
-    // printer's, or the MDL of a network printer's device ID; empty when
-    // the printer does not say.
+    // printer's, or the MDL of a USB or network printer's device ID; empty
+    // when the printer does not say.
     std::string ProbeModel();
     // The printer's whole IEEE 1284 device ID as a host that finds it reads
     // it; empty when the printer does not say.
     std::string ProbeDeviceId();
     // The network printer the port leads to; null for any other.
     const ports::NetworkPrinter* Network() const { return socketPorts_ ? &network_ : nullptr; }
+    // Lists the port of a USB printer as the spooler's USB port monitor
+    // would, described as a USB port, so that the monitor takes it for a
+    // two-way USB port; a port the machine already lists is left as it
+    // is. Done once the monitor has read the machine, which it replaces.
+    void DescribePort(const std::string& portName) const;
 
     // Bytes the printer has taken so far.
     std::uint64_t ReceivedCount() const { return receivedCount_.load(); }
@@ -87,6 +95,8 @@ private:
     emulator::PortMonitor emulatorPorts_;
     std::unique_ptr<ports::SerialPortMonitor> serialPorts_;
     std::unique_ptr<ports::SocketPortMonitor> socketPorts_;
+    std::unique_ptr<ports::UsbPortMonitor> usbPorts_;
+    std::string usbPath_;
     MONITOR below_{};  // the port monitor's own table
     MONITOR lower_{};  // the same, with its WritePort watched
     std::string description_;

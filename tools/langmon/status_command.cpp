@@ -428,6 +428,7 @@ int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err
     PrinterTarget target(options.printer, options.portName);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);
+    target.DescribePort(options.portName);
 
     std::string printerName = options.printerName.empty() ? PrinterOnPort(options.portName) : options.printerName;
     std::string standIn;
