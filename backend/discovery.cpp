@@ -2,10 +2,16 @@
 
 #include "langmon/printer_target.h"
 
+#include "ports/usb_port_monitor.h"
+
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <ostream>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace langmon::backend {
 
@@ -26,8 +32,16 @@ std::string Field(const std::string& id, std::initializer_list<std::string_view>
     return "";
 }
 
-// PENDING-USB: replaced by the USB port monitor's reading once it lands.
-bool ReadUsbDeviceId(const std::string&, std::string*) { return false; }
+// A USB printer's device ID, read as the port monitor reads it; none when
+// the device can't be opened (busy with a job, or not ours to open).
+std::optional<std::string> UsbDeviceId(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    int error = 0;
+    std::optional<std::string> id = ports::ReadUsbDeviceId(fd, &error);
+    ::close(fd);
+    return id;
+}
 
 // A text inside the double quotes of a device line: CUPS reads no escapes.
 std::string Quotable(std::string text) {
@@ -51,18 +65,17 @@ void WriteDeviceLines(std::ostream& out, const std::vector<FoundPrinter>& found)
         << std::flush;
 }
 
-void ListPrinters(std::ostream& out) {
+void ListPrinters(std::ostream& out, const std::string& folder) {
     std::vector<FoundPrinter> found;
     std::error_code error;
     std::vector<std::string> paths;
-    for (const auto& entry : std::filesystem::directory_iterator("/dev/usb", error)) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
         const std::string name = entry.path().filename();
         if (name.rfind("lp", 0) == 0) paths.push_back(entry.path());
     }
     std::sort(paths.begin(), paths.end());
     for (const std::string& path : paths) {
-        std::string id;
-        if (ReadUsbDeviceId(path, &id)) found.push_back({path, id});
+        if (const std::optional<std::string> id = UsbDeviceId(path)) found.push_back({path, *id});
     }
     WriteDeviceLines(out, found);
 }

@@ -18,8 +18,8 @@ struct FoundPrinter {
 // "INFO" "DEVICE-ID"` for each printer of the family, then the network line.
 void WriteDeviceLines(std::ostream& out, const std::vector<FoundPrinter>& found);
 
-// Looks at every USB printer class device (/dev/usb/lp*) and writes the
-// lines.
-void ListPrinters(std::ostream& out);
+// Looks at every USB printer class device in `folder` (lp0, lp1, ...) and
+// writes the lines.
+void ListPrinters(std::ostream& out, const std::string& folder = "/dev/usb");
 
 }  // namespace langmon::backend

@@ -1,9 +1,11 @@
-// The backend as CUPS runs it, on the real clock: a job on standard input
-// for an emulated printer that is jammed, the printer's state told on
+// The backend as CUPS runs it, on the real clock: the printers it finds; a
+// job on standard input for an emulated printer that is jammed, the printer's state told on
 // standard error, CUPS's side channel answered on descriptor 4 meanwhile,
 // and a cancel (SIGTERM) that ends the job at the printer and the backend.
 
 #include "system/child_process.h"
+
+#include "discovery.h"
 
 #include <cups/backend.h>
 #include <cups/sidechannel.h>
@@ -11,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,6 +23,9 @@
 namespace {
 
 using langmon::testing::Argv;
+using langmon::testing::Child;
+using langmon::testing::Finish;
+using langmon::testing::Start;
 using langmon::testing::ReadUntil;
 
 // Asks the backend through `channel`, as a filter asks through its
@@ -108,3 +114,35 @@ TEST(Backend, TellsCupsOfAJammedPrinterAnswersItsSideChannelAndEndsTheJobOnCance
 }
 
 }  // namespace
+
+// What `lpinfo -v` shows: a USB printer of the family (the emulated one on a
+// FUSE device) by its address, make, model and device ID; one of another
+// make not at all; and the network entry.
+TEST(Backend, FindsTheFamilysUsbPrintersAndOffersTheNetwork) {
+    std::ostringstream lines;
+    langmon::backend::WriteDeviceLines(lines, {{"/dev/usb/lp3", "MFG:Other;MDL:Foreign Printer 1;"}});
+    EXPECT_EQ(lines.str(), "network langmon \"Unknown\" \"Printer of the Laser Printer family on the network (langmon)\"\n");
+
+    char folder[] = "/tmp/langmon-discovery-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const std::string device = std::string(folder) + "/usb";
+    Child emulator = Start({LANGMON_COMMAND, "emulate", "--usb-device", device}, true);
+    std::string shown;
+    ReadUntil(emulator.output, &shown, "\n", 3000);
+    if (shown.rfind("langmon:", 0) != 0) {
+        rmdir(folder);
+        GTEST_SKIP() << "no USB device served through FUSE here: " << shown;
+    }
+    std::ostringstream found;
+    langmon::backend::ListPrinters(found, device);
+    const std::string text = found.str();
+    EXPECT_EQ(text.rfind("direct langmon:" + device + "/lp0 \"Quor Laser Printer 6200tx\" \"Quor Laser Printer 6200tx "
+                         "(USB, langmon)\" \"MFG:Quor;",
+                         0),
+              0u)
+        << text;
+    EXPECT_NE(text.find(";MDL:Laser Printer 6200tx;"), std::string::npos) << text;
+    EXPECT_NE(text.find("\nnetwork langmon "), std::string::npos) << text;
+    EXPECT_EQ(Finish(emulator, SIGTERM), 0);
+    rmdir(folder);
+}
