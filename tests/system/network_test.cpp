@@ -105,6 +105,8 @@ TEST(NetworkPrinter, PrintsOverTcpReadsItsDeviceIdOverSnmpAndIsReachedAgainOnceB
     std::smatch sent;
     ASSERT_TRUE(std::regex_search(report, sent, std::regex(R"(the printer received (\d+) bytes: 136 bytes ahead)")))
         << report;
+    // Taken now: the match points into `report`, which the next run replaces.
+    const std::size_t printed = std::stoul(sent[1].str());
 
     // The jam made after the job shows in the next reading of the device ID.
     std::string shown;
@@ -121,7 +123,6 @@ TEST(NetworkPrinter, PrintsOverTcpReadsItsDeviceIdOverSnmpAndIsReachedAgainOnceB
     const std::string received = ReadWhole(receivedPath);
     unlink(receivedPath);
     const std::string uel = "\x1b%-12345X";
-    const std::size_t printed = std::stoul(sent[1].str());
     EXPECT_EQ(received.substr(0, uel.size()), uel);
     EXPECT_EQ(received.find(job), 136u);
     EXPECT_EQ(received.find(job, 137), std::string::npos);
