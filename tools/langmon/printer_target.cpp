@@ -2,8 +2,6 @@
 
 #include "acquisition/device_id.h"
 
-#include "file_port_monitor.h"
-
 #include "emulator/printer_description.h"
 #include "manager/manager_link.h"
 #include "manager/status_driver.h"
@@ -12,15 +10,12 @@
 #include "platform/text.h"
 #include "platform/registry.h"
 #include "platform/user_input.h"
-#include "ports/snmp_device_id.h"
 
 #include <algorithm>
 #include <optional>
 #include <string_view>
 #include <vector>
 
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace langmon::tool {
 
@@ -72,40 +67,28 @@ std::string ChoosePortName(const std::string& printer, const std::string& portNa
     return DefaultPortName(address);
 }
 
-PrinterTarget::PrinterTarget(const std::string& printer, const std::string& portName) {
-    PrinterAddress address;
-    ParsePrinterAddress(printer, &address);
+PrinterTarget::PrinterTarget(const std::string& printer, const std::string& portName) : portName_(portName) {
+    ParsePrinterAddress(printer, &address_);
+    const PrinterAddress& address = address_;
+    emulator::PrinterState state;
+    if (address.kind == AddressKind::Emulator) DescribeEmulator(address, &state);
+    below_ = monitors_.Attach(address, portName, state);
+    printer_ = monitors_.Emulated(portName);
     if (address.kind == AddressKind::Emulator) {
-        emulator::PrinterState state;
-        DescribeEmulator(address, &state);
-        printer_ = std::make_unique<emulator::Printer>(state);
-        emulatorPorts_.Attach(portName, *printer_);
-        below_ = *emulatorPorts_.Table();
         description_ = "the emulated " + state.model;
     } else if (address.kind == AddressKind::Serial) {
-        serialPorts_ = std::make_unique<ports::SerialPortMonitor>();
-        serialPorts_->Attach(portName, {address.path, address.baud});
-        below_ = *serialPorts_->Table();
         description_ = "the serial printer on " + address.path + " at " + std::to_string(address.baud) + " baud";
         silence_ = "a serial line is one-way";
     } else if (address.kind == AddressKind::Usb) {
-        usbPorts_ = std::make_unique<ports::UsbPortMonitor>();
-        usbPorts_->Attach(portName, address.path);
-        below_ = *usbPorts_->Table();
-        usbPath_ = address.path;
         description_ = "the USB printer on " + address.path;
         silence_ = "the printer is on the USB device; what it said is what the client saw, below";
     } else if (address.kind == AddressKind::Network) {
-        socketPorts_ = std::make_unique<ports::SocketPortMonitor>();
-        network_ = {address.host, address.port, address.snmpPort, address.community};
-        socketPorts_->Attach(portName, network_);
-        below_ = *socketPorts_->Table();
+        network_ = NetworkPrinterOf(address);
         const bool v6 = address.host.find(':') != std::string::npos;
         description_ = "the network printer at " + (v6 ? "[" + address.host + "]" : address.host) + ":" +
                        std::to_string(address.port);
         silence_ = "the printer is across the network; what it said is what the client saw, below";
     } else {
-        below_ = FilePortMonitor(address.path);
         description_ = printer;
         silence_ = "a file does not answer";
     }
@@ -130,26 +113,7 @@ BOOL PrinterTarget::WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD w
     return ok;
 }
 
-std::string PrinterTarget::ProbeDeviceId() {
-    if (printer_) return printer_->DeviceId().value_or("");
-    std::string id;
-    if (socketPorts_) {
-        if (ports::ReadDeviceIdOverSnmp({network_.host, network_.snmpPort, network_.community, ports::SnmpTimeOutMs},
-                                        &id) != ports::SnmpOutcome::Answered) {
-            return "";
-        }
-    } else if (usbPorts_) {
-        // Opened and closed again before the monitor opens it: usblp lets
-        // one program have the printer at a time.
-        const int fd = ::open(usbPath_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0) return "";
-        int error = 0;
-        const std::optional<std::string> answer = ports::ReadUsbDeviceId(fd, &error);
-        ::close(fd);
-        if (answer) id = *answer;
-    }
-    return id;
-}
+std::string PrinterTarget::ProbeDeviceId() { return monitors_.ProbeDeviceId(address_, portName_); }
 
 std::string PrinterTarget::ProbeModel() {
     if (printer_) return printer_->State().model;
@@ -169,7 +133,7 @@ std::string DeviceIdModel(const std::string& id) {
 }
 
 void PrinterTarget::DescribePort(const std::string& portName) const {
-    if (!usbPorts_) return;
+    if (address_.kind != AddressKind::Usb) return;
     const std::string name = BarePortName(portName);
     // A port the machine file lists is as it says.
     for (const std::string& monitor : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, MonitorsKey)) {

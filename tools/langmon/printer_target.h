@@ -4,6 +4,7 @@
 // the printer queue of the machine that the port serves.
 #pragma once
 
+#include "port_monitors.h"
 #include "printer_address.h"
 #include "stream_record.h"
 
@@ -54,7 +55,7 @@ public:
     // The table the language monitor is given as the port monitor below it.
     MONITOR* Lower() { return &lower_; }
     // The emulated printer; null when the port leads to a file.
-    emulator::Printer* Emulated() { return printer_.get(); }
+    emulator::Printer* Emulated() { return printer_; }
     // "the emulated Laser Printer 6200tx", "file:PATH", "the serial
     // printer on /dev/ttyS0 at 9600 baud", "the USB printer on
     // /dev/usb/lp0" or "the network printer at HOST:PORT".
@@ -67,7 +68,10 @@ public:
     // Whether the printer answers, so that the command gives it a queue of
     // its model when the machine has none: the emulated, a USB or a network
     // one.
-    bool Answers() const { return printer_ != nullptr || usbPorts_ != nullptr || socketPorts_ != nullptr; }
+    bool Answers() const {
+        return address_.kind == AddressKind::Emulator || address_.kind == AddressKind::Usb ||
+               address_.kind == AddressKind::Network;
+    }
     // The model as a host that finds the printer reads it: the emulated
     // printer's, or the MDL of a USB or network printer's device ID; empty
     // when the printer does not say.
@@ -76,7 +80,9 @@ public:
     // it; empty when the printer does not say.
     std::string ProbeDeviceId();
     // The network printer the port leads to; null for any other.
-    const ports::NetworkPrinter* Network() const { return socketPorts_ ? &network_ : nullptr; }
+    const ports::NetworkPrinter* Network() const {
+        return address_.kind == AddressKind::Network ? &network_ : nullptr;
+    }
     // Lists the port of a USB printer as the spooler's USB port monitor
     // would, described as a USB port, so that the monitor takes it for a
     // two-way USB port; a port the machine already lists is left as it
@@ -91,12 +97,10 @@ public:
 private:
     static BOOL WriteWatched(HANDLE port, LPBYTE data, DWORD size, LPDWORD written);
 
-    std::unique_ptr<emulator::Printer> printer_;
-    emulator::PortMonitor emulatorPorts_;
-    std::unique_ptr<ports::SerialPortMonitor> serialPorts_;
-    std::unique_ptr<ports::SocketPortMonitor> socketPorts_;
-    std::unique_ptr<ports::UsbPortMonitor> usbPorts_;
-    std::string usbPath_;
+    PrinterAddress address_;
+    std::string portName_;
+    PortMonitors monitors_;
+    emulator::Printer* printer_ = nullptr;  // the emulated printer, if it is one
     MONITOR below_{};  // the port monitor's own table
     MONITOR lower_{};  // the same, with its WritePort watched
     std::string description_;
