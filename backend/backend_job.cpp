@@ -172,11 +172,16 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
     tool::PrinterTarget target(job.deviceUri, portName);
     lines.Debug("the printer: " + target.Description() + ", on port " + portName);
 
+    // The monitor reads the machine as it starts; what CUPS says is added
+    // to it then.
+    MONITOR monitor{};
+    InitializeMonitorEx(nullptr, &monitor);
+    target.DescribePort(portName);
     // The machine: a queue of the job's printer on the port, with the
     // family's driver of the model the printer names (jobs through CUPS are
-    // PostScript), unless a machine file describes it already.
-    // A printer of another make gets its jobs as they are: its queue's
-    // driver is one the monitor knows no model of, so it frames nothing.
+    // PostScript), unless a machine file describes it already. A printer of
+    // another make gets its jobs as they are: its queue's driver is one the
+    // monitor knows no model of, so it frames nothing.
     std::string deviceId = target.ProbeDeviceId();
     const std::string model = tool::DeviceIdModel(deviceId);
     const bool foreign = !model.empty() && !tool::FamilyModel(model);
@@ -189,8 +194,6 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
             tool::AddStandInQueue(portName, model, queue, tool::QueueLanguage::PostScript);
         }
     }
-    MONITOR monitor{};
-    InitializeMonitorEx(nullptr, &monitor);
     HANDLE port = nullptr;
     if (!monitor.OpenPortEx(const_cast<char*>(portName.c_str()), const_cast<char*>(queue.c_str()), &port,
                             target.Lower())) {

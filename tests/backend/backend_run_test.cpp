@@ -25,6 +25,7 @@ namespace {
 using langmon::testing::Argv;
 using langmon::testing::Child;
 using langmon::testing::Finish;
+using langmon::testing::RunToEnd;
 using langmon::testing::Start;
 using langmon::testing::ReadUntil;
 
@@ -117,8 +118,9 @@ TEST(Backend, TellsCupsOfAJammedPrinterAnswersItsSideChannelAndEndsTheJobOnCance
 
 // What `lpinfo -v` shows: a USB printer of the family (the emulated one on a
 // FUSE device) by its address, make, model and device ID; one of another
-// make not at all; and the network entry.
-TEST(Backend, FindsTheFamilysUsbPrintersAndOffersTheNetwork) {
+// make not at all; and the network entry. A job to the USB printer found is
+// framed on its two-way USB port and its pages come back.
+TEST(Backend, FindsTheFamilysUsbPrintersAndPrintsToThem) {
     std::ostringstream lines;
     langmon::backend::WriteDeviceLines(lines, {{"/dev/usb/lp3", "MFG:Other;MDL:Foreign Printer 1;"}});
     EXPECT_EQ(lines.str(), "network langmon \"Unknown\" \"Printer of the Laser Printer family on the network (langmon)\"\n");
@@ -126,7 +128,7 @@ TEST(Backend, FindsTheFamilysUsbPrintersAndOffersTheNetwork) {
     char folder[] = "/tmp/langmon-discovery-XXXXXX";
     ASSERT_NE(mkdtemp(folder), nullptr);
     const std::string device = std::string(folder) + "/usb";
-    Child emulator = Start({LANGMON_COMMAND, "emulate", "--usb-device", device}, true);
+    Child emulator = Start({LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=100", "--usb-device", device}, true);
     std::string shown;
     ReadUntil(emulator.output, &shown, "\n", 3000);
     if (shown.rfind("langmon:", 0) != 0) {
@@ -143,6 +145,15 @@ TEST(Backend, FindsTheFamilysUsbPrintersAndOffersTheNetwork) {
         << text;
     EXPECT_NE(text.find(";MDL:Laser Printer 6200tx;"), std::string::npos) << text;
     EXPECT_NE(text.find("\nnetwork langmon "), std::string::npos) << text;
+
+    std::string told;
+    const int code = RunToEnd({"/usr/bin/env", "DEVICE_URI=langmon:" + device + "/lp0", "PRINTER=desk",
+                               std::string("LANGMON_LIBRARY_PATH=") + LANGMON_BUILD_DIR, LANGMON_BACKEND, "3", "bob",
+                               "brochure", "1", "", std::string(LANGMON_EXAMPLES) + "/brochure.ps"},
+                              &told);
+    EXPECT_EQ(code, 0) << told;
+    EXPECT_NE(told.find("on port USB001"), std::string::npos) << told;
+    EXPECT_NE(told.find("PAGE: total 3\n"), std::string::npos) << told;
     EXPECT_EQ(Finish(emulator, SIGTERM), 0);
     rmdir(folder);
 }

@@ -133,7 +133,10 @@ std::string DeviceIdModel(const std::string& id) {
 }
 
 void PrinterTarget::DescribePort(const std::string& portName) const {
-    if (address_.kind != AddressKind::Usb) return;
+    if (address_.kind == AddressKind::Usb) DescribeUsbPort(portName);
+}
+
+void DescribeUsbPort(const std::string& portName) {
     const std::string name = BarePortName(portName);
     // A port the machine file lists is as it says.
     for (const std::string& monitor : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, MonitorsKey)) {

@@ -111,6 +111,12 @@ private:
     std::atomic<std::uint64_t> receivedCount_{0};
 };
 
+// Lists a USB printer's port as the spooler's USB port monitor would,
+// described as a USB port, so that the monitor takes it for a two-way USB
+// port; a port the machine already lists is left as it is. Done once the
+// monitor has read the machine, which it replaces.
+void DescribeUsbPort(const std::string& portName);
+
 // The model a device ID names (its MDL or MODEL field); empty without one.
 std::string DeviceIdModel(const std::string& id);
 
