@@ -1,0 +1,313 @@
+#include "control_server.h"
+
+#include "daemon/status_protocol.h"
+
+#include "langmon/client_view.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace langmon::daemon {
+
+namespace {
+
+using protocol::ErrorCode;
+using protocol::ErrorReply;
+
+// What one read of a client takes at most.
+constexpr std::size_t ReadChunkBytes = 16384;
+
+nlohmann::json Error(std::optional<uint32_t> id, ErrorCode code, const std::string& message) {
+    return protocol::ToJson(protocol::DaemonMessage{ErrorReply{id, code, message}});
+}
+
+}  // namespace
+
+// A watch's context for the status manager's callback: which client and
+// handle it belongs to. It lives as long as the store that calls it.
+struct ControlServer::Watch {
+    ControlServer* server = nullptr;
+    uint64_t client = 0;
+    uint32_t handle = 0;
+    uint32_t id = 0;
+    std::unique_ptr<tool::ClientStore> store;  // last: closed first
+};
+
+struct ControlServer::Client {
+    uint64_t id = 0;
+    int fd = -1;
+    Peer peer;
+    bool greeted = false;
+    bool closing = false;  // let go once what is queued has gone
+    protocol::FrameReader reader;
+    std::string outbox;
+    struct Handle {
+        std::string printer;
+        std::unique_ptr<tool::ClientStore> store;
+    };
+    std::map<uint32_t, Handle> handles;
+    std::map<uint32_t, std::unique_ptr<Watch>> watches;
+    uint32_t nextHandle = 1;
+    uint32_t nextWatch = 1;
+    ~Client() {
+        watches.clear();  // no callback after this
+        if (fd >= 0) close(fd);
+    }
+};
+
+ControlServer::ControlServer(PrinterHost& host, int listener, std::string daemonName)
+    : host_(host), listener_(listener), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      daemonName_(std::move(daemonName)) {}
+
+ControlServer::~ControlServer() {
+    clients_.clear();
+    if (listener_ >= 0) close(listener_);
+    if (wake_ >= 0) close(wake_);
+}
+
+std::size_t ControlServer::ClientCount() const { return clients_.size(); }
+
+void ControlServer::Wake() {
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = write(wake_, &one, sizeof one);
+}
+
+void ControlServer::Changed(uint32_t, const char* name, void* context) {
+    auto* watch = static_cast<Watch*>(context);
+    ControlServer& server = *watch->server;
+    {
+        std::lock_guard hold(server.changesMutex_);
+        server.changes_.push_back({watch->client, watch->handle, watch->id, name != nullptr ? name : ""});
+    }
+    server.Wake();
+}
+
+void ControlServer::Serve(int timeoutMs) {
+    std::vector<pollfd> waits;
+    waits.push_back({listener_, POLLIN, 0});
+    waits.push_back({wake_, POLLIN, 0});
+    for (const auto& client : clients_) {
+        waits.push_back({client->fd, static_cast<short>(POLLIN | (client->outbox.empty() ? 0 : POLLOUT)), 0});
+    }
+    if (poll(waits.data(), waits.size(), timeoutMs) < 0 && errno != EINTR) return;
+    if ((waits[1].revents & POLLIN) != 0) {
+        uint64_t count = 0;
+        [[maybe_unused]] const ssize_t got = read(wake_, &count, sizeof count);
+    }
+    DeliverChanges();
+    // Clients in the order they were waited on; new ones wait for the next round.
+    const std::size_t known = waits.size() - 2;
+    for (std::size_t i = 0; i < known && i < clients_.size(); ++i) {
+        const short events = waits[i + 2].revents;
+        if ((events & (POLLIN | POLLHUP | POLLERR)) != 0) Read(*clients_[i]);
+        if ((events & POLLOUT) != 0 || !clients_[i]->outbox.empty()) Flush(*clients_[i]);
+    }
+    clients_.erase(std::remove_if(clients_.begin(), clients_.end(),
+                                  [](const auto& client) { return client->fd < 0; }),
+                   clients_.end());
+    if ((waits[0].revents & POLLIN) != 0) Accept();
+}
+
+void ControlServer::Accept() {
+    while (true) {
+        const int fd = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0) return;
+        auto client = std::make_unique<Client>();
+        client->id = nextClient_++;
+        client->fd = fd;
+        client->peer = PeerOf(fd);
+        if (clients_.size() >= protocol::MaxClients) {
+            client->closing = true;
+            Send(*client, Error(std::nullopt, ErrorCode::Limit,
+                                "the daemon serves " + std::to_string(protocol::MaxClients) + " clients at most"));
+            Flush(*client);
+            continue;  // let go at once
+        }
+        clients_.push_back(std::move(client));
+    }
+}
+
+void ControlServer::Read(Client& client) {
+    char buffer[ReadChunkBytes];
+    const ssize_t got = recv(client.fd, buffer, sizeof buffer, 0);
+    if (got <= 0) {
+        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        close(client.fd);  // gone: its handles and watches go with it
+        client.fd = -1;
+        return;
+    }
+    std::size_t used = 0;
+    while (used < static_cast<std::size_t>(got) && !client.closing) {
+        used += client.reader.Feed(buffer + used, static_cast<std::size_t>(got) - used);
+        nlohmann::json message;
+        protocol::FrameError error = protocol::FrameError::None;
+        protocol::FrameStatus status;
+        while ((status = client.reader.Next(&message, &error)) == protocol::FrameStatus::Message) {
+            Answer(client, message);
+            if (client.closing) break;
+        }
+        if (status == protocol::FrameStatus::Failed) {
+            const bool tooBig = error == protocol::FrameError::TooBig;
+            client.closing = true;
+            Send(client, Error(std::nullopt, tooBig ? ErrorCode::TooBig : ErrorCode::BadMessage,
+                               tooBig ? "a message is at most " + std::to_string(protocol::MaxMessageBytes) + " bytes"
+                                      : "not a message: a 4-byte length and one JSON object"));
+        }
+    }
+    Flush(client);
+}
+
+void ControlServer::Send(Client& client, const nlohmann::json& message) {
+    std::string frame = protocol::EncodeFrame(message);
+    if (frame.empty()) frame = protocol::EncodeFrame(Error(std::nullopt, ErrorCode::Failed, "the answer is too big"));
+    if (client.outbox.size() + frame.size() > MaxPendingBytesPerClient) {
+        // It reads nothing of what it asked for: let it go.
+        close(client.fd);
+        client.fd = -1;
+        return;
+    }
+    client.outbox += frame;
+}
+
+void ControlServer::Flush(Client& client) {
+    while (client.fd >= 0 && !client.outbox.empty()) {
+        const ssize_t sent = send(client.fd, client.outbox.data(), client.outbox.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            client.outbox.erase(0, static_cast<std::size_t>(sent));
+            continue;
+        }
+        if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return;
+        close(client.fd);
+        client.fd = -1;
+        return;
+    }
+    if (client.fd >= 0 && client.closing && client.outbox.empty()) {
+        close(client.fd);
+        client.fd = -1;
+    }
+}
+
+void ControlServer::DeliverChanges() {
+    std::vector<Change> changes;
+    {
+        std::lock_guard hold(changesMutex_);
+        changes.swap(changes_);
+    }
+    for (const Change& change : changes) {
+        for (const auto& client : clients_) {
+            if (client->id != change.client || client->fd < 0 || client->watches.count(change.watch) == 0) continue;
+            Send(*client, protocol::ToJson(protocol::DaemonMessage{
+                              protocol::ChangedEvent{change.handle, change.watch, change.name}}));
+        }
+    }
+}
+
+void ControlServer::Answer(Client& client, const nlohmann::json& message) {
+    protocol::Request request;
+    ErrorReply refused;
+    if (!protocol::ParseRequest(message, &request, &refused)) {
+        client.closing = client.closing || protocol::ErrorClosesConnection(refused.code);
+        Send(client, protocol::ToJson(protocol::DaemonMessage{refused}));
+        return;
+    }
+    const auto reply = [&](protocol::DaemonMessage answer) { Send(client, protocol::ToJson(answer)); };
+    const auto fail = [&](uint32_t id, ErrorCode code, const std::string& words) { Send(client, Error(id, code, words)); };
+    if (const auto* hello = std::get_if<protocol::HelloRequest>(&request)) {
+        client.greeted = true;
+        reply(protocol::HelloReply{hello->id, protocol::Version, daemonName_,
+                                   static_cast<uint32_t>(host_.Printers().size())});
+        return;
+    }
+    const uint32_t id = std::visit([](const auto& r) { return r.id; }, request);
+    if (!client.greeted) {
+        client.closing = true;
+        fail(id, ErrorCode::BadMessage, "the first message is a hello");
+        return;
+    }
+    const auto handleOf = [&](uint32_t handle) -> Client::Handle* {
+        const auto found = client.handles.find(handle);
+        return found == client.handles.end() ? nullptr : &found->second;
+    };
+    if (std::holds_alternative<protocol::PrintersRequest>(request)) {
+        protocol::PrintersReply printers{id, {}};
+        for (const HostedPrinter& printer : host_.Printers()) {
+            const nlohmann::ordered_json view = host_.View(printer.name);
+            const auto text = [&](const char* key) {
+                return view.is_object() && view.contains(key) && view[key].is_string() ? view[key].get<std::string>() : "";
+            };
+            printers.printers.push_back({printer.name, printer.address, printer.portName, text("state"), text("status")});
+        }
+        reply(printers);
+    } else if (const auto* status = std::get_if<protocol::StatusRequest>(&request)) {
+        if (!host_.Holds(status->printer)) return fail(id, ErrorCode::UnknownPrinter, "no printer \"" + status->printer + "\"");
+        reply(protocol::StatusReply{id, nlohmann::json::parse(host_.View(status->printer).dump())});
+    } else if (const auto* open = std::get_if<protocol::OpenRequest>(&request)) {
+        if (!host_.Holds(open->printer)) return fail(id, ErrorCode::UnknownPrinter, "no printer \"" + open->printer + "\"");
+        if (client.handles.size() >= protocol::MaxHandlesPerClient) {
+            return fail(id, ErrorCode::Limit, "a client holds " + std::to_string(protocol::MaxHandlesPerClient) + " handles at most");
+        }
+        std::string problem;
+        auto store = std::make_unique<tool::ClientStore>(open->printer, &problem);
+        if (!store->IsOpen()) return fail(id, ErrorCode::Failed, problem);
+        const uint32_t handle = client.nextHandle++;
+        client.handles[handle] = {open->printer, std::move(store)};
+        reply(protocol::OpenedReply{id, handle});
+    } else if (const auto* closing = std::get_if<protocol::CloseRequest>(&request)) {
+        if (handleOf(closing->handle) == nullptr) return fail(id, ErrorCode::BadHandle, "no such handle");
+        for (auto watch = client.watches.begin(); watch != client.watches.end();) {
+            watch = watch->second->handle == closing->handle ? client.watches.erase(watch) : std::next(watch);
+        }
+        client.handles.erase(closing->handle);
+        reply(protocol::OkReply{id});
+    } else if (const auto* get = std::get_if<protocol::GetRequest>(&request)) {
+        Client::Handle* handle = handleOf(get->handle);
+        if (handle == nullptr) return fail(id, ErrorCode::BadHandle, "no such handle");
+        const auto value = handle->store->Read(get->name.c_str());
+        if (!value) return fail(id, ErrorCode::NoVariable, "no value of \"" + get->name + "\"");
+        reply(protocol::ValueReply{id, *value});
+    } else if (const auto* set = std::get_if<protocol::SetRequest>(&request)) {
+        Client::Handle* handle = handleOf(set->handle);
+        if (handle == nullptr) return fail(id, ErrorCode::BadHandle, "no such handle");
+        if (!client.peer.mayWrite) return fail(id, ErrorCode::Denied, "only root and members of the group lp may write");
+        if (!handle->store->Write(set->name.c_str(), set->value.data(), static_cast<DWORD>(set->value.size()))) {
+            return fail(id, ErrorCode::Failed, "the value was not stored");
+        }
+        reply(protocol::OkReply{id});
+    } else if (const auto* watch = std::get_if<protocol::WatchRequest>(&request)) {
+        Client::Handle* handle = handleOf(watch->handle);
+        if (handle == nullptr) return fail(id, ErrorCode::BadHandle, "no such handle");
+        if (client.watches.size() >= protocol::MaxWatchesPerClient) {
+            return fail(id, ErrorCode::Limit, "a client holds " + std::to_string(protocol::MaxWatchesPerClient) + " watches at most");
+        }
+        auto made = std::make_unique<Watch>();
+        made->server = this;
+        made->client = client.id;
+        made->handle = watch->handle;
+        made->id = client.nextWatch++;
+        std::string problem;
+        made->store = std::make_unique<tool::ClientStore>(handle->printer, &problem);
+        std::string names;
+        for (const std::string& name : watch->names) names += (names.empty() ? "" : ";") + name;
+        if (!made->store->IsOpen() || !made->store->Watch(names, Changed, made.get())) {
+            return fail(id, ErrorCode::Failed, problem.empty() ? "the status manager would not watch" : problem);
+        }
+        const uint32_t watchId = made->id;
+        client.watches[watchId] = std::move(made);
+        reply(protocol::WatchingReply{id, watchId});
+    } else if (const auto* unwatch = std::get_if<protocol::UnwatchRequest>(&request)) {
+        const auto found = client.watches.find(unwatch->watch);
+        if (found == client.watches.end() || found->second->handle != unwatch->handle) {
+            return fail(id, ErrorCode::BadHandle, "no such watch");
+        }
+        client.watches.erase(found);
+        reply(protocol::OkReply{id});
+    }
+}
+
+}  // namespace langmon::daemon

@@ -1,0 +1,68 @@
+// The daemon's side of the control socket: one loop that accepts clients,
+// reads their requests (framed and checked by the protocol library), answers
+// them from the printers the host holds and their status stores, and sends
+// each watched variable's change as it happens. A client that sends a bad or
+// oversized message gets an error and is let go; the others carry on. Every
+// size a client can make the daemon hold is bounded.
+#pragma once
+
+#include "control_socket.h"
+#include "printer_host.h"
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace langmon::daemon {
+
+// What the daemon keeps of one client's messages waiting to go out; a client
+// that reads nothing while more piles up is let go.
+inline constexpr std::size_t MaxPendingBytesPerClient = 1u << 20;
+
+class ControlServer {
+public:
+    // Serves `host`'s printers on `listener` (see OpenControlSocket), which
+    // it closes at the end.
+    ControlServer(PrinterHost& host, int listener, std::string daemonName);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    // Waits up to `timeoutMs` for clients and does what is due. Also wakes
+    // when a watched variable changes or Wake() is called.
+    void Serve(int timeoutMs);
+    // Ends a Serve that waits, from any thread or a signal handler.
+    void Wake();
+    std::size_t ClientCount() const;
+
+private:
+    struct Client;
+    struct Watch;
+    void Accept();
+    void Read(Client& client);
+    void Answer(Client& client, const nlohmann::json& message);
+    void Send(Client& client, const nlohmann::json& message);
+    void Flush(Client& client);
+    void DeliverChanges();
+    static void Changed(uint32_t managerHandle, const char* name, void* context);
+
+    PrinterHost& host_;
+    int listener_;
+    int wake_;  // an eventfd
+    std::string daemonName_;
+    uint64_t nextClient_ = 1;
+    std::vector<std::unique_ptr<Client>> clients_;
+    // Changes the status manager told of on its threads, for the loop.
+    std::mutex changesMutex_;
+    struct Change {
+        uint64_t client;
+        uint32_t handle;
+        uint32_t watch;
+        std::string name;
+    };
+    std::vector<Change> changes_;
+};
+
+}  // namespace langmon::daemon
