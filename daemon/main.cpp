@@ -1,0 +1,169 @@
+// langmond: the host that owns printers between jobs. It keeps each
+// printer's port open with its status thread awake, so that every printer's
+// status is fresh at any time, and serves it to any process on its control
+// socket. Started by systemd (socket activation, Type=notify) or by hand.
+
+#include "control_server.h"
+#include "control_socket.h"
+#include "daemon_config.h"
+#include "printer_host.h"
+
+#include "daemon/status_protocol.h"
+
+#include <systemd/sd-daemon.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+namespace {
+
+using namespace langmon::daemon;
+
+constexpr const char* Usage =
+    "usage: langmond [--config FILE] [--socket PATH] [--printer NAME=ADDRESS]... [--foreground]\n"
+    "\n"
+    "Keeps the ports of its printers open with their status fresh, and serves\n"
+    "that status to any local process on its control socket.\n"
+    "\n"
+    "  --config FILE          the configuration (default /etc/langmon/langmond.conf;\n"
+    "                         a missing default file is an empty one)\n"
+    "  --socket PATH          the control socket (default /run/langmon/langmond.sock,\n"
+    "                         or what the configuration says)\n"
+    "  --printer NAME=ADDRESS a printer more, as the configuration would add it\n"
+    "  --foreground           accepted for habit: langmond always stays in the\n"
+    "                         foreground, as systemd wants it\n"
+    "\n"
+    "SIGHUP re-reads the configuration; SIGTERM or SIGINT closes every port and\n"
+    "ends. Exit status: 0 after SIGTERM, 1 when it cannot start, 2 for a wrong\n"
+    "command line.\n";
+
+std::atomic<bool> stopping{false};
+std::atomic<bool> reloading{false};
+ControlServer* wakeable = nullptr;
+
+void OnSignal(int signal) {
+    (signal == SIGHUP ? reloading : stopping) = true;
+    if (wakeable != nullptr) wakeable->Wake();
+}
+
+struct Options {
+    std::string configPath = DefaultConfigPath;
+    bool configGiven = false;
+    std::string socketPath;
+    std::vector<std::string> printers;
+};
+
+// The configuration the options and the file make; false with the reason.
+bool LoadConfig(const Options& options, DaemonConfig* config, std::string* error) {
+    *config = DaemonConfig{};
+    if (options.configGiven || access(options.configPath.c_str(), F_OK) == 0) {
+        if (!ReadDaemonConfig(options.configPath, config, error)) return false;
+    }
+    for (const std::string& printer : options.printers) {
+        if (!AddPrinterOption(printer, config, error)) return false;
+    }
+    if (!options.socketPath.empty()) config->socket = options.socketPath;
+    return true;
+}
+
+void Say(const std::string& line) { std::cerr << "langmond: " << line << '\n' << std::flush; }
+
+void AddPrinters(PrinterHost& host, const std::vector<PrinterConfig>& printers) {
+    for (const PrinterConfig& printer : printers) {
+        std::string problem;
+        if (host.Add(printer.name, printer.address, printer.port, &problem)) {
+            Say("printer \"" + printer.name + "\" at " + printer.address);
+        } else {
+            Say("printer \"" + printer.name + "\" (" + printer.origin + ") is not served: " + problem);
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (word == "--help" || word == "-h") {
+            std::cout << Usage;
+            return 0;
+        } else if (word == "--version") {
+            std::cout << "langmond " << LANGMON_VERSION << '\n';
+            return 0;
+        } else if (word == "--foreground") {
+        } else if (word == "--config" && hasValue) {
+            options.configPath = argv[++i];
+            options.configGiven = true;
+        } else if (word == "--socket" && hasValue) {
+            options.socketPath = argv[++i];
+        } else if (word == "--printer" && hasValue) {
+            options.printers.push_back(argv[++i]);
+        } else {
+            std::cerr << "langmond: " << (word.rfind("--", 0) == 0 && !hasValue ? word + " takes a value" : "unknown option " + word)
+                      << "; see 'langmond --help'\n";
+            return 2;
+        }
+    }
+    DaemonConfig config;
+    std::string error;
+    if (!LoadConfig(options, &config, &error)) {
+        std::cerr << "langmond: " << error << '\n';
+        return 1;
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+    struct sigaction action {};
+    action.sa_handler = OnSignal;
+    sigemptyset(&action.sa_mask);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaction(signal, &action, nullptr);
+
+    PrinterHost host;
+    ApplyMonitorSettings(config);
+    const int listener = OpenControlSocket(config.socket, &error);
+    if (listener < 0) {
+        std::cerr << "langmond: the control socket: " << error << '\n';
+        return 1;
+    }
+    ControlServer server(host, listener, std::string("langmond ") + LANGMON_VERSION);
+    wakeable = &server;
+    AddPrinters(host, config.printers);
+    Say("serving " + std::to_string(host.Printers().size()) + " printers on " + config.socket);
+    sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
+
+    while (!stopping.load()) {
+        server.Serve(1000);
+        if (reloading.exchange(false)) {
+            DaemonConfig fresh;
+            if (!LoadConfig(options, &fresh, &error)) {
+                Say("the configuration was not re-read: " + error);
+                continue;
+            }
+            sd_notify(0, "RELOADING=1");
+            const ConfigChange change = CompareConfigs(config, fresh);
+            for (const auto* list : {&change.removed, &change.changed}) {
+                for (const PrinterConfig& printer : *list) {
+                    host.Remove(printer.name);
+                    Say("printer \"" + printer.name + "\" let go");
+                }
+            }
+            AddPrinters(host, change.changed);
+            AddPrinters(host, change.added);
+            config = fresh;
+            sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
+        }
+    }
+    sd_notify(0, "STOPPING=1");
+    wakeable = nullptr;
+    Say("closing " + std::to_string(host.Printers().size()) + " ports");
+    host.CloseAll();
+    if (!options.socketPath.empty() || sd_listen_fds(0) <= 0) unlink(config.socket.c_str());
+    Say("stopped");
+    return 0;
+}
