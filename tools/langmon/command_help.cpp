@@ -202,11 +202,29 @@ constexpr const char* EmulateEnd =
     "  langmon emulate --listen 127.0.0.1:9100 --snmp 127.0.0.1:1161\n"
     "  langmon status --printer 'langmon://127.0.0.1:9100?snmp=1161'\n";
 
+constexpr const char* PrintersHelp =
+    "usage: langmon printers [--socket PATH] [--json]\n"
+    "\n"
+    "Lists the printers langmond serves, each with its port, its state in one\n"
+    "line and its address, as the daemon reads them now.\n"
+    "\n"
+    "Options:\n"
+    "  --socket PATH         the daemon's control socket (default: LANGMON_SOCKET,\n"
+    "                        or /run/langmon/langmond.sock)\n"
+    "  --json                one JSON document (docs/json.md)\n"
+    "  -h, --help            show this help\n"
+    "\n"
+    "Exit status: 0 listed; 1 no daemon answers; 2 a wrong command line.\n"
+    "\n"
+    "Examples:\n"
+    "  langmon printers\n"
+    "  langmon printers --json\n";
+
 constexpr const char* HelpHelp =
     "usage: langmon help [COMMAND]\n"
     "\n"
     "Shows what langmon's commands are, or COMMAND's options (print, status,\n"
-    "decode, emulate), as --help does.\n"
+    "decode, emulate, printers), as --help does.\n"
     "\n"
     "Examples:\n"
     "  langmon help\n"
@@ -235,6 +253,7 @@ constexpr const char* GeneralHelp =
     "                     pseudo-terminal's serial line, as a USB device with\n"
     "                     --usb-device, or on TCP and SNMP with --listen and\n"
     "                     --snmp\n"
+    "  printers           list the printers langmond serves, with their state\n"
     "  help [COMMAND]     show this help, or a command's\n"
     "  version            show langmon's version\n"
     "\n"
@@ -274,6 +293,7 @@ std::string CommandHelp(const std::string& command) {
     }
     if (command == "decode") return DecodeHelp;
     if (command == "emulate") return std::string(EmulateHelp) + DescriptionHelp + EmulateEnd;
+    if (command == "printers") return PrintersHelp;
     if (command == "help") return HelpHelp;
     if (command == "version") return VersionHelp;
     return "";

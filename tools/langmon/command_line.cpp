@@ -5,6 +5,7 @@
 #include "emulate_command.h"
 #include "interruption.h"
 #include "print_command.h"
+#include "printers_command.h"
 #include "status_command.h"
 
 #include "platform/machine_description.h"
@@ -22,7 +23,7 @@ namespace {
 #error "the build gives LANGMON_VERSION, the project's version"
 #endif
 
-constexpr const char* Commands[] = {"print", "status", "decode", "emulate", "help", "version"};
+constexpr const char* Commands[] = {"print", "status", "decode", "emulate", "printers", "help", "version"};
 
 bool IsCommand(const std::string& word) {
     for (const char* command : Commands) {
@@ -54,7 +55,7 @@ int Refuse(const std::string& command, const std::string& error, std::ostream& e
 // `langmon help [COMMAND]`, `langmon --help` and `langmon COMMAND --help`.
 int Help(const std::string& command, std::ostream& out, std::ostream& err) {
     const std::string help = CommandHelp(command);
-    if (help.empty()) return Refuse("help", "no command " + command + " (print, status, decode, emulate)", err);
+    if (help.empty()) return Refuse("help", "no command " + command + " (print, status, decode, emulate, printers)", err);
     out << help;
     return 0;
 }
@@ -106,6 +107,11 @@ int RunCommandLine(const std::vector<std::string>& words, std::ostream& out, std
         if (!ParseStatusOptions(rest, &options, &error)) return Refuse(command, error, err);
         if (!MachineDescribed(command, err)) return 2;
         return RunStatus(options, out, err, interrupted);
+    }
+    if (command == "printers") {
+        PrintersOptions options;
+        if (!ParsePrintersOptions(rest, &options, &error)) return Refuse(command, error, err);
+        return RunPrinters(options, out, err);
     }
     if (command == "emulate") {
         EmulateOptions options;
