@@ -309,6 +309,16 @@ bool IsDaemonText(std::string_view text) { return text.size() <= MaxDaemonTextBy
 
 bool IsAnyText(std::string_view) { return true; }
 
+// A peer's text quoted back in an error, cut short on a character's
+// boundary so that the error stays UTF-8.
+std::string Shortened(std::string_view text) {
+    constexpr std::size_t Most = 64;
+    if (text.size() <= Most) return std::string(text);
+    std::size_t end = Most;
+    while (end > 0 && (static_cast<uint8_t>(text[end]) & 0xC0) == 0x80) --end;
+    return std::string(text.substr(0, end)) + "...";
+}
+
 // ---------------------------------------------------------------- requests
 
 using RequestReader = bool (*)(Fields&, uint32_t id, Request*);
@@ -420,7 +430,7 @@ bool ReadRequest(const json& message, Request* request, ErrorReply* error) {
     const auto row = std::find_if(std::begin(RequestRows), std::end(RequestRows),
                                   [&](const RequestRow& r) { return r.type == type; });
     if (row == std::end(RequestRows)) {
-        error->message = "no request is called \"" + type.substr(0, 64) + "\"";
+        error->message = "no request is called \"" + Shortened(type) + "\"";
         return false;
     }
     if (!hasId) {
@@ -525,7 +535,7 @@ bool ReadErrorReply(Fields& fields, const json&, DaemonMessage* parsed) {
     }
     std::string code;
     if (!fields.Text("code", IsAnyText, "a text", &code)) return false;
-    if (!ParseErrorCode(code, &reply.code)) return fields.Refuse("no error is called \"" + code.substr(0, 64) + "\"");
+    if (!ParseErrorCode(code, &reply.code)) return fields.Refuse("no error is called \"" + Shortened(code) + "\"");
     if (!fields.Text("message", IsAnyText, "a text", &reply.message)) return false;
     *parsed = std::move(reply);
     return true;
@@ -563,7 +573,7 @@ bool ReadDaemonMessage(const json& message, DaemonMessage* parsed, std::string* 
     for (const DaemonRow& row : DaemonRows) {
         if (row.type == type) return row.read(fields, message, parsed);
     }
-    *why = "no message is called \"" + type.substr(0, 64) + "\"";
+    *why = "no message is called \"" + Shortened(type) + "\"";
     return false;
 }
 

@@ -48,6 +48,9 @@ inline constexpr std::size_t MaxWatchNames = 64;
 inline constexpr std::size_t MaxHandlesPerClient = 32;
 inline constexpr std::size_t MaxWatchesPerClient = 64;
 inline constexpr std::size_t MaxClients = 128;
+// Messages held unsent for one connection: a client that stops reading is
+// disconnected rather than let the daemon's memory grow.
+inline constexpr std::size_t MaxUnsentBytesPerClient = 1 << 20;
 
 // The socket's path: LANGMON_SOCKET when set and not empty, else the default.
 std::string SocketPath();

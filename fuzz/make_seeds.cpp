@@ -16,6 +16,8 @@
 #include "emulator/printer_state.h"
 #include "emulator/status_block.h"
 
+#include "daemon/status_protocol.h"
+
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -285,6 +287,60 @@ std::vector<Seed> Jobs() {
     return seeds;
 }
 
+// Conversations on the control socket (see protocol_fuzz): a byte for the
+// size of the pieces the stream arrives in, then the frames, each side's in
+// one stream, and the streams a broken or hostile peer sends.
+std::vector<Seed> ProtocolStreams() {
+    namespace protocol = langmon::protocol;
+    const std::vector<protocol::Request> requests = {
+        protocol::HelloRequest{1, protocol::Version, "status application"},
+        protocol::PrintersRequest{2},
+        protocol::StatusRequest{3, "Quor CL6200"},
+        protocol::OpenRequest{4, "Quor CL6200"},
+        protocol::GetRequest{5, 1, "PrinterStatus"},
+        protocol::SetRequest{6, 1, "RefreshStatus", {'P', 'r', 'i', 'n', 't', 'e', 'r', 'D', 'i', 's', 'p', 'l', 'a', 'y'}},
+        protocol::WatchRequest{7, 1, {"PrinterStatus", "PrinterDisplay", "TonerRemain"}},
+        protocol::UnwatchRequest{8, 1, 1},
+        protocol::CloseRequest{9, 1},
+    };
+    const std::vector<protocol::DaemonMessage> replies = {
+        protocol::HelloReply{1, protocol::Version, "langmond 0.1", 2},
+        protocol::PrintersReply{2, {{"Quor CL6200", "langmon://127.0.0.1:9100", "IP_127.0.0.1", "ready", "Ready"}}},
+        protocol::StatusReply{3, nlohmann::json::parse(R"({"state":"jam","toner":{"black":40,"cyan":5},"jams":[0,5]})")},
+        protocol::OpenedReply{4, 1},
+        protocol::ValueReply{5, {0x00, 0x10, 0x00, 0x01}},
+        protocol::OkReply{6},
+        protocol::WatchingReply{7, 1},
+        protocol::ChangedEvent{1, 1, "PrinterStatus"},
+        protocol::ErrorReply{8, protocol::ErrorCode::BadHandle, "no watch 1 on handle 1"},
+        protocol::ErrorReply{std::nullopt, protocol::ErrorCode::TooBig, "a frame is at most 65536 bytes"},
+    };
+    std::string client, daemon;
+    for (const protocol::Request& request : requests) client += protocol::EncodeFrame(protocol::ToJson(request));
+    for (const protocol::DaemonMessage& reply : replies) daemon += protocol::EncodeFrame(protocol::ToJson(reply));
+    const auto frame = [](const std::string& body) {
+        const auto n = static_cast<uint32_t>(body.size());
+        return std::string{static_cast<char>(n >> 24), static_cast<char>(n >> 16 & 0xFF),
+                           static_cast<char>(n >> 8 & 0xFF), static_cast<char>(n & 0xFF)} + body;
+    };
+    const std::vector<std::pair<std::string, std::string>> streams = {
+        {"client", client},
+        {"daemon", daemon},
+        {"not-json", frame(R"({"type":"hello","id":1,)")},
+        {"not-object", frame(R"(["hello",1])")},
+        {"zero-length", std::string(4, '\0') + client},
+        {"too-big", std::string("\0\x01\0\x01", 4) + std::string(64, '{')},
+        {"deep", frame(R"({"type":"status","id":3,"printer":)" + std::string(40, '[') + std::string(40, ']') + "}")},
+    };
+    std::vector<Seed> seeds;
+    for (const auto& [name, stream] : streams) {
+        for (const uint8_t piece : {0, 1, 7}) {
+            seeds.push_back({name + "-" + std::to_string(piece), std::string(1, static_cast<char>(piece)) + stream});
+        }
+    }
+    return seeds;
+}
+
 bool Write(const fs::path& dir, const Seed& seed) {
     std::ofstream file(dir / seed.name, std::ios::binary);
     file.write(seed.text.data(), static_cast<std::streamsize>(seed.text.size()));
@@ -331,7 +387,7 @@ int main(int argc, char** argv) {
         !writeAll("machine_file", MachineTexts(machine)) ||
         !writeAll("printer_description", PrinterDescriptions(printer)) ||
         !writeAll("printer_data", PrinterDataRequests()) || !writeAll("status_manager", ManagerCalls()) ||
-        !writeAll("job_start", Jobs())) {
+        !writeAll("job_start", Jobs()) || !writeAll("protocol", ProtocolStreams())) {
         return 1;
     }
     std::printf("%d seeds written\n", written);
