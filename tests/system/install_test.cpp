@@ -140,6 +140,15 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
         EXPECT_TRUE(fs::is_regular_file(file)) << file << " is not installed";
     }
     ASSERT_TRUE(fs::is_regular_file(bin / "langmon"));
+    // The daemon's service, socket, udev rule and runtime folder, where a
+    // prefix of their own keeps them; the service starts the daemon installed
+    // beside the command, wherever the prefix was given.
+    for (const char* file : {"lib/systemd/system/langmond.socket", "lib/udev/rules.d/70-langmon.rules",
+                             "lib/tmpfiles.d/langmon.conf"}) {
+        EXPECT_TRUE(fs::is_regular_file(prefix / file)) << file << " is not installed";
+    }
+    const std::string service = ReadFile(prefix / "lib/systemd/system/langmond.service");
+    EXPECT_NE(service.find("\nExecStart=" + (bin / "langmond").string() + "\n"), std::string::npos) << service;
     EXPECT_NE(fs::status(bin / "langmon").permissions() & fs::perms::owner_exec, fs::perms::none);
 
     // Copies of the installed tree: one moved whole to another folder, one
