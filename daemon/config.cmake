@@ -11,7 +11,7 @@ add_library(langmon_daemon_config STATIC
   ${CMAKE_CURRENT_LIST_DIR}/daemon_monitor_settings.cpp)
 target_include_directories(langmon_daemon_config PUBLIC ${PROJECT_SOURCE_DIR})
 # Addresses are checked, and ports chosen, as the command does it.
-target_link_libraries(langmon_daemon_config PUBLIC langmon_tool_commands PRIVATE PkgConfig::TOMLPLUSPLUS)
+target_link_libraries(langmon_daemon_config PUBLIC langmon_tool_commands langmon_status_protocol PRIVATE PkgConfig::TOMLPLUSPLUS)
 
 # The service's ExecStart names the installed langmond, and where systemd,
 # udev and systemd-tmpfiles look depends on the prefix: both are settled when

@@ -79,38 +79,11 @@ std::string AddressProblem(const std::string& address) {
     return problem.empty() ? "" : "address \"" + address + "\": " + problem;
 }
 
-// The next name of the same form: LPT1: gives LPT2:, USB001 USB002.
-std::string NextPortName(const std::string& port) {
-    const std::size_t end = port.find_last_of("0123456789");
-    if (end == std::string::npos) return port + "2";
-    std::size_t begin = end;
-    while (begin > 0 && std::isdigit(static_cast<unsigned char>(port[begin - 1]))) --begin;
-    // Counted up in decimal by hand: a name may hold more digits than a number does.
-    std::string next = port.substr(begin, end + 1 - begin);
-    std::size_t i = next.size();
-    while (i > 0 && next[i - 1] == '9') next[--i] = '0';
-    if (i == 0) {
-        next.insert(0, "1");
-    } else {
-        ++next[i - 1];
-    }
-    return port.substr(0, begin) + next + port.substr(end + 1);
-}
-
 const PrinterConfig* FindPort(const std::vector<PrinterConfig>& printers, const std::string& port) {
     for (const PrinterConfig& printer : printers) {
         if (SameName(printer.port, port)) return &printer;
     }
     return nullptr;
-}
-
-// A printer without a port of its own gets the one the command would give
-// it; when another printer has that already, the next of its form, as the
-// monitor keeps one context per port name.
-std::string FreePortName(const std::vector<PrinterConfig>& printers, const std::string& address) {
-    std::string port = langmon::tool::ChoosePortName(address, "");
-    while (FindPort(printers, port) != nullptr) port = NextPortName(port);
-    return port;
 }
 
 class Reader {
@@ -184,7 +157,6 @@ private:
             return Fail(node.source(), "printers are [[printer]] tables, one per printer");
         }
         std::vector<PrinterConfig> printers;
-        std::vector<bool> portGiven;
         for (const toml::node& element : *list) {
             const toml::table& table = *element.as_table();
             if (!KnownKeys(table, PrinterKeys, "[[printer]]")) return false;
@@ -219,12 +191,6 @@ private:
                 }
             }
             printers.push_back(printer);
-            portGiven.push_back(port != nullptr);
-        }
-        // Given ports first, so that a chosen one never takes a port that a
-        // printer further down names.
-        for (std::size_t i = 0; i < printers.size(); ++i) {
-            if (!portGiven[i]) printers[i].port = FreePortName(printers, printers[i].address);
         }
         config->printers = std::move(printers);
         return true;
@@ -339,7 +305,6 @@ bool AddPrinterOption(const std::string& nameEqualsAddress, DaemonConfig* config
         *error = option + problem;
         return false;
     }
-    printer.port = FreePortName(config->printers, printer.address);
     config->printers.push_back(std::move(printer));
     return true;
 }

@@ -3,6 +3,7 @@
 // `--printer NAME=ADDRESS` options. docs/langmond.md describes every key.
 #pragma once
 
+#include "daemon/status_protocol.h"
 #include "platform/win32_types.h"
 
 #include <optional>
@@ -13,7 +14,6 @@
 namespace langmon::daemon {
 
 inline constexpr const char* DefaultConfigPath = "/etc/langmon/langmond.conf";
-inline constexpr const char* DefaultSocketPath = "/run/langmon/langmond.sock";
 
 // The monitor's own key, as the daemon names it to InitializeMonitorEx; the
 // printing priority lives there.
@@ -25,7 +25,7 @@ inline constexpr const char* MonitorRegistryRoot =
 struct PrinterConfig {
     std::string name;
     std::string address;  // as CheckPrinterTarget accepts it
-    std::string port;     // always set: given, or chosen when read
+    std::string port;     // as given; empty: the daemon chooses a free one of the address's kind
     std::string origin;   // "FILE:LINE" or "--printer", for messages
 
     bool operator==(const PrinterConfig& other) const {
@@ -50,7 +50,7 @@ struct MonitorSettings {
 
 struct DaemonConfig {
     std::vector<PrinterConfig> printers;  // in the order they were given
-    std::string socket = DefaultSocketPath;
+    std::string socket = protocol::DefaultSocketPath;
     bool usb = true;  // follow the family's USB printers as they are plugged
     MonitorSettings monitor;
 };

@@ -124,7 +124,9 @@ int main(int argc, char** argv) {
     sigemptyset(&action.sa_mask);
     for (const int signal : {SIGTERM, SIGINT, SIGHUP}) sigaction(signal, &action, nullptr);
 
-    PrinterHost host;
+    // The monitor reads the machine as it starts; the configuration's
+    // settings go into it then, and again at each reload.
+    PrinterHost host(MonitorRegistryRoot);
     ApplyMonitorSettings(config);
     const int listener = OpenControlSocket(config.socket, &error);
     if (listener < 0) {
@@ -146,6 +148,7 @@ int main(int argc, char** argv) {
                 continue;
             }
             sd_notify(0, "RELOADING=1");
+            ApplyMonitorSettings(fresh);
             const ConfigChange change = CompareConfigs(config, fresh);
             for (const auto* list : {&change.removed, &change.changed}) {
                 for (const PrinterConfig& printer : *list) {

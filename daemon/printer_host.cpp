@@ -48,7 +48,9 @@ struct PrinterHost::Port {
     HANDLE handle = nullptr;
 };
 
-PrinterHost::PrinterHost() { InitializeMonitorEx(nullptr, &monitor_); }
+PrinterHost::PrinterHost(const char* registryRoot) {
+    InitializeMonitorEx(const_cast<char*>(registryRoot), &monitor_);
+}
 
 PrinterHost::~PrinterHost() { CloseAll(); }
 

@@ -27,7 +27,9 @@ struct HostedPrinter {
 
 class PrinterHost {
 public:
-    PrinterHost();
+    // The monitor started with `registryRoot` as its own key (see
+    // InitializeMonitorEx), where its settings are read.
+    explicit PrinterHost(const char* registryRoot = nullptr);
     // Every port is wound up (see CloseAll).
     ~PrinterHost();
     PrinterHost(const PrinterHost&) = delete;

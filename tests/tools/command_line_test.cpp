@@ -64,7 +64,7 @@ TEST_F(CommandLineTest, EachLineGivesItsAnswerOnItsStreamWithItsExitCode) {
         {{"decode", "-h"}, 0, "usage: langmon decode DEVICE_ID [--json] [--variables]", ""},
         {{"--version"}, 0, version, ""},
         {{"version"}, 0, version, ""},
-        {{"help", "frob"}, 2, "", "langmon help: no command frob (print, status, decode, emulate); see 'langmon help --help'"},
+        {{"help", "frob"}, 2, "", "langmon help: no command frob (print, status, decode, emulate, printers); see 'langmon help --help'"},
         {{"frob"}, 2, "", "langmon: unknown command frob; see 'langmon --help'"},
         {{"--frob"}, 2, "", "langmon: unknown option --frob; see 'langmon --help'"},
         {{"print"}, 2, "", "langmon print: no FILE given; see 'langmon print --help'"},
