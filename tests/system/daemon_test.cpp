@@ -1,0 +1,136 @@
+// langmond as an administrator runs it, on the real clock: printers from its
+// configuration and its command line, a network printer served by `langmon
+// emulate` whose jam a watching client sees come and go, `langmon printers`
+// from another process, clients that send nonsense or too much let go while
+// the watcher carries on, a reload that adds a printer, and a SIGTERM that
+// winds every port up.
+
+#include "child_process.h"
+
+#include "daemon/status_client.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using langmon::testing::Child;
+using langmon::testing::Finish;
+using langmon::testing::ReadUntil;
+using langmon::testing::RunToEnd;
+using langmon::testing::Start;
+namespace protocol = langmon::protocol;
+
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// A raw connection that sends `bytes` and reads until the daemon closes it.
+std::string SendAndHearOut(const std::string& socketPath, const std::string& bytes) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    socketPath.copy(address.sun_path, socketPath.size());
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return "no connection";
+    send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    std::string heard;
+    char buffer[4096];
+    for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, 0)) > 0;) heard.append(buffer, static_cast<std::size_t>(n));
+    close(fd);
+    return heard;
+}
+
+// The printer's PrinterStatus words through a handle.
+std::string StatusWords(protocol::StatusClient& client, uint32_t handle) {
+    protocol::DaemonMessage reply;
+    std::string problem;
+    if (!client.Ask(protocol::GetRequest{0, handle, "PrinterStatus"}, &reply, &problem)) return problem;
+    const auto* value = std::get_if<protocol::ValueReply>(&reply);
+    return value != nullptr ? protocol::ToHex(value->value) : "no value";
+}
+
+TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
+    char folder[] = "/tmp/langmon-daemon-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const fs::path root = folder;
+    const std::string socketPath = (root / "langmond.sock").string();
+
+    Child printer = Start({LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=100", "--listen",
+                           "127.0.0.1:0", "--snmp", "127.0.0.1:0", "--at", "3:jam", "--at", "6:jam=none"});
+    std::string said;
+    ASSERT_TRUE(ReadUntil(printer.output, &said, "\n", 3000)) << said;
+    const std::string address = said.substr(0, said.find('\n'));
+    const fs::path config = root / "langmond.conf";
+    std::ofstream(config) << "[[printer]]\nname = \"office\"\naddress = \"" << address << "\"\n";
+
+    Child daemon = Start({LANGMON_DAEMON, "--config", config.string(), "--socket", socketPath, "--printer",
+                          "lab=langmon:/emulator?jam=3"},
+                         true);
+    std::string log;
+    ASSERT_TRUE(ReadUntil(daemon.output, &log, "serving 2 printers on " + socketPath, 5000)) << log;
+
+    protocol::StatusClient watcher;
+    std::string problem;
+    ASSERT_TRUE(watcher.Connect(socketPath, "daemon test", &problem)) << problem;
+    protocol::DaemonMessage reply;
+    ASSERT_TRUE(watcher.Ask(protocol::OpenRequest{0, "office"}, &reply, &problem)) << problem;
+    ASSERT_TRUE(std::holds_alternative<protocol::OpenedReply>(reply));
+    const uint32_t handle = std::get<protocol::OpenedReply>(reply).handle;
+    ASSERT_TRUE(watcher.Ask(protocol::WatchRequest{0, handle, {"PrinterStatus"}}, &reply, &problem)) << problem;
+    ASSERT_TRUE(std::holds_alternative<protocol::WatchingReply>(reply));
+    const std::string ready = StatusWords(watcher, handle);
+
+    // Another process lists both printers, each with its state once the
+    // printer's first poll has read it.
+    std::string listed;
+    for (int tries = 0; tries < 20 && !Has(listed, "paper jam"); ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "printers", "--socket", socketPath}, &listed), 0) << listed;
+    }
+    EXPECT_TRUE(Has(listed, "office  LPT1:    ready")) << listed;
+    EXPECT_TRUE(Has(listed, "lab     LPT2:    paper jam")) << listed;
+
+    // Clients that send a frame of 100 MB and one of nonsense are let go.
+    EXPECT_TRUE(Has(SendAndHearOut(socketPath, std::string("\x06\x40\x00\x00", 4)), "\"too-big\""));
+    EXPECT_TRUE(Has(SendAndHearOut(socketPath, std::string("\x00\x00\x00\x03", 4) + "{{{"), "\"bad-message\""));
+
+    // The jam three seconds into the printer's run, and its end three
+    // seconds later, reach the watcher as changes of PrinterStatus.
+    std::vector<std::string> seen = {ready};
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(12);
+    while (std::chrono::steady_clock::now() < until && (seen.size() < 3 || seen.back() != ready)) {
+        protocol::ChangedEvent event;
+        if (!watcher.NextEvent(&event, 500)) continue;
+        EXPECT_EQ(event.name, "PrinterStatus");
+        const std::string now = StatusWords(watcher, handle);
+        if (now != seen.back()) seen.push_back(now);
+    }
+    ASSERT_GE(seen.size(), 3u) << "the status words went " << testing::PrintToString(seen);
+    EXPECT_EQ(seen.back(), ready);
+
+    // A reload adds a printer and keeps the others on their ports.
+    std::ofstream(config, std::ios::app) << "[[printer]]\nname = \"hall\"\naddress = \"langmon:/emulator\"\n";
+    kill(daemon.pid, SIGHUP);
+    ASSERT_TRUE(ReadUntil(daemon.output, &log, "printer \"hall\" at langmon:/emulator", 5000)) << log;
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "printers", "--socket", socketPath}, &listed), 0) << listed;
+    EXPECT_TRUE(Has(listed, "office  LPT1:")) << listed;
+    EXPECT_TRUE(Has(listed, "hall    LPT3:")) << listed;
+    EXPECT_EQ(StatusWords(watcher, handle), ready) << "the watcher's handle outlives the reload";
+
+    const auto stopping = std::chrono::steady_clock::now();
+    EXPECT_EQ(Finish(daemon, SIGTERM), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(10));
+    EXPECT_FALSE(fs::exists(socketPath));
+    EXPECT_EQ(Finish(printer, SIGTERM), 0);
+    fs::remove_all(root);
+}
+
+}  // namespace
