@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,21 +19,23 @@ namespace {
 
 constexpr int Backlog = 64;
 
-// Whether `uid`, whose primary group is `gid`, is in the group lp.
-bool InPrinterGroup(uid_t uid, gid_t gid) {
+// Whether the peer on `connection`, whose own group is `gid`, is in the
+// group lp, as its process is now: its supplementary groups as the kernel
+// tells them (SO_PEERGROUPS), not as the group file lists its user's.
+bool InPrinterGroup(int connection, gid_t gid) {
     const group* lp = getgrnam("lp");
     if (lp == nullptr) return false;
     if (gid == lp->gr_gid) return true;
-    const passwd* user = getpwuid(uid);
-    if (user == nullptr) return false;
-    int count = 64;
-    std::vector<gid_t> groups(static_cast<std::size_t>(count));
-    if (getgrouplist(user->pw_name, gid, groups.data(), &count) < 0) {
-        groups.resize(static_cast<std::size_t>(count));
-        if (getgrouplist(user->pw_name, gid, groups.data(), &count) < 0) return false;
+    std::vector<gid_t> groups(64);
+    socklen_t length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    if (getsockopt(connection, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) {
+        if (errno != ERANGE || length > 65536 * sizeof(gid_t)) return false;
+        groups.resize(length / sizeof(gid_t));
+        if (getsockopt(connection, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) return false;
     }
-    for (int i = 0; i < count; ++i) {
-        if (groups[static_cast<std::size_t>(i)] == lp->gr_gid) return true;
+    groups.resize(length / sizeof(gid_t));
+    for (const gid_t member : groups) {
+        if (member == lp->gr_gid) return true;
     }
     return false;
 }
@@ -85,7 +86,7 @@ Peer PeerOf(int connection) {
     peer.pid = credentials.pid;
     peer.uid = credentials.uid;
     peer.gid = credentials.gid;
-    peer.mayWrite = credentials.uid == 0 || InPrinterGroup(credentials.uid, credentials.gid);
+    peer.mayWrite = credentials.uid == 0 || InPrinterGroup(connection, credentials.gid);
     return peer;
 }
 
