@@ -246,7 +246,7 @@ TEST_F(InstallTest, InstalledCommandFindsItsLibrariesAndDocumentsItself) {
         EXPECT_NE(page.find(part), std::string::npos) << "the man page lacks " << part;
     }
     EXPECT_EQ(syntax.Wait(), 0) << syntax.Describe();
-    EXPECT_EQ(offers.Out(), "print\n--watch\nemulator emulator:\n") << offers.Describe();
+    EXPECT_EQ(offers.Out(), "print printers\n--watch\nemulator emulator:\n") << offers.Describe();
 
     // Staged for a package: DESTDIR holds the tree, and the pkg-config file
     // names the prefix the package installs to.
