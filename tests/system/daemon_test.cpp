@@ -97,6 +97,15 @@ TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
     }
     EXPECT_TRUE(Has(listed, "office  LPT1:    ready")) << listed;
     EXPECT_TRUE(Has(listed, "lab     LPT2:    paper jam")) << listed;
+    std::string metrics;
+    EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "printers", "--socket", socketPath, "--prometheus"}, &metrics), 0) << metrics;
+    for (const char* sample : {"# TYPE langmon_printer_up gauge\nlangmon_printer_up{printer=\"office\"} 1\n",
+                               "langmon_printer_condition{printer=\"lab\",condition=\"paper-jam\"} 1\n",
+                               "langmon_supply_level_percent{printer=\"office\",supply=\"cyan\",kind=\"toner\"} 100\n",
+                               "langmon_supply_state{printer=\"lab\",supply=\"waste\",kind=\"waste\",state=\"ok\"} 1\n",
+                               "langmon_paper_jams{printer=\"lab\"} 1\n"}) {
+        EXPECT_TRUE(Has(metrics, sample)) << sample << " is not in\n" << metrics;
+    }
 
     // Clients that send a frame of 100 MB and one of nonsense are let go.
     EXPECT_TRUE(Has(SendAndHearOut(socketPath, std::string("\x06\x40\x00\x00", 4)), "\"too-big\""));

@@ -203,7 +203,7 @@ constexpr const char* EmulateEnd =
     "  langmon status --printer 'langmon://127.0.0.1:9100?snmp=1161'\n";
 
 constexpr const char* PrintersHelp =
-    "usage: langmon printers [--socket PATH] [--json]\n"
+    "usage: langmon printers [--socket PATH] [--json | --prometheus]\n"
     "\n"
     "Lists the printers langmond serves, each with its port, its state in one\n"
     "line and its address, as the daemon reads them now.\n"
@@ -212,13 +212,16 @@ constexpr const char* PrintersHelp =
     "  --socket PATH         the daemon's control socket (default: LANGMON_SOCKET,\n"
     "                        or /run/langmon/langmond.sock)\n"
     "  --json                one JSON document (docs/json.md)\n"
+    "  --prometheus          every printer's state, condition, supplies, covers,\n"
+    "                        jams and pages in Prometheus's text format\n"
     "  -h, --help            show this help\n"
     "\n"
     "Exit status: 0 listed; 1 no daemon answers; 2 a wrong command line.\n"
     "\n"
     "Examples:\n"
     "  langmon printers\n"
-    "  langmon printers --json\n";
+    "  langmon printers --json\n"
+    "  langmon printers --prometheus > /var/lib/prometheus/node-exporter/langmon.prom\n";
 
 constexpr const char* HelpHelp =
     "usage: langmon help [COMMAND]\n"

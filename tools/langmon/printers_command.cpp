@@ -2,6 +2,7 @@
 
 #include "command_words.h"
 #include "json_document.h"
+#include "prometheus_text.h"
 
 #include "daemon/status_client.h"
 #include "platform/user_input.h"
@@ -18,12 +19,18 @@ bool ParsePrintersOptions(const std::vector<std::string>& words, PrintersOptions
     while (reader.Next(&word)) {
         if (word == "--json") {
             options->json = true;
+        } else if (word == "--prometheus") {
+            options->prometheus = true;
         } else if (word == "--socket") {
             if (!reader.Value(&options->socket)) return false;
         } else {
             *error = (word.rfind('-', 0) == 0 ? "unknown option " : "unexpected ") + word;
             return false;
         }
+    }
+    if (options->json && options->prometheus) {
+        *error = "--json and --prometheus are two ways to say the same: one at a time";
+        return false;
     }
     return !reader.Broken();
 }
@@ -42,6 +49,19 @@ int RunPrinters(const PrintersOptions& options, std::ostream& out, std::ostream&
         const auto* refused = std::get_if<protocol::ErrorReply>(&reply);
         err << "langmon printers: the daemon refused: " << (refused ? platform::Printable(refused->message) : "?") << '\n';
         return 1;
+    }
+    if (options.prometheus) {
+        std::vector<std::pair<std::string, nlohmann::json>> views;
+        for (const protocol::PrinterSummary& printer : printers->printers) {
+            protocol::DaemonMessage status;
+            nlohmann::json view;
+            if (client.Ask(protocol::StatusRequest{0, printer.name}, &status, &problem)) {
+                if (const auto* got = std::get_if<protocol::StatusReply>(&status)) view = got->printer;
+            }
+            views.emplace_back(printer.name, view);
+        }
+        out << PrometheusMetrics(views);
+        return 0;
     }
     if (options.json) {
         nlohmann::ordered_json document = NewJsonDocument("printers");

@@ -1,5 +1,6 @@
 // `langmon printers`: the printers langmond serves, each with its state in
-// one line, asked of the daemon on its control socket.
+// one line, asked of the daemon on its control socket; or, with
+// --prometheus, every printer's status as metrics for Prometheus.
 #pragma once
 
 #include <iosfwd>
@@ -11,6 +12,7 @@ namespace langmon::tool {
 struct PrintersOptions {
     std::string socket;  // empty: LANGMON_SOCKET, or the daemon's default
     bool json = false;
+    bool prometheus = false;  // every printer's status as Prometheus metrics
 };
 
 bool ParsePrintersOptions(const std::vector<std::string>& words, PrintersOptions* options, std::string* error);
