@@ -1,6 +1,7 @@
 #include "printer_host.h"
 
 #include "langmon/client_view.h"
+#include "langmon/port_value_request.h"
 #include "langmon/printer_target.h"
 #include "langmon/printer_view.h"
 
@@ -13,19 +14,6 @@
 namespace langmon::daemon {
 
 namespace {
-
-// A value request of a status application, as the spooler passes it on:
-// the 4-byte answer, or `fallback` when the call fails.
-int32_t Ask(const MONITOR& monitor, HANDLE port, const char* name, int32_t fallback = -1) {
-    std::string text = name;
-    int32_t answer = fallback;
-    DWORD returned = 0;
-    if (!monitor.GetPrinterDataFromPort(port, 0, text.data(), nullptr, 0, reinterpret_cast<LPSTR>(&answer),
-                                        sizeof answer, &returned)) {
-        return fallback;
-    }
-    return answer;
-}
 
 // Port names by kind, "LPT" then a number: the monitor reads the kind from
 // the name's first four bytes, so "LPT12:" is a two-way local port as
@@ -102,13 +90,13 @@ bool PrinterHost::Add(const std::string& name, const std::string& address, const
         *problem = "the port " + port->printer.portName + " would not open (error " + std::to_string(GetLastError()) + ")";
         return false;
     }
-    Ask(monitor_, port->handle, "Wake Up");
+    tool::AskPortValue(monitor_, port->handle, "Wake Up");
     ports_.push_back(std::move(port));
     return true;
 }
 
 void PrinterHost::Close(Port& port) {
-    Ask(monitor_, port.handle, "Stop Polling");
+    tool::AskPortValue(monitor_, port.handle, "Stop Polling");
     monitor_.ClosePort(port.handle);
     port.handle = nullptr;
 }

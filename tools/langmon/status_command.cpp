@@ -5,6 +5,7 @@
 #include "interruption.h"
 #include "job_sender.h"
 #include "json_document.h"
+#include "port_value_request.h"
 #include "printer_target.h"
 #include "printer_view.h"
 
@@ -70,14 +71,7 @@ public:
     Requests(const MONITOR& monitor, HANDLE port) : monitor_(monitor), port_(port) {}
     // The 4-byte answer to a value name; `fallback` when the call fails.
     int32_t Ask(const std::string& name, int32_t fallback = -1) const {
-        std::string text = name;
-        int32_t answer = fallback;
-        DWORD returned = 0;
-        if (!monitor_.GetPrinterDataFromPort(port_, 0, text.data(), nullptr, 0, reinterpret_cast<LPSTR>(&answer),
-                                             sizeof answer, &returned)) {
-            return fallback;
-        }
-        return answer;
+        return AskPortValue(monitor_, port_, name, fallback);
     }
 
 private:
