@@ -9,8 +9,8 @@
 #include "platform/sync.h"
 #include "platform/user_input.h"
 
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ostream>
 
 namespace langmon::tool {
@@ -24,9 +24,6 @@ constexpr const char* WatchedNames =
     "PageCount;JobStatus;SendingJobInfo;PrintingJobInfo2";
 // How often --watch looks whether it was interrupted, or the daemon went.
 constexpr DWORD CheckMs = 250;
-// The manager's "Port": a count, then the first port's name in 128 bytes.
-constexpr std::size_t FirstPortName = 4;
-constexpr std::size_t PortNameBytes = 128;
 
 class StoreFacts final : public PrinterFacts {
 public:
@@ -36,14 +33,6 @@ public:
 private:
     const ClientStore& store_;
 };
-
-// The port the daemon's monitor holds the printer on, as its store says.
-std::string PortOf(const ClientStore& store) {
-    const std::optional<std::vector<uint8_t>> ports = store.Read("Port");
-    if (!ports || ports->size() < FirstPortName + PortNameBytes) return "";
-    const auto* name = reinterpret_cast<const char*>(ports->data() + FirstPortName);
-    return std::string(name, strnlen(name, PortNameBytes));
-}
 
 std::string Seconds(DWORD ms) {
     char text[32];
@@ -76,23 +65,26 @@ struct ChangeSignal {
     static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
 };
 
-// The daemon's answer on whether it serves `name`: empty when it does, else
-// what the user is told.
-std::string DaemonProblem(const std::string& path, const std::string& name) {
+// Whether the daemon at `path` serves `name`: empty when it does, with the
+// port its monitor holds the printer on, else what the user is told.
+std::string DaemonProblem(const std::string& path, const std::string& name, std::string* port) {
     protocol::StatusClient client;
     std::string problem;
     protocol::DaemonMessage reply;
-    if (!client.Connect(path, "langmon status", &problem) ||
-        !client.Ask(protocol::StatusRequest{0, name}, &reply, &problem)) {
+    if (!client.Connect(path, "langmon status", &problem) || !client.Ask(protocol::PrintersRequest{}, &reply, &problem)) {
         return problem;
     }
-    if (const auto* error = std::get_if<protocol::ErrorReply>(&reply)) {
-        if (error->code == protocol::ErrorCode::UnknownPrinter) {
-            return "langmond on " + path + " serves no printer \"" + name + "\" ('langmon printers' lists those it does)";
-        }
-        return "langmond refused: " + error->message;
+    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
+    if (printers == nullptr) {
+        const auto* error = std::get_if<protocol::ErrorReply>(&reply);
+        return "langmond refused: " + (error != nullptr ? error->message : std::string("?"));
     }
-    return "";
+    for (const protocol::PrinterSummary& printer : printers->printers) {
+        if (printer.name != name) continue;
+        *port = printer.port;
+        return "";
+    }
+    return "langmond on " + path + " serves no printer \"" + name + "\" ('langmon printers' lists those it does)";
 }
 
 }  // namespace
@@ -103,7 +95,8 @@ int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostrea
     if (!options.socket.empty()) setenv(protocol::SocketPathVariable, options.socket.c_str(), 1);
     const std::string path = protocol::SocketPath();
     const std::string& name = options.daemonPrinter;
-    if (const std::string problem = DaemonProblem(path, name); !problem.empty()) {
+    std::string port;
+    if (const std::string problem = DaemonProblem(path, name, &port); !problem.empty()) {
         err << "langmon status: " << platform::Printable(problem) << '\n';
         return 1;
     }
@@ -115,7 +108,6 @@ int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostrea
         return 1;
     }
     StoreFacts facts(store);
-    const std::string port = PortOf(store);
     std::vector<ViewLine> shown = DescribePrinter(facts, ViewScope::Client);
     nlohmann::ordered_json shownJson = PrinterJson(facts, ViewScope::Client);
     if (options.json) {
