@@ -93,7 +93,7 @@ constexpr const char* PrintEnd =
 
 constexpr const char* StatusHelp =
     "usage: langmon status [OPTION]...\n"
-    "       langmon status NAME [--socket PATH] [--json] [--variables] [--watch [--for SECONDS]]\n"
+    "       langmon status NAME [--socket PATH] [--json] [--variables] [--watch]\n"
     "\n"
     "Shows the printer on the port as a status application sees it: bound to\n"
     "the printer's store in the status manager library, it asks the monitor\n"
@@ -130,9 +130,9 @@ constexpr const char* StatusEnd =
     "included); 1 the port could not be opened or the printer has no status\n"
     "client (no queue of that name, or a driver that is not a known model with\n"
     "a status key), or, with NAME, no daemon answers, it serves no such\n"
-    "printer or it went away; 2 a wrong command line or a refused printer or machine\n"
-    "description; 130 (SIGINT) or 143 (SIGTERM) interrupted again while the\n"
-    "port waited for the printer to end a job.\n"
+    "printer or it went away; 2 a wrong command line or a refused printer or\n"
+    "machine description; 130 (SIGINT) or 143 (SIGTERM) interrupted again\n"
+    "while the port waited for the printer to end a job.\n"
     "\n"
     "Examples:\n"
     "  LANGMON_REGISTRY=machine.reg langmon status --json\n"
