@@ -91,8 +91,11 @@ std::string DaemonProblem(const std::string& path, const std::string& name, std:
 
 int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostream& err,
                     const std::atomic<bool>& interrupted) {
-    // The status manager library finds the daemon where the environment says.
+    // The status manager library finds the daemon where the environment
+    // says; and this process runs no monitor, so no store of its own may
+    // stand in for the daemon's.
     if (!options.socket.empty()) setenv(protocol::SocketPathVariable, options.socket.c_str(), 1);
+    unsetenv(protocol::StatusManagerModeVariable);
     const std::string path = protocol::SocketPath();
     const std::string& name = options.daemonPrinter;
     std::string port;
