@@ -9,6 +9,7 @@
 #include "langmon/job_progress_view.h"
 #include "langmon/job_sender.h"
 #include "langmon/monitoring_view.h"
+#include "langmon/own_stores.h"
 #include "langmon/printer_target.h"
 #include "langmon/printer_view.h"
 #include "langmon/progress_line.h"
@@ -158,6 +159,7 @@ private:
 }  // namespace
 
 int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<bool>& cancelled) {
+    tool::KeepStatusStoresOwn();
     CupsLines lines(cups);
     if (const std::string problem = tool::CheckPrinterTarget(job.deviceUri); !problem.empty()) {
         lines.Write("ERROR: " + platform::Printable(job.deviceUri) + ": " + platform::Printable(problem));

@@ -13,6 +13,8 @@ namespace langmon::daemon {
 // The socket the daemon listens on: systemd's, when it started the daemon
 // for its socket unit; otherwise one made at `path` (a socket file left by
 // an earlier run is replaced), mode 0666. -1, with the reason, when neither.
+// It also keeps the status manager library of this process from asking any
+// daemon (LANGMON_STATUS_MANAGER=local): this process is the daemon.
 int OpenControlSocket(const std::string& path, std::string* problem);
 
 struct Peer {

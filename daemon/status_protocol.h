@@ -31,6 +31,11 @@ inline constexpr uint32_t Version = 1;
 // Where the daemon listens unless LANGMON_SOCKET names another path.
 inline constexpr char DefaultSocketPath[] = "/run/langmon/langmond.sock";
 inline constexpr char SocketPathVariable[] = "LANGMON_SOCKET";
+// Set to "local", the status manager library in a process asks no daemon:
+// every store it opens is the process's own. langmond sets it for itself, as
+// does a command that runs a monitor of its own, whose printer is its own.
+inline constexpr char StatusManagerModeVariable[] = "LANGMON_STATUS_MANAGER";
+inline constexpr char StatusManagerLocal[] = "local";
 
 // Every size a peer can make the other hold is bounded.
 inline constexpr std::size_t FrameHeaderBytes = 4;

@@ -1,6 +1,7 @@
 #include "manager_table.h"
 
 #include "host_link.h"
+#include "remote_handles.h"
 #include "watch.h"
 
 #include <algorithm>
@@ -45,13 +46,14 @@ Table& TheTable() {
     return table;
 }
 
-// The next non-zero number after `last` that `taken` says is free. Numbers are
-// handed out in turn, so a number comes back only after 2^32 others.
+// The next number after `last`, from 1 to `highest`, that `taken` says is
+// free. Numbers are handed out in turn, so a number comes back only after
+// all the others.
 template <typename Taken>
-uint32_t NextFree(uint32_t& last, Taken taken) {
+uint32_t NextFree(uint32_t& last, Taken taken, uint32_t highest = UINT32_MAX) {
     do {
-        ++last;
-    } while (last == 0 || taken(last));
+        last = last >= highest ? 1 : last + 1;
+    } while (taken(last));
     return last;
 }
 
@@ -92,6 +94,12 @@ void Deliver(Table& t, Delivery& delivery, const std::string& name) {
 
 }  // namespace
 
+bool HasStore(std::string_view printerName) {
+    Table& t = TheTable();
+    std::lock_guard lock(t.mutex);
+    return t.stores.contains(printerName);
+}
+
 int32_t OpenStore(std::string_view printerName, uint32_t* managerHandle) {
     Table& t = TheTable();
     std::lock_guard lock(t.mutex);
@@ -100,7 +108,8 @@ int32_t OpenStore(std::string_view printerName, uint32_t* managerHandle) {
         if (t.stores.size() >= kMaxStores) return STATUS_MANAGER_NO_MEMORY;
         found = t.stores.emplace(std::string(printerName), std::make_unique<VariableStore>(printerName)).first;
     }
-    const uint32_t handle = NextFree(t.lastHandle, [&](uint32_t h) { return t.handles.contains(h); });
+    const uint32_t handle =
+        NextFree(t.lastHandle, [&](uint32_t h) { return t.handles.contains(h); }, kFirstRemoteHandle - 1);
     t.handles.emplace(handle, found->second.get());
     *managerHandle = handle;
     return STATUS_MANAGER_OK;

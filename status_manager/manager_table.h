@@ -21,6 +21,8 @@ namespace langmon::status_manager {
 // client that opens names without end is stopped here.
 constexpr std::size_t kMaxStores = 1024;
 
+// Whether this process has a store of that name.
+bool HasStore(std::string_view printerName);
 // Opens the printer's store, making it at its first opening.
 int32_t OpenStore(std::string_view printerName, uint32_t* managerHandle);
 // Ends the handle and its watches. Returns once no change is being delivered

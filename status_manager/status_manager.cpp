@@ -17,9 +17,27 @@
 //   given.
 // - Without a host SetEvent (no LangmonAttachHost yet), event watches are
 //   made and kept but signal nothing; callbacks are called all the same.
+//
+// A store may be in langmond rather than in this process (see
+// remote_handles.h for which): a handle on it is numbered from
+// kFirstRemoteHandle and its calls go to the daemon, with the same results,
+// plus these:
+// - The daemon refuses a write by a user outside root and the group lp:
+//   STATUS_MANAGER_ACCESS_DENIED.
+// - Its limits are the protocol's: a name of more than 64 bytes or one not
+//   printable ASCII is no variable to read and a bad argument to write or
+//   watch, as is a value over 16 KiB or a watch of more than 64 names.
+// - A daemon that goes away, or answers nothing for kDaemonAnswerMs, leaves
+//   the handle dead: that call and every later one on it fails with
+//   STATUS_MANAGER_BAD_HANDLE, and no change is told any more. CloseManager
+//   lets the handle go all the same and gives 0. A restarted daemon is
+//   reached by opening the printer again.
+// - A callback is called on the handle's reader thread, and may call the
+//   library, the same handle included.
 
 #include "host_link.h"
 #include "manager_table.h"
+#include "remote_handles.h"
 #include "watch.h"
 
 #include <langmon/status_manager.h>
@@ -47,6 +65,23 @@ std::optional<std::string_view> VariableName(const char* name) {
     return text;
 }
 
+// A watch made where the handle's store is.
+int32_t WatchStore(uint32_t managerHandle, std::vector<std::string> names, std::vector<HANDLE> events,
+                   StatusManagerCallback callback, void* context, uint32_t* notificationId) {
+    if (!IsRemoteHandle(managerHandle)) {
+        return AddWatch(managerHandle, std::move(names), std::move(events), callback, context, notificationId);
+    }
+    const auto remote = FindRemoteHandle(managerHandle);
+    if (!remote) return STATUS_MANAGER_BAD_HANDLE;
+    return remote->AddWatch(std::move(names), std::move(events), callback, context, notificationId);
+}
+
+int32_t UnwatchStore(uint32_t managerHandle, uint32_t notificationId, bool callback) {
+    if (!IsRemoteHandle(managerHandle)) return EndWatch(managerHandle, notificationId, callback);
+    const auto remote = FindRemoteHandle(managerHandle);
+    return remote ? remote->EndWatch(notificationId, callback) : STATUS_MANAGER_BAD_HANDLE;
+}
+
 }  // namespace
 
 extern "C" {
@@ -56,12 +91,18 @@ LANGMON_API int32_t OpenManagerExA(const char* printerName, const char* /*device
     return Guarded([&] {
         const auto name = BoundedText(printerName, kMaxPrinterNameLength);
         if (!name || name->empty() || managerHandle == nullptr) return STATUS_MANAGER_BAD_ARGUMENT;
-        return OpenStore(*name, managerHandle);
+        std::shared_ptr<RemoteConnection> remote;
+        int32_t refused = STATUS_MANAGER_OK;
+        if (ChooseStore(*name, &remote, &refused) == StorePlace::Here) return OpenStore(*name, managerHandle);
+        if (remote == nullptr) return refused;
+        return AddRemoteHandle(std::move(remote), managerHandle);
     });
 }
 
 LANGMON_API int32_t CloseManager(uint32_t managerHandle) {
-    return Guarded([&] { return CloseStoreHandle(managerHandle); });
+    return Guarded([&] {
+        return IsRemoteHandle(managerHandle) ? CloseRemoteHandle(managerHandle) : CloseStoreHandle(managerHandle);
+    });
 }
 
 LANGMON_API int32_t GetPrinterStatusA(uint32_t managerHandle, const char* name, void* buffer, DWORD size,
@@ -69,6 +110,10 @@ LANGMON_API int32_t GetPrinterStatusA(uint32_t managerHandle, const char* name, 
     return Guarded([&] {
         const auto variable = VariableName(name);
         if (!variable || (buffer == nullptr && size > 0)) return STATUS_MANAGER_BAD_ARGUMENT;
+        if (IsRemoteHandle(managerHandle)) {
+            const auto remote = FindRemoteHandle(managerHandle);
+            return remote ? remote->Read(*variable, buffer, size, needed) : STATUS_MANAGER_BAD_HANDLE;
+        }
         return ReadVariable(managerHandle, *variable, buffer, size, needed);
     });
 }
@@ -78,7 +123,12 @@ LANGMON_API int32_t UpdatePrinterStatusA(uint32_t managerHandle, const char* nam
     return Guarded([&] {
         const auto variable = VariableName(name);
         if (!variable || (value == nullptr && size > 0) || size > kMaxValueSize) return STATUS_MANAGER_BAD_ARGUMENT;
-        return WriteVariable(managerHandle, *variable, {static_cast<const std::byte*>(value), size});
+        const std::span<const std::byte> bytes{static_cast<const std::byte*>(value), size};
+        if (IsRemoteHandle(managerHandle)) {
+            const auto remote = FindRemoteHandle(managerHandle);
+            return remote ? remote->Write(*variable, bytes) : STATUS_MANAGER_BAD_HANDLE;
+        }
+        return WriteVariable(managerHandle, *variable, bytes);
     });
 }
 
@@ -91,7 +141,7 @@ LANGMON_API int32_t SetNotificationEventExA(uint32_t managerHandle, uint32_t cou
         for (HANDLE event : handles) {
             if (event == nullptr) return STATUS_MANAGER_BAD_ARGUMENT;
         }
-        return AddWatch(managerHandle, std::move(*list), std::move(handles), nullptr, nullptr, notificationId);
+        return WatchStore(managerHandle, std::move(*list), std::move(handles), nullptr, nullptr, notificationId);
     });
 }
 
@@ -100,12 +150,12 @@ LANGMON_API int32_t SetNotificationEventA(uint32_t managerHandle, const char* na
     return Guarded([&] {
         const auto variable = VariableName(name);
         if (!variable || event == nullptr || notificationId == nullptr) return STATUS_MANAGER_BAD_ARGUMENT;
-        return AddWatch(managerHandle, {std::string(*variable)}, {event}, nullptr, nullptr, notificationId);
+        return WatchStore(managerHandle, {std::string(*variable)}, {event}, nullptr, nullptr, notificationId);
     });
 }
 
 LANGMON_API int32_t KillNotificationEvent(uint32_t managerHandle, uint32_t notificationId) {
-    return Guarded([&] { return EndWatch(managerHandle, notificationId, false); });
+    return Guarded([&] { return UnwatchStore(managerHandle, notificationId, false); });
 }
 
 LANGMON_API int32_t SetNotificationCallbackExA(uint32_t managerHandle, uint32_t count, const char* names,
@@ -114,12 +164,12 @@ LANGMON_API int32_t SetNotificationCallbackExA(uint32_t managerHandle, uint32_t 
     return Guarded([&] {
         auto list = SplitNames(names, count);
         if (!list || callback == nullptr || notificationId == nullptr) return STATUS_MANAGER_BAD_ARGUMENT;
-        return AddWatch(managerHandle, std::move(*list), {}, callback, context, notificationId);
+        return WatchStore(managerHandle, std::move(*list), {}, callback, context, notificationId);
     });
 }
 
 LANGMON_API int32_t KillNotificationCallback(uint32_t managerHandle, uint32_t notificationId) {
-    return Guarded([&] { return EndWatch(managerHandle, notificationId, true); });
+    return Guarded([&] { return UnwatchStore(managerHandle, notificationId, true); });
 }
 
 LANGMON_API int32_t SetReqPrinterStatusEventA(uint32_t /*managerHandle*/, HANDLE /*event*/) {

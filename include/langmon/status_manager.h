@@ -25,6 +25,9 @@ extern "C" {
    "too small" answers. */
 #define STATUS_MANAGER_OK 0
 #define STATUS_MANAGER_BAD_ARGUMENT (-2)
+/* A store in langmond that this user may read but not write: only root and
+   members of the group lp may. */
+#define STATUS_MANAGER_ACCESS_DENIED (-5)
 #define STATUS_MANAGER_BAD_HANDLE (-6)
 #define STATUS_MANAGER_NO_MEMORY (-8)
 #define STATUS_MANAGER_NO_VARIABLE (-20)

@@ -93,12 +93,17 @@ constexpr const char* PrintEnd =
 
 constexpr const char* StatusHelp =
     "usage: langmon status [OPTION]...\n"
+    "       langmon status NAME [--socket PATH] [--json] [--variables] [--watch]\n"
     "\n"
     "Shows the printer on the port as a status application sees it: bound to\n"
     "the printer's store in the status manager library, it asks the monitor\n"
     "for fresh values and shows state, panel, toner, trays, covers, jams,\n"
     "options, memory and the job in progress. Without a queue of the machine on\n"
     "the port, the command adds one of its own, \"langmon\", while it runs.\n"
+    "\n"
+    "With NAME, shows the printer of that name that langmond serves, the same\n"
+    "way, from the store the daemon keeps fresh: the command runs no monitor\n"
+    "and opens no port of its own.\n"
     "\n"
     "Options:\n";
 
@@ -109,6 +114,8 @@ constexpr const char* StatusOptions =
     "  --watch               keep the monitor polling and show each change as\n"
     "                        it comes, until Ctrl-C\n"
     "  --for SECONDS         with --watch: stop after SECONDS (at most 86400)\n"
+    "  --socket PATH         with NAME: the daemon's control socket (default:\n"
+    "                        LANGMON_SOCKET, or /run/langmon/langmond.sock)\n"
     "  --at SECONDS:CHANGE   with --watch, as often as needed: at SECONDS into\n"
     "                        the watch, change the emulated printer (CHANGE as\n"
     "                        in a DESCRIPTION, or power-off, power-on) or send a\n"
@@ -122,13 +129,15 @@ constexpr const char* StatusEnd =
     "Exit status: 0 the printer was shown (a watch ended by --for or Ctrl-C\n"
     "included); 1 the port could not be opened or the printer has no status\n"
     "client (no queue of that name, or a driver that is not a known model with\n"
-    "a status key); 2 a wrong command line or a refused printer or machine\n"
-    "description; 130 (SIGINT) or 143 (SIGTERM) interrupted again while the\n"
-    "port waited for the printer to end a job.\n"
+    "a status key), or, with NAME, no daemon answers, it serves no such\n"
+    "printer or it went away; 2 a wrong command line or a refused printer or\n"
+    "machine description; 130 (SIGINT) or 143 (SIGTERM) interrupted again\n"
+    "while the port waited for the printer to end a job.\n"
     "\n"
     "Examples:\n"
     "  LANGMON_REGISTRY=machine.reg langmon status --json\n"
-    "  langmon status --watch --for 20 --at 2:covers=front,top --at 9:covers=none\n";
+    "  langmon status --watch --for 20 --at 2:covers=front,top --at 9:covers=none\n"
+    "  langmon status office --watch\n";
 
 constexpr const char* DecodeHelp =
     "usage: langmon decode DEVICE_ID [--json] [--variables]\n"
@@ -248,8 +257,8 @@ constexpr const char* GeneralHelp =
     "Commands:\n"
     "  print FILE         send FILE as one job through the monitor; report each\n"
     "                     call and what the printer received, printed and said\n"
-    "  status             show the printer as a status application sees it;\n"
-    "                     --watch follows each change\n"
+    "  status [NAME]      show the printer as a status application sees it, or\n"
+    "                     langmond's printer NAME; --watch follows each change\n"
     "  decode DEVICE_ID   show what the monitor makes of a printer's IEEE 1284\n"
     "                     device ID\n"
     "  emulate --pty      serve an emulated printer to other processes, on a\n"
@@ -278,7 +287,7 @@ constexpr const char* GeneralEnd =
 
 const char* const ShortUsage =
     "usage: langmon print FILE [OPTION]...\n"
-    "       langmon status [OPTION]...\n"
+    "       langmon status [NAME] [OPTION]...\n"
     "       langmon decode DEVICE_ID [--json] [--variables]\n"
     "       langmon emulate (--pty | --usb-device PATH | --listen HOST:PORT) [OPTION]...\n"
     "       langmon help [COMMAND]\n"

@@ -2,6 +2,7 @@
 
 #include "answer_port_monitor.h"
 #include "json_document.h"
+#include "own_stores.h"
 #include "command_words.h"
 #include "error_words.h"
 #include "status_report.h"
@@ -110,6 +111,7 @@ bool ParseDecodeOptions(const std::vector<std::string>& words, DecodeOptions* op
 }
 
 int RunDecode(const DecodeOptions& options, std::ostream& out, std::ostream& err) {
+    KeepStatusStoresOwn();
     if (const std::string why = Unreadable(options.deviceId); !why.empty()) {
         err << "langmon decode: not a device ID: " << why << '\n';
         return 2;

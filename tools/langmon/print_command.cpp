@@ -7,6 +7,7 @@
 #include "interruption.h"
 #include "job_sender.h"
 #include "monitoring_view.h"
+#include "own_stores.h"
 #include "print_json.h"
 #include "printer_target.h"
 #include "printer_view.h"
@@ -123,6 +124,7 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
 }
 
 int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err, const std::atomic<bool>& interrupted) {
+    KeepStatusStoresOwn();
     // With --json the report goes nowhere, and one document says it all at the end.
     std::ostream nowhere(nullptr);
     std::ostream& out = options.json ? nowhere : shown;

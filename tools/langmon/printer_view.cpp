@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <ostream>
 
 namespace langmon::tool {
@@ -403,6 +404,21 @@ std::vector<ViewLine> DescribePrinter(const PrinterFacts& facts, ViewScope scope
 
 void WriteView(std::ostream& out, const std::vector<ViewLine>& lines) {
     for (const ViewLine& line : lines) out << line.text << '\n';
+}
+
+std::vector<std::string> ChangedViewLines(const std::vector<ViewLine>& before, const std::vector<ViewLine>& now) {
+    std::map<std::string, std::string> old;
+    for (const ViewLine& line : before) old[line.key] = line.text;
+    std::vector<std::string> changed;
+    for (const ViewLine& line : now) {
+        auto found = old.find(line.key);
+        if (found == old.end() || found->second != line.text) changed.push_back(line.text);
+        if (found != old.end()) old.erase(found);
+    }
+    for (const ViewLine& line : before) {
+        if (old.count(line.key) != 0) changed.push_back("  " + line.key + ": no longer reported");
+    }
+    return changed;
 }
 
 nlohmann::ordered_json PrinterJson(const PrinterFacts& facts, ViewScope scope) {

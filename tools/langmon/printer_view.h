@@ -59,6 +59,9 @@ enum class ViewScope { DeviceId, Client };
 
 std::vector<ViewLine> DescribePrinter(const PrinterFacts& facts, ViewScope scope);
 void WriteView(std::ostream& out, const std::vector<ViewLine>& lines);
+// The lines of `now` that differ from `before`, and a line for each of
+// `before`'s that went: what a watch shows of a change.
+std::vector<std::string> ChangedViewLines(const std::vector<ViewLine>& before, const std::vector<ViewLine>& now);
 
 // The same facts as the "printer" object of docs/langmon.schema.json; what
 // the printer didn't tell, or the scope doesn't hold, is null.

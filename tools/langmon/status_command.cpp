@@ -1,10 +1,12 @@
 #include "status_command.h"
 
 #include "client_view.h"
+#include "daemon_status.h"
 #include "error_words.h"
 #include "interruption.h"
 #include "job_sender.h"
 #include "json_document.h"
+#include "own_stores.h"
 #include "port_value_request.h"
 #include "printer_target.h"
 #include "printer_view.h"
@@ -24,7 +26,6 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <map>
 #include <optional>
 #include <ostream>
 #include <sstream>
@@ -154,22 +155,6 @@ std::string SentText(const WatchedJob& job) {
     return text;
 }
 
-// The lines of `now` that differ from `before`, and those that went.
-std::vector<std::string> ChangedLines(const std::vector<ViewLine>& before, const std::vector<ViewLine>& now) {
-    std::map<std::string, std::string> old;
-    for (const ViewLine& line : before) old[line.key] = line.text;
-    std::vector<std::string> changed;
-    for (const ViewLine& line : now) {
-        auto found = old.find(line.key);
-        if (found == old.end() || found->second != line.text) changed.push_back(line.text);
-        if (found != old.end()) old.erase(found);
-    }
-    for (const ViewLine& line : before) {
-        if (old.count(line.key) != 0) changed.push_back("  " + line.key + ": no longer reported");
-    }
-    return changed;
-}
-
 // One document of `status --json`: the printer as its client sees it, at
 // `atMs` into the watch (none for the first), with the store's variables.
 nlohmann::ordered_json StatusDocument(const std::string& printerName, const std::string& portName,
@@ -239,7 +224,7 @@ public:
                     WriteJsonDocument(out_, StatusDocument(printerName_, options_.portName, "", at, printer, store_));
                 }
                 shownJson = std::move(printer);
-            } else if (const std::vector<std::string> changed = ChangedLines(shown, lines); !changed.empty()) {
+            } else if (const std::vector<std::string> changed = ChangedViewLines(shown, lines); !changed.empty()) {
                 // Changes told within the same tenth of a second read as one.
                 if (Seconds(at) != lastMoment_) out_ << Seconds(at) << '\n';
                 lastMoment_ = Seconds(at);
@@ -365,6 +350,10 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             options->variables = true;
         } else if (word == "--watch") {
             options->watch = true;
+        } else if (word == "--socket") {
+            if (!reader.Value(&options->socket)) return false;
+        } else if (word.rfind('-', 0) != 0 && options->daemonPrinter.empty()) {
+            options->daemonPrinter = word;
         } else if (word == "--for") {
             if (!reader.Value(&text)) return false;
             char* end = nullptr;
@@ -380,20 +369,34 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
             if (!ParseTimedChange(text, &change, error)) return false;
             options->changes.push_back(std::move(change));
         } else {
-            *error = "unknown option " + word;
+            *error = (word.rfind('-', 0) == 0 ? "unknown option " : "unexpected ") + word;
             return false;
         }
     }
     if (reader.Broken()) return false;
+    if (!options->watch && (options->forMs != 0 || !options->changes.empty())) {
+        *error = "--for and --at go with --watch";
+        return false;
+    }
+    if (!options->daemonPrinter.empty()) {
+        // The daemon's printer is its own: the command neither chooses its
+        // port nor changes it.
+        if (options->portGiven || !options->printerName.empty() || options->printer != "emulator" ||
+            !options->changes.empty()) {
+            *error = "a printer of langmond (NAME) goes without --printer, --port, --printer-name and --at";
+            return false;
+        }
+        return true;
+    }
+    if (!options->socket.empty()) {
+        *error = "--socket goes with a printer of langmond (NAME)";
+        return false;
+    }
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
         *error = problem;
         return false;
     }
     if (!options->portGiven) options->portName = ChoosePortName(options->printer, "");
-    if (!options->watch && (options->forMs != 0 || !options->changes.empty())) {
-        *error = "--for and --at go with --watch";
-        return false;
-    }
     for (const TimedChange& change : options->changes) {
         if (change.words.rfind(PrintWord, 0) == 0) {
             // Read when its moment comes; whether it can be read at all is
@@ -419,6 +422,8 @@ bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* op
 }
 
 int RunStatus(const StatusOptions& options, std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted) {
+    if (!options.daemonPrinter.empty()) return RunDaemonStatus(options, out, err, interrupted);
+    KeepStatusStoresOwn();
     PrinterTarget target(options.printer, options.portName);
     MONITOR monitor{};
     InitializeMonitorEx(nullptr, &monitor);

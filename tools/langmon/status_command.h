@@ -23,6 +23,10 @@ struct StatusOptions : PortChoice {
     bool watch = false;
     uint32_t forMs = 0;  // with --watch, how long; 0 until interrupted
     std::vector<TimedChange> changes;  // in the order of their moments
+    // A printer that langmond serves, by name: shown through the daemon
+    // instead of a port of the command's own (see daemon_status.h).
+    std::string daemonPrinter;
+    std::string socket;  // the daemon's socket; empty: LANGMON_SOCKET or the default
 };
 
 bool ParseStatusOptions(const std::vector<std::string>& words, StatusOptions* options, std::string* error);

@@ -1,0 +1,168 @@
+#include "daemon_status.h"
+
+#include "client_view.h"
+#include "json_document.h"
+#include "printer_view.h"
+
+#include "daemon/status_client.h"
+#include "platform/clock.h"
+#include "platform/sync.h"
+#include "platform/user_input.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+
+namespace langmon::tool {
+
+namespace {
+
+// What --watch follows: every variable the view is made from.
+constexpr const char* WatchedNames =
+    "PrinterStatus;PrinterDisplay;ServiceTag;PrinterManufacturer;PrinterModel;TonerRemain;CRURemain;"
+    "ErrSupplies;PrinterBinConfig;ErrCoverOpen;ErrPaperJam;PrinterOptConfig;PrinterMemory;EmulationInfo;"
+    "PageCount;JobStatus;SendingJobInfo;PrintingJobInfo2";
+// How often --watch looks whether it was interrupted, or the daemon went.
+constexpr DWORD CheckMs = 250;
+
+class StoreFacts final : public PrinterFacts {
+public:
+    explicit StoreFacts(const ClientStore& store) : store_(store) {}
+    std::optional<std::vector<uint8_t>> Variable(const char* name) const override { return store_.Read(name); }
+
+private:
+    const ClientStore& store_;
+};
+
+std::string Seconds(DWORD ms) {
+    char text[32];
+    std::snprintf(text, sizeof text, "+%.1f s", ms / 1000.0);
+    return text;
+}
+
+nlohmann::ordered_json Document(const std::string& name, const std::string& port, std::optional<DWORD> atMs,
+                                const nlohmann::ordered_json& printer, const ClientStore& store) {
+    nlohmann::ordered_json document = NewJsonDocument("status");
+    document["printer_name"] = name;
+    document["port"] = port;
+    document["at_seconds"] = atMs ? nlohmann::ordered_json(*atMs / 1000.0) : nlohmann::ordered_json(nullptr);
+    // The daemon keeps the printer polled: what the store holds is fresh.
+    document["not_fresh"] = nullptr;
+    document["printer"] = printer;
+    document["variables"] = VariablesJson(store.ReadAll());
+    return document;
+}
+
+// Told by the status manager on its own thread; outlives the store.
+struct ChangeSignal {
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ChangeSignal() = default;
+    ChangeSignal(const ChangeSignal&) = delete;
+    ChangeSignal& operator=(const ChangeSignal&) = delete;
+    ~ChangeSignal() {
+        if (event != nullptr) CloseHandle(event);
+    }
+    static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
+};
+
+// Whether the daemon at `path` serves `name`: empty when it does, with the
+// port its monitor holds the printer on, else what the user is told.
+std::string DaemonProblem(const std::string& path, const std::string& name, std::string* port) {
+    protocol::StatusClient client;
+    std::string problem;
+    protocol::DaemonMessage reply;
+    if (!client.Connect(path, "langmon status", &problem) || !client.Ask(protocol::PrintersRequest{}, &reply, &problem)) {
+        return problem;
+    }
+    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
+    if (printers == nullptr) {
+        const auto* error = std::get_if<protocol::ErrorReply>(&reply);
+        return "langmond refused: " + (error != nullptr ? error->message : std::string("?"));
+    }
+    for (const protocol::PrinterSummary& printer : printers->printers) {
+        if (printer.name != name) continue;
+        *port = printer.port;
+        return "";
+    }
+    return "langmond on " + path + " serves no printer \"" + name + "\" ('langmon printers' lists those it does)";
+}
+
+}  // namespace
+
+int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostream& err,
+                    const std::atomic<bool>& interrupted) {
+    // The status manager library finds the daemon where the environment
+    // says; and this process runs no monitor, so no store of its own may
+    // stand in for the daemon's.
+    if (!options.socket.empty()) setenv(protocol::SocketPathVariable, options.socket.c_str(), 1);
+    unsetenv(protocol::StatusManagerModeVariable);
+    const std::string path = protocol::SocketPath();
+    const std::string& name = options.daemonPrinter;
+    std::string port;
+    if (const std::string problem = DaemonProblem(path, name, &port); !problem.empty()) {
+        err << "langmon status: " << platform::Printable(problem) << '\n';
+        return 1;
+    }
+    ChangeSignal signal;  // made before the store, so that it goes after it
+    std::string problem;
+    ClientStore store(name, &problem);
+    if (!store.IsOpen()) {
+        err << "langmon status: " << platform::Printable(problem) << '\n';
+        return 1;
+    }
+    StoreFacts facts(store);
+    std::vector<ViewLine> shown = DescribePrinter(facts, ViewScope::Client);
+    nlohmann::ordered_json shownJson = PrinterJson(facts, ViewScope::Client);
+    if (options.json) {
+        WriteJsonDocument(out, Document(name, port, std::nullopt, shownJson, store));
+    } else {
+        out << "langmon status of printer \"" << platform::Printable(name) << "\" of langmond on " << path
+            << (port.empty() ? "" : ", port " + platform::Printable(port)) << '\n';
+        WriteView(out, shown);
+        if (options.variables) WriteVariables(out, "the client's variables, in hex:", store.ReadAll());
+    }
+    out << std::flush;
+    if (!options.watch) return 0;
+    if (signal.event == nullptr || !store.Watch(WatchedNames, ChangeSignal::Changed, &signal)) {
+        err << "langmon status: the status manager would not tell of changes\n";
+        return 1;
+    }
+    if (!options.json) {
+        out << "following the printer "
+            << (options.forMs != 0 ? "for " + Seconds(options.forMs).substr(1) : std::string("until interrupted"))
+            << ":\n"
+            << std::flush;
+    }
+    const DWORD start = GetTickCount();
+    std::string lastMoment;
+    while (!interrupted.load()) {
+        const DWORD now = TickAge(GetTickCount(), start);
+        if (options.forMs != 0 && now >= options.forMs) break;
+        const DWORD wait = options.forMs != 0 ? std::min(CheckMs, options.forMs - now) : CheckMs;
+        if (WaitForSingleObject(signal.event, wait) != WAIT_OBJECT_0) {
+            // A daemon that went away tells no more changes: ask.
+            if (!store.Read("PrinterName")) {
+                err << "langmon status: langmond went away\n";
+                return 1;
+            }
+            continue;
+        }
+        const DWORD at = TickAge(GetTickCount(), start);
+        std::vector<ViewLine> lines = DescribePrinter(facts, ViewScope::Client);
+        if (options.json) {
+            nlohmann::ordered_json printer = PrinterJson(facts, ViewScope::Client);
+            if (printer != shownJson) WriteJsonDocument(out, Document(name, port, at, printer, store));
+            shownJson = std::move(printer);
+        } else if (const std::vector<std::string> changed = ChangedViewLines(shown, lines); !changed.empty()) {
+            // Changes told within the same tenth of a second read as one.
+            if (Seconds(at) != lastMoment) out << Seconds(at) << '\n';
+            lastMoment = Seconds(at);
+            for (const std::string& line : changed) out << line << '\n';
+            out << std::flush;
+        }
+        shown = std::move(lines);
+    }
+    return 0;
+}
+
+}  // namespace langmon::tool
