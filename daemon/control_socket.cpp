@@ -46,11 +46,6 @@ bool InPrinterGroup(int connection, gid_t gid) {
 }  // namespace
 
 int OpenControlSocket(const std::string& path, std::string* problem) {
-    // The process that holds the control socket is the daemon: the stores of
-    // its monitor, and its server's handles on them, are its own, and its
-    // status manager library must never ask a daemon (itself least of all,
-    // on a thread that its server would have to answer).
-    setenv(protocol::StatusManagerModeVariable, protocol::StatusManagerLocal, 1);
     // Socket activation: systemd's socket unit made and bound it.
     if (sd_listen_fds(1) == 1) {
         const int handed = SD_LISTEN_FDS_START;

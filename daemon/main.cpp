@@ -9,6 +9,7 @@
 #include "printer_host.h"
 
 #include "daemon/status_protocol.h"
+#include "langmon/own_stores.h"
 
 #include <systemd/sd-daemon.h>
 
@@ -88,6 +89,10 @@ void AddPrinters(PrinterHost& host, const std::vector<PrinterConfig>& printers) 
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The daemon's monitor and its server's handles use the daemon's own
+    // stores: its status manager library must never ask a daemon (itself
+    // least of all, on a thread its server would have to answer).
+    langmon::tool::KeepStatusStoresOwn();
     Options options;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
