@@ -154,6 +154,17 @@ TEST(StatusProtocol, RequestsAreTypedOrRefusedWithTheirIdAndCode) {
         {R"({"type":"watch","id":1,"handle":2,"names":["A",1]})", {}},
         {R"({"type":"unwatch","id":1,"handle":2,"watch":3})", UnwatchRequest{1, 2, 3}},
         {R"({"type":"unwatch","id":1,"handle":2,"watch":0})", {}},
+        {R"({"type":"job","id":1,"printer":"office","document":"report.ps","user":""})",
+         JobRequest{1, "office", "report.ps", ""}},
+        {R"({"type":"job","id":1,"printer":"office","document":"a\nb","user":"ann"})", {}},
+        {R"({"type":"job","id":1,"printer":"office","user":"ann"})", {}},
+        {R"({"type":"data","id":1,"job":4,"bytes":")" + Hex(MaxDataBytes) + "\"}",
+         DataRequest{1, 4, std::vector<uint8_t>(MaxDataBytes, 0xaa)}},
+        {R"({"type":"data","id":1,"job":4,"bytes":")" + Hex(MaxDataBytes + 1) + "\"}", {}},
+        {R"({"type":"data","id":1,"job":0,"bytes":""})", {}},
+        {R"({"type":"end-job","id":1,"job":4})", EndJobRequest{1, 4}},
+        {R"({"type":"cancel-job","id":1,"job":4})", CancelJobRequest{1, 4}},
+        {R"({"type":"cancel-job","id":1})", {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 120));
@@ -205,6 +216,11 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
         {R"({"type":"error","code":"too-big","message":"a frame is at most 65536 bytes"})",
          ErrorReply{std::nullopt, ErrorCode::TooBig, "a frame is at most 65536 bytes"}},
         {R"({"type":"changed","handle":3,"watch":9,"name":"PrinterStatus"})", ChangedEvent{3, 9, "PrinterStatus"}},
+        {R"({"type":"job-started","id":9,"job":1})", JobStartedReply{9, 1}},
+        {R"({"type":"job-ended","id":10,"pages":3})", JobEndedReply{10, 3}},
+        {R"({"type":"job-ended","id":10,"pages":null})", JobEndedReply{10, std::nullopt}},
+        {R"({"type":"error","id":11,"code":"busy","message":"office prints another client's job"})",
+         ErrorReply{11, ErrorCode::Busy, "office prints another client's job"}},
     };
     for (const auto& [text, expected] : good) {
         SCOPED_TRACE(text);
@@ -231,6 +247,9 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
         R"({"type":"error","id":"8","code":"failed","message":"m"})",
         R"({"type":"changed","handle":3,"watch":9,"name":"Printer\nStatus"})",
         R"({"type":"opend","id":4,"handle":1})",
+        R"({"type":"job-started","id":9,"job":0})",
+        R"({"type":"job-ended","id":10})",
+        R"({"type":"job-ended","id":10,"pages":"3"})",
         R"([])",
     };
     for (const std::string& text : bad) {
