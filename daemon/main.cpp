@@ -152,6 +152,7 @@ int main(int argc, char** argv) {
             const ConfigChange change = CompareConfigs(config, fresh);
             for (const auto* list : {&change.removed, &change.changed}) {
                 for (const PrinterConfig& printer : *list) {
+                    server.EndJobs(printer.name);
                     host.Remove(printer.name);
                     Say("printer \"" + printer.name + "\" let go");
                 }
@@ -165,6 +166,7 @@ int main(int argc, char** argv) {
     sd_notify(0, "STOPPING=1");
     wakeable = nullptr;
     Say("closing " + std::to_string(host.Printers().size()) + " ports");
+    server.EndJobs();
     host.CloseAll();
     if (!options.socketPath.empty() || sd_listen_fds(0) <= 0) unlink(config.socket.c_str());
     Say("stopped");
