@@ -70,6 +70,8 @@ struct ControlServer::Job {
     std::optional<uint32_t> awaiting;  // the request whose reply the worker's next outcome gives
     bool ending = false;  // end-job or cancel-job came: no more data
     bool cancelling = false;  // cancel-job came: its reply is an "ok"
+    std::string printer, document, user;
+    std::string why;  // why it ends short, for the log
     std::unique_ptr<JobWorker> worker;
 };
 
@@ -139,6 +141,7 @@ void ControlServer::Serve(int timeoutMs) {
             if (job->client != client->id) continue;
             job->client = 0;
             job->awaiting.reset();
+            job->why = "its client went away";
             job->worker->Cancel();
         }
     }
@@ -392,6 +395,9 @@ bool ControlServer::AnswerJob(Client& client, const protocol::Request& request) 
         if (nextJob_ == 0) nextJob_ = 1;
         job->client = client.id;
         job->awaiting = id;
+        job->printer = start->printer;
+        job->document = start->document;
+        job->user = start->user;
         job->worker = std::make_unique<JobWorker>(
             *monitor, port, JobWorker::Ticket{job->id, start->printer, start->document, start->user}, [this] { Wake(); });
         jobs_.push_back(std::move(job));
@@ -410,6 +416,7 @@ bool ControlServer::AnswerJob(Client& client, const protocol::Request& request) 
         if ((job = jobOf(cancel->job)) == nullptr) return fail(ErrorCode::BadHandle, "no such job");
         job->ending = true;
         job->cancelling = true;
+        job->why = "cancelled by its client";
         job->worker->Cancel();
     } else {
         return false;
@@ -430,12 +437,28 @@ void ControlServer::Reply(uint64_t clientId, const protocol::DaemonMessage& mess
     }
 }
 
+// A job's start and end in the daemon's log.
+std::string ControlServer::JobLine(const Job& job, const JobOutcome& outcome) {
+    std::string line = "job " + std::to_string(job.id) + " at \"" + job.printer + "\"";
+    if (outcome.step == JobOutcome::Step::Started) {
+        return line + (outcome.ok ? " started, \"" + job.document + "\" for " + job.user : ": " + outcome.words);
+    }
+    if (outcome.step != JobOutcome::Step::Ended) return "";
+    line += " ended at the printer after " + std::to_string(outcome.taken) + " bytes";
+    if (!outcome.ok) return line + "; " + outcome.words;
+    if (!job.why.empty()) return line + ": " + job.why;
+    return line + (outcome.pages ? "; the printer reported " + std::to_string(*outcome.pages) + " pages"
+                                 : "; the printer did not report its end in time");
+}
+
 void ControlServer::DeliverJobOutcomes() {
     for (std::size_t i = 0; i < jobs_.size(); ++i) {
         Job& job = *jobs_[i];
         // Finished first: once it is, every outcome has been told.
         const bool finished = job.worker->Finished();
         for (const JobOutcome& outcome : job.worker->TakeOutcomes()) {
+            const std::string line = JobLine(job, outcome);
+            if (log_ && !line.empty()) log_(line);
             if (!job.awaiting || job.client == 0) continue;
             const uint32_t request = *job.awaiting;
             job.awaiting.reset();
@@ -461,6 +484,7 @@ void ControlServer::EndJobs(const std::string& printer) {
         Job& job = *jobs_[i];
         if (!printer.empty() && job.worker->Printer() != printer) continue;
         job.worker->Cancel();
+        if (log_) log_("job " + std::to_string(job.id) + " at \"" + job.printer + "\" is ended: the daemon lets the printer go");
         if (job.awaiting && job.client != 0) {
             Reply(job.client, ErrorReply{*job.awaiting, ErrorCode::Failed, "the daemon let the printer go"});
         }

@@ -16,6 +16,7 @@
 #include "daemon/status_protocol.h"
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -42,6 +43,8 @@ public:
     // Ends a Serve that waits, from any thread or a signal handler.
     void Wake();
     std::size_t ClientCount() const;
+    // Where the jobs' starts and ends are told, for the daemon's log.
+    void SetLog(std::function<void(const std::string&)> log) { log_ = std::move(log); }
     // Ends the jobs at printer `printer` (every printer's when empty) at
     // once, at the printer too, before the host lets the printer go; their
     // clients are told the job failed. Waits for at most one write each.
@@ -56,6 +59,7 @@ private:
     void Digest(Client& client);
     bool AnswerJob(Client& client, const protocol::Request& request);
     void DeliverJobOutcomes();
+    static std::string JobLine(const Job& job, const JobOutcome& outcome);
     void Reply(uint64_t clientId, const protocol::DaemonMessage& message);
     void Answer(Client& client, const nlohmann::json& message);
     void Send(Client& client, const nlohmann::json& message);
@@ -78,6 +82,7 @@ private:
         std::string name;
     };
     std::vector<Change> changes_;
+    std::function<void(const std::string&)> log_;
     std::vector<std::unique_ptr<Job>> jobs_;
     uint32_t nextJob_ = 1;
 };

@@ -71,6 +71,7 @@ bool JobWorker::Finished() const {
 void JobWorker::Tell(JobOutcome outcome) {
     {
         std::lock_guard hold(mutex_);
+        outcome.taken = taken_;
         outcomes_.push_back(std::move(outcome));
     }
     wake_();
@@ -97,6 +98,10 @@ bool JobWorker::SendChunk(const std::vector<uint8_t>& bytes) {
         }
         // The spooler calls again with what was not taken.
         done += std::min(written, left);
+        {
+            std::lock_guard hold(mutex_);
+            taken_ += std::min(written, left);
+        }
         if (written == 0 && !Pause(FruitlessCallPause)) return false;
     }
     return true;

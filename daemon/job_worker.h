@@ -36,6 +36,7 @@ struct JobOutcome {
     bool ok = true;
     std::string words;
     std::optional<uint32_t> pages;
+    uint64_t taken = 0;  // the job's bytes the printer took so far
 };
 
 class JobWorker {
@@ -88,6 +89,7 @@ private:
     bool ending_ = false;
     bool cancelled_ = false;
     bool finished_ = false;
+    uint64_t taken_ = 0;
     std::vector<JobOutcome> outcomes_;
     std::thread thread_;  // last: starts once the rest stands
 };

@@ -135,6 +135,7 @@ int main(int argc, char** argv) {
     }
     ControlServer server(host, listener, std::string("langmond ") + LANGMON_VERSION);
     wakeable = &server;
+    server.SetLog(Say);
     AddPrinters(host, config.printers);
     Say("serving " + std::to_string(host.Printers().size()) + " printers on " + config.socket);
     sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
