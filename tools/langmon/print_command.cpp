@@ -119,8 +119,9 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
     }
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
         // A printer of langmond is named by its name: whether the daemon
-        // serves one is asked when the job runs.
-        if (!protocol::IsValidPrinterName(options->printer)) {
+        // serves one is asked when the job runs. A text with a colon is
+        // meant as an address, and what is wrong with it is said at once.
+        if (!protocol::IsValidPrinterName(options->printer) || options->printer.find(':') != std::string::npos) {
             *error = problem;
             return false;
         }
