@@ -14,8 +14,15 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace langmon::protocol {
+
+// A job's document name or user as the daemon takes them: whatever a
+// spooler was given (a title of any length, bytes that are not UTF-8,
+// control characters) becomes a text of at most MaxClientTextBytes of
+// whole UTF-8 characters, with '?' for what could not go.
+std::string JobText(std::string_view text);
 
 class JobStream {
 public:
@@ -29,8 +36,9 @@ public:
     bool Connect(const std::string& path, const std::string& client, std::string* problem);
 
     enum class Start { Started, Busy, Refused };
-    // Starts a job at `printer`. Busy: another job is at the printer (ask
-    // again later); Refused: `problem` says why.
+    // Starts a job at `printer`. `document` and `user` may be anything a
+    // spooler was given: they are cut to the protocol's texts. Busy: another
+    // job is at the printer (ask again later); Refused: `problem` says why.
     Start Begin(const std::string& printer, const std::string& document, const std::string& user,
                 std::string* problem);
 

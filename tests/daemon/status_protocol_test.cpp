@@ -2,6 +2,7 @@
 // from a stream however it arrives, and every message checked field by field
 // against the documented types and limits, just inside and just over each.
 
+#include "daemon/job_stream.h"
 #include "daemon/status_protocol.h"
 
 #include <gtest/gtest.h>
@@ -263,6 +264,29 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
     EXPECT_EQ(ToHex(std::vector<uint8_t>{0x00, 0x7f, 0xff}), "007fff");
     EXPECT_FALSE(FromHex("0g", &bytes));
     EXPECT_EQ(bytes, std::vector<uint8_t>{1});
+}
+
+// Whatever a spooler calls a job, and whoever it says sent it, the daemon
+// takes: the texts are cut to what a "job" may hold, never refused.
+TEST(StatusProtocol, AJobsTextsAreMadeWhatTheDaemonTakes) {
+    const std::string e = "\xc3\xa9";  // é
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"report.ps", "report.ps"},
+        {"Quarterly " + e + "t" + e, "Quarterly " + e + "t" + e},
+        {"a\tb\x7f" "c\xc2\x85", "a?b?c?"},
+        {"bad \xff\xc3 \xe0\x80\x80 \xed\xa0\x80 \xf4\x90\x80\x80", "bad ?? ??? ??? ????"},
+        {std::string(300, 'x'), std::string(MaxClientTextBytes, 'x')},
+        {std::string(254, 'x') + e, std::string(254, 'x')},  // a character is never cut in two
+    };
+    for (const auto& [given, taken] : cases) {
+        SCOPED_TRACE(given.substr(0, 40));
+        EXPECT_EQ(JobText(given), taken);
+        Request request;
+        ErrorReply error;
+        const JobRequest job{1, "office", JobText(given), JobText(given)};
+        EXPECT_TRUE(ParseRequest(json::parse(EncodeFrame(ToJson(Request{job})).substr(4)), &request, &error))
+            << error.message;
+    }
 }
 
 }  // namespace

@@ -93,7 +93,7 @@ int RunDaemonPrint(const PrintOptions& options, const std::string& printer, cons
             break;
         }
         taken += filled;
-        chunks += (filled + protocol::MaxDataBytes - 1) / protocol::MaxDataBytes;
+        ++chunks;
     }
     std::ostringstream what;
     what << chunks << (chunks == 1 ? " chunk, " : " chunks, ") << taken << " bytes taken by the printer";
