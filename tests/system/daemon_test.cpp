@@ -212,6 +212,19 @@ TEST(Langmond, SendsJobsOfThePrintCommandAndTheBackendThroughItsPortAndEndsOneWh
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     EXPECT_EQ(unread, 0);
+    // Meanwhile the printer is another client's: a job of its own is
+    // refused at once, and the job it does not hold is not its to feed.
+    protocol::StatusClient other;
+    std::string problem;
+    ASSERT_TRUE(other.Connect(socketPath, "daemon test", &problem)) << problem;
+    protocol::DaemonMessage reply;
+    ASSERT_TRUE(other.Ask(protocol::JobRequest{0, "office", "other", "bob"}, &reply, &problem)) << problem;
+    const auto* busy = std::get_if<protocol::ErrorReply>(&reply);
+    ASSERT_NE(busy, nullptr);
+    EXPECT_EQ(busy->code, protocol::ErrorCode::Busy) << busy->message;
+    ASSERT_TRUE(other.Ask(protocol::DataRequest{0, 3, {'X'}}, &reply, &problem)) << problem;
+    ASSERT_TRUE(std::holds_alternative<protocol::ErrorReply>(reply));
+    EXPECT_EQ(std::get<protocol::ErrorReply>(reply).code, protocol::ErrorCode::BadHandle);
     EXPECT_EQ(Finish(cut, SIGKILL), -1);
     close(feed);
     EXPECT_TRUE(ReadUntil(daemon.output, &log,
