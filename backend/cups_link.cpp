@@ -26,7 +26,9 @@ void CupsLines::Write(const std::string& line) {
     out_ << line << '\n' << std::flush;
 }
 
-void CupsLines::Debug(const std::string& what) { Write("DEBUG: langmon: " + platform::Printable(what)); }
+void CupsLines::Debug(const std::string& what) {
+    Write("DEBUG: langmon: " + platform::Printable(what));
+}
 
 PrinterViewSource StoreView(CupsLines& lines, const std::string& queue, bool foreign) {
     // The store is opened on the link's thread, at the first reading.
@@ -35,7 +37,8 @@ PrinterViewSource StoreView(CupsLines& lines, const std::string& queue, bool for
         if (!*store) {
             std::string problem;
             *store = std::make_unique<tool::ClientStore>(queue, &problem);
-            if (!(*store)->IsOpen() && !foreign) lines.Debug("no status client of \"" + queue + "\": " + problem);
+            if (!(*store)->IsOpen() && !foreign)
+                lines.Debug("no status client of \"" + queue + "\": " + problem);
         }
         nlohmann::ordered_json printer = nlohmann::ordered_json::object();
         if ((*store)->IsOpen()) {
@@ -49,10 +52,13 @@ PrinterViewSource StoreView(CupsLines& lines, const std::string& queue, bool for
     };
 }
 
-CupsLink::CupsLink(CupsLines& lines, PrinterViewSource view, std::optional<SideChannelSources> sources,
-                   const std::atomic<bool>& writeFailing)
-    : lines_(lines), view_(std::move(view)), sideChannel_(sources.has_value()),
-      sources_(std::move(sources).value_or(SideChannelSources{})), writeFailing_(writeFailing) {
+CupsLink::CupsLink(CupsLines& lines, PrinterViewSource view,
+                   std::optional<SideChannelSources> sources, const std::atomic<bool>& writeFailing)
+    : lines_(lines),
+      view_(std::move(view)),
+      sideChannel_(sources.has_value()),
+      sources_(std::move(sources).value_or(SideChannelSources{})),
+      writeFailing_(writeFailing) {
     sources_.keywords = [this] { return announcer_.Standing(); };
     thread_ = std::thread([this] { Run(); });
 }

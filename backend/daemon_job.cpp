@@ -30,7 +30,8 @@ constexpr int InputWaitMs = 250;
 
 // The printer's view as the daemon has it: its "status" reply, read on a
 // connection of the link's own.
-PrinterViewSource DaemonView(CupsLines& lines, const std::string& printer, const std::string& socketPath) {
+PrinterViewSource DaemonView(CupsLines& lines, const std::string& printer,
+                             const std::string& socketPath) {
     auto client = std::make_shared<protocol::StatusClient>();
     return [&lines, printer, socketPath, client]() {
         std::string problem;
@@ -51,14 +52,16 @@ PrinterViewSource DaemonView(CupsLines& lines, const std::string& printer, const
 
 }  // namespace
 
-int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::string& socketPath, CupsLines& lines,
-                 const std::atomic<bool>& cancelled) {
-    platform::InputFile input = job.file.empty() ? platform::InputFile::StandardInput() : platform::InputFile(job.file);
+int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::string& socketPath,
+                 CupsLines& lines, const std::atomic<bool>& cancelled) {
+    platform::InputFile input =
+        job.file.empty() ? platform::InputFile::StandardInput() : platform::InputFile(job.file);
     if (!input.Problem().empty()) {
         lines.Write("ERROR: " + platform::Printable(input.Problem()));
         return CUPS_BACKEND_FAILED;
     }
-    lines.Debug("the printer is langmond's \"" + printer + "\": the job goes through the daemon on " + socketPath);
+    lines.Debug("the printer is langmond's \"" + printer +
+                "\": the job goes through the daemon on " + socketPath);
     protocol::JobStream stream;
     std::string problem;
     if (!stream.Connect(socketPath, "langmon backend", &problem)) {
@@ -69,7 +72,8 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
     // waited out, as a spooler waits for a port that is in use.
     protocol::JobStream::Start start;
     bool said = false;
-    while ((start = stream.Begin(printer, job.title, job.user, &problem)) == protocol::JobStream::Start::Busy &&
+    while ((start = stream.Begin(printer, job.title, job.user, &problem)) ==
+               protocol::JobStream::Start::Busy &&
            !cancelled.load()) {
         if (!said) lines.Write("INFO: waiting for the printer: it has another job at it");
         said = true;
@@ -84,7 +88,8 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
 
     std::atomic<bool> holdingBlock{false};
     std::atomic<bool> atPrinter{true};
-    const std::atomic<bool> writeFailing{false};  // the daemon waits for the printer; its view tells why
+    const std::atomic<bool> writeFailing{
+        false};  // the daemon waits for the printer; its view tells why
     SideChannelSources sources;
     sources.busy = [&atPrinter] { return atPrinter.load(); };
     sources.bidi = true;
@@ -93,13 +98,14 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
         const auto until = std::chrono::steady_clock::now() + DrainLimit;
         while (std::chrono::steady_clock::now() < until) {
             int waiting = 0;
-            if (!holdingBlock.load() && ioctl(0, FIONREAD, &waiting) == 0 && waiting == 0) return true;
+            if (!holdingBlock.load() && ioctl(0, FIONREAD, &waiting) == 0 && waiting == 0)
+                return true;
             poll(nullptr, 0, 20);
         }
         return false;
     };
-    CupsLink link(lines, DaemonView(lines, printer, socketPath), job.sideChannel ? std::optional(sources) : std::nullopt,
-                  writeFailing);
+    CupsLink link(lines, DaemonView(lines, printer, socketPath),
+                  job.sideChannel ? std::optional(sources) : std::nullopt, writeFailing);
 
     // The job goes on as CUPS's filters give it, each read at once.
     std::vector<char> block(protocol::MaxDataBytes);
@@ -113,8 +119,8 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
             break;
         }
         holdingBlock = true;
-        const bool written =
-            stream.Write({reinterpret_cast<const uint8_t*>(block.data()), got}, cancelled, 0, &problem);
+        const bool written = stream.Write({reinterpret_cast<const uint8_t*>(block.data()), got},
+                                          cancelled, 0, &problem);
         holdingBlock = false;
         if (!written) {
             failure = problem;
@@ -136,8 +142,9 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
     } else {
         std::optional<uint32_t> pages;
         if (!stream.End(&pages, cancelled, &problem)) {
-            lines.Write(cancelled.load() ? "INFO: the job was cancelled; it ended at the printer"
-                                         : "ERROR: the job's end was not told: " + platform::Printable(problem));
+            lines.Write(cancelled.load()
+                            ? "INFO: the job was cancelled; it ended at the printer"
+                            : "ERROR: the job's end was not told: " + platform::Printable(problem));
             exitCode = cancelled.load() ? CUPS_BACKEND_OK : CUPS_BACKEND_FAILED;
         } else if (pages) {
             lines.Write("PAGE: total " + std::to_string(*pages));

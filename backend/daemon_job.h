@@ -14,7 +14,7 @@ namespace langmon::backend {
 
 // Runs `job` at the daemon's printer `printer`, through the daemon at
 // `socketPath`. Returns a CUPS_BACKEND_* exit code.
-int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::string& socketPath, CupsLines& lines,
-                 const std::atomic<bool>& cancelled);
+int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::string& socketPath,
+                 CupsLines& lines, const std::atomic<bool>& cancelled);
 
 }  // namespace langmon::backend

@@ -27,7 +27,9 @@ constexpr int JobEndedLimitMs = 130000;
 }  // namespace
 
 std::string JobText(std::string_view text) {
-    const auto byte = [&](std::size_t at) { return at < text.size() ? static_cast<uint8_t>(text[at]) : 0; };
+    const auto byte = [&](std::size_t at) {
+        return at < text.size() ? static_cast<uint8_t>(text[at]) : 0;
+    };
     std::string fitted;
     for (std::size_t at = 0; at < text.size();) {
         const uint8_t lead = byte(at);
@@ -52,7 +54,8 @@ std::string JobText(std::string_view text) {
             whole = i == 1 ? next >= least && next <= most : next >= 0x80 && next <= 0xBF;
         }
         const bool control = lead < 0x20 || lead == 0x7F || (lead == 0xC2 && byte(at + 1) <= 0x9F);
-        const std::string character = whole && !control ? std::string(text.substr(at, length)) : "?";
+        const std::string character =
+            whole && !control ? std::string(text.substr(at, length)) : "?";
         if (fitted.size() + character.size() > MaxClientTextBytes) break;
         fitted += character;
         at += whole ? length : 1;
@@ -68,7 +71,9 @@ std::string ErrorWords(const ErrorReply& error) {
 
 }  // namespace
 
-JobStream::~JobStream() { Disconnect(); }
+JobStream::~JobStream() {
+    Disconnect();
+}
 
 void JobStream::Disconnect() {
     if (fd_ >= 0) close(fd_);
@@ -93,18 +98,20 @@ bool JobStream::Connect(const std::string& path, const std::string& client, std:
     reader_ = FrameReader();
     unfed_.clear();
     DaemonMessage reply;
-    if (!Ask(HelloRequest{0, Version, client}, &reply, nullptr, PromptReplyMs, problem)) return false;
+    if (!Ask(HelloRequest{0, Version, client}, &reply, nullptr, PromptReplyMs, problem))
+        return false;
     if (!std::holds_alternative<HelloReply>(reply)) {
         const auto* error = std::get_if<ErrorReply>(&reply);
-        *problem = error != nullptr ? "the daemon refused: " + error->message : "the daemon did not greet";
+        *problem =
+            error != nullptr ? "the daemon refused: " + error->message : "the daemon did not greet";
         Disconnect();
         return false;
     }
     return true;
 }
 
-bool JobStream::Ask(Request request, DaemonMessage* reply, const std::atomic<bool>* stop, int limitMs,
-                    std::string* problem) {
+bool JobStream::Ask(Request request, DaemonMessage* reply, const std::atomic<bool>* stop,
+                    int limitMs, std::string* problem) {
     if (fd_ < 0) {
         *problem = "not connected to the daemon";
         return false;
@@ -149,13 +156,16 @@ bool JobStream::Ask(Request request, DaemonMessage* reply, const std::atomic<boo
             *problem = "interrupted";
             break;
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
         if (limitMs > 0 && left <= 0) {
-            *problem = "the daemon did not answer in " + std::to_string(limitMs / 1000) + " seconds";
+            *problem =
+                "the daemon did not answer in " + std::to_string(limitMs / 1000) + " seconds";
             break;
         }
         pollfd wait{fd_, POLLIN, 0};
-        const int slice = limitMs > 0 ? static_cast<int>(std::min<long long>(left, StopLookMs)) : StopLookMs;
+        const int slice =
+            limitMs > 0 ? static_cast<int>(std::min<long long>(left, StopLookMs)) : StopLookMs;
         const int ready = poll(&wait, 1, slice);
         if (ready <= 0) continue;
         char buffer[16384];
@@ -171,11 +181,11 @@ bool JobStream::Ask(Request request, DaemonMessage* reply, const std::atomic<boo
     return false;
 }
 
-JobStream::Start JobStream::Begin(const std::string& printer, const std::string& document, const std::string& user,
-                                  std::string* problem) {
+JobStream::Start JobStream::Begin(const std::string& printer, const std::string& document,
+                                  const std::string& user, std::string* problem) {
     DaemonMessage reply;
-    if (!Ask(JobRequest{0, printer, JobText(document), JobText(user)}, &reply, nullptr, PromptReplyMs * 3,
-             problem)) {
+    if (!Ask(JobRequest{0, printer, JobText(document), JobText(user)}, &reply, nullptr,
+             PromptReplyMs * 3, problem)) {
         return Start::Refused;
     }
     if (const auto* started = std::get_if<JobStartedReply>(&reply)) {
@@ -187,13 +197,15 @@ JobStream::Start JobStream::Begin(const std::string& printer, const std::string&
     return error != nullptr && error->code == ErrorCode::Busy ? Start::Busy : Start::Refused;
 }
 
-bool JobStream::Write(std::span<const uint8_t> bytes, const std::atomic<bool>& stop, int chunkLimitMs,
-                      std::string* problem) {
+bool JobStream::Write(std::span<const uint8_t> bytes, const std::atomic<bool>& stop,
+                      int chunkLimitMs, std::string* problem) {
     while (!bytes.empty()) {
         const std::size_t size = std::min(bytes.size(), MaxDataBytes);
         DaemonMessage reply;
-        if (!Ask(DataRequest{0, job_, {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)}}, &reply,
-                 &stop, chunkLimitMs, problem)) {
+        if (!Ask(
+                DataRequest{
+                    0, job_, {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)}},
+                &reply, &stop, chunkLimitMs, problem)) {
             return false;
         }
         if (!std::holds_alternative<OkReply>(reply)) {
@@ -207,7 +219,8 @@ bool JobStream::Write(std::span<const uint8_t> bytes, const std::atomic<bool>& s
     return true;
 }
 
-bool JobStream::End(std::optional<uint32_t>* pages, const std::atomic<bool>& stop, std::string* problem) {
+bool JobStream::End(std::optional<uint32_t>* pages, const std::atomic<bool>& stop,
+                    std::string* problem) {
     DaemonMessage reply;
     if (!Ask(EndJobRequest{0, job_}, &reply, &stop, JobEndedLimitMs, problem)) return false;
     if (const auto* ended = std::get_if<JobEndedReply>(&reply)) {

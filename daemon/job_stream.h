@@ -46,7 +46,8 @@ public:
     // reason, when the daemon refused, went away, `stop` was set, or a
     // chunk waited longer than `chunkLimitMs` (0: as long as it takes);
     // after that the connection is let go and the job is over.
-    bool Write(std::span<const uint8_t> bytes, const std::atomic<bool>& stop, int chunkLimitMs, std::string* problem);
+    bool Write(std::span<const uint8_t> bytes, const std::atomic<bool>& stop, int chunkLimitMs,
+               std::string* problem);
 
     // Ends the job and waits for the printer's report of its end: `pages`
     // as it reported them, none when it did not in the daemon's time.
@@ -61,7 +62,8 @@ public:
 
 private:
     // Sends `request` and waits for its reply; events are passed over.
-    bool Ask(Request request, DaemonMessage* reply, const std::atomic<bool>* stop, int limitMs, std::string* problem);
+    bool Ask(Request request, DaemonMessage* reply, const std::atomic<bool>* stop, int limitMs,
+             std::string* problem);
 
     int fd_ = -1;
     uint32_t nextId_ = 1;

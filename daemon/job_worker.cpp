@@ -24,7 +24,10 @@ constexpr auto ReportLookEvery = std::chrono::milliseconds(100);
 }  // namespace
 
 JobWorker::JobWorker(const MONITOR& monitor, HANDLE port, Ticket ticket, std::function<void()> wake)
-    : monitor_(monitor), port_(port), ticket_(std::move(ticket)), wake_(std::move(wake)),
+    : monitor_(monitor),
+      port_(port),
+      ticket_(std::move(ticket)),
+      wake_(std::move(wake)),
       thread_([this] { Run(); }) {}
 
 JobWorker::~JobWorker() {
@@ -125,10 +128,12 @@ void JobWorker::Run() {
     queued.userName = ticket_.user;
     platform::SubmitJob(ticket_.printer, queued);
     DOC_INFO_1 docInfo{name.data(), nullptr, datatype};
-    if (!monitor_.StartDocPort(port_, printerText.data(), ticket_.id, 1, reinterpret_cast<LPBYTE>(&docInfo))) {
+    if (!monitor_.StartDocPort(port_, printerText.data(), ticket_.id, 1,
+                               reinterpret_cast<LPBYTE>(&docInfo))) {
         const DWORD error = GetLastError();
         platform::RemoveJob(ticket_.printer, ticket_.id);
-        Tell({JobOutcome::Step::Started, false, "StartDocPort failed: " + tool::ErrorWords(error), std::nullopt});
+        Tell({JobOutcome::Step::Started, false, "StartDocPort failed: " + tool::ErrorWords(error),
+              std::nullopt});
         std::lock_guard hold(mutex_);
         finished_ = true;
         return;
@@ -156,7 +161,8 @@ void JobWorker::Run() {
     const DWORD endError = endedAtPort ? 0 : GetLastError();
     platform::RemoveJob(ticket_.printer, ticket_.id);
     JobOutcome ended{JobOutcome::Step::Ended, endedAtPort != FALSE,
-                     endedAtPort ? "" : "EndDocPort failed: " + tool::ErrorWords(endError), std::nullopt};
+                     endedAtPort ? "" : "EndDocPort failed: " + tool::ErrorWords(endError),
+                     std::nullopt};
     if (ending && endedAtPort) {
         const auto until = std::chrono::steady_clock::now() + JobEndLimit;
         while (!(ended.pages = tool::JobEndPages(progress.Records(), ticket_.id)) &&

@@ -28,9 +28,9 @@ inline constexpr auto JobEndLimit = std::chrono::seconds(120);
 // What the worker tells the loop, one step at a time.
 struct JobOutcome {
     enum class Step {
-        Started,    // StartDocPort returned: `ok`, or `words` say why not (the job is over)
-        Taken,      // the chunk handed over was taken (`ok`), or the job was cut short
-        Ended,      // the job ended at the printer; `pages` from its report, if it came
+        Started,  // StartDocPort returned: `ok`, or `words` say why not (the job is over)
+        Taken,    // the chunk handed over was taken (`ok`), or the job was cut short
+        Ended,    // the job ended at the printer; `pages` from its report, if it came
     };
     Step step = Step::Started;
     bool ok = true;

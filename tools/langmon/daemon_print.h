@@ -14,7 +14,8 @@ namespace langmon::tool {
 
 // Sends `options.jobFile` to the daemon's printer `printer` through the
 // daemon at `socketPath`. Exit codes as RunPrint's.
-int RunDaemonPrint(const PrintOptions& options, const std::string& printer, const std::string& socketPath,
-                   std::ostream& out, std::ostream& err, const std::atomic<bool>& interrupted);
+int RunDaemonPrint(const PrintOptions& options, const std::string& printer,
+                   const std::string& socketPath, std::ostream& out, std::ostream& err,
+                   const std::atomic<bool>& interrupted);
 
 }  // namespace langmon::tool

@@ -16,7 +16,8 @@ constexpr int PrintersReplyMs = 3000;
 bool SamePrinter(const std::string& a, const std::string& b) {
     PrinterAddress first;
     PrinterAddress second;
-    if (!ParsePrinterAddress(a, &first).empty() || !ParsePrinterAddress(b, &second).empty()) return false;
+    if (!ParsePrinterAddress(a, &first).empty() || !ParsePrinterAddress(b, &second).empty())
+        return false;
     if (first.kind != second.kind) return false;
     switch (first.kind) {
         case AddressKind::Emulator:
