@@ -1,9 +1,11 @@
 #include "backend_job.h"
 
-#include "cups_messages.h"
+#include "cups_link.h"
+#include "daemon_job.h"
 #include "side_channel.h"
 
 #include "langmon/client_view.h"
+#include "langmon/daemon_printer.h"
 #include "langmon/error_words.h"
 #include "langmon/interruption.h"
 #include "langmon/job_progress_view.h"
@@ -14,6 +16,7 @@
 #include "langmon/printer_view.h"
 #include "langmon/progress_line.h"
 
+#include "daemon/status_protocol.h"
 #include "monitor/port_context.h"
 #include "platform/clock.h"
 #include "platform/spooler_printers.h"
@@ -27,11 +30,9 @@
 #include <cups/backend.h>
 
 #include <chrono>
-#include <mutex>
 #include <optional>
 #include <ostream>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -41,36 +42,15 @@ namespace langmon::backend {
 
 namespace {
 
-using tool::ClientStore;
-
 // CUPS hands a job over a pipe a few KiB at a time; blocks of this size keep
 // WritePort's calls few without holding much.
 constexpr unsigned BlockBytes = 16384;
-// How often the link looks at the side channel, and reads the printer's
-// view for CUPS.
-constexpr int SideChannelWaitMs = 250;
-constexpr auto ViewEvery = std::chrono::milliseconds(1000);
 // How long the job is followed after its end for the printer's report of
 // it, jams and empty trays included: CUPS shows them meanwhile, and cancels
 // the job if a person wants it gone.
 constexpr DWORD FollowLimitMs = 600000;
 // The longest a drain waits for the printer to take what it was given.
 constexpr auto DrainLimit = std::chrono::seconds(30);
-
-// Lines for CUPS from two threads, whole and in order.
-class CupsLines {
-public:
-    explicit CupsLines(std::ostream& out) : out_(out) {}
-    void Write(const std::string& line) {
-        const std::lock_guard hold(mutex_);
-        out_ << line << '\n' << std::flush;
-    }
-    void Debug(const std::string& what) { Write("DEBUG: langmon: " + platform::Printable(what)); }
-
-private:
-    std::mutex mutex_;
-    std::ostream& out_;
-};
 
 // A dotted OID ("1.3.6.1.2.1.1.1.0") as numbers; empty if it is not one.
 std::vector<unsigned long> OidNumbers(const std::string& text) {
@@ -84,78 +64,6 @@ std::vector<unsigned long> OidNumbers(const std::string& text) {
     return numbers;
 }
 
-// What CUPS is told and asked while the job runs, in one loop of its own:
-// the side channel's questions as they come, and every ViewEvery the
-// printer's view as a status client reads it, turned into STATE:, ATTR: and
-// INFO: lines when it changed.
-class CupsLink {
-public:
-    // `sources` answer the side channel, if there is one.
-    CupsLink(CupsLines& lines, std::string queue, bool foreign, std::optional<SideChannelSources> sources,
-             const std::atomic<bool>& writeFailing)
-        : lines_(lines), queue_(std::move(queue)), foreign_(foreign), sideChannel_(sources.has_value()),
-          sources_(std::move(sources).value_or(SideChannelSources{})), writeFailing_(writeFailing) {
-        sources_.keywords = [this] { return announcer_.Standing(); };
-        thread_ = std::thread([this] { Run(); });
-    }
-    ~CupsLink() { Stop(); }
-
-    // Ends the loop; every keyword announced is withdrawn, as the printer
-    // is no longer followed.
-    void Stop() {
-        if (!thread_.joinable()) return;
-        done_ = true;
-        thread_.join();
-        for (const std::string& line : announcer_.WithdrawAll()) lines_.Write(line);
-    }
-
-private:
-    void Run() {
-        std::string problem;
-        ClientStore store(queue_, &problem);
-        if (!store.IsOpen() && !foreign_) lines_.Debug("no status client of \"" + queue_ + "\": " + problem);
-        auto nextView = std::chrono::steady_clock::now();
-        bool answering = sideChannel_;
-        while (!done_) {
-            if (std::chrono::steady_clock::now() >= nextView) {
-                nextView += ViewEvery;
-                Announce(store);
-            }
-            if (answering) {
-                answering = ServeSideChannel(sources_, SideChannelWaitMs);
-            } else {
-                poll(nullptr, 0, SideChannelWaitMs);
-            }
-        }
-        Announce(store);
-    }
-
-    void Announce(const ClientStore& store) {
-        nlohmann::ordered_json printer = nlohmann::ordered_json::object();
-        if (store.IsOpen()) {
-            const std::vector<tool::ClientVariable> values = store.ReadAll();
-            printer = tool::PrinterJson(tool::ValueFacts(values), tool::ViewScope::Client);
-        } else if (foreign_) {
-            // No client follows a printer of another make; it is one all the same.
-            printer["condition"] = "unknown-model";
-        }
-        // A printer that takes none of the job is not answering, whatever
-        // its last reading said.
-        if (writeFailing_.load()) printer["state_reasons"].push_back("offline-report");
-        for (const std::string& line : announcer_.Update(printer)) lines_.Write(line);
-    }
-
-    CupsLines& lines_;
-    const std::string queue_;
-    const bool foreign_;
-    const bool sideChannel_;
-    SideChannelSources sources_;
-    const std::atomic<bool>& writeFailing_;
-    StateAnnouncer announcer_;
-    std::atomic<bool> done_{false};
-    std::thread thread_;
-};
-
 }  // namespace
 
 int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<bool>& cancelled) {
@@ -164,6 +72,12 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
     if (const std::string problem = tool::CheckPrinterTarget(job.deviceUri); !problem.empty()) {
         lines.Write("ERROR: " + platform::Printable(job.deviceUri) + ": " + platform::Printable(problem));
         return CUPS_BACKEND_STOP;
+    }
+    // A printer langmond owns gets its jobs through the daemon: the port
+    // is the daemon's.
+    const std::string socketPath = protocol::SocketPath();
+    if (const std::string held = tool::DaemonPrinterFor(job.deviceUri, socketPath); !held.empty()) {
+        return RunDaemonJob(job, held, socketPath, lines, cancelled);
     }
     platform::InputFile input = job.file.empty() ? platform::InputFile::StandardInput() : platform::InputFile(job.file);
     if (!input.Problem().empty()) {
@@ -242,7 +156,8 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
             return value;
         };
     }
-    CupsLink link(lines, queue, foreign, job.sideChannel ? std::optional(sources) : std::nullopt, writeFailing);
+    CupsLink link(lines, StoreView(lines, queue, foreign), job.sideChannel ? std::optional(sources) : std::nullopt,
+                  writeFailing);
 
     // The client's view of the job is followed from before it starts, so
     // that the printer's report of its end is not missed.

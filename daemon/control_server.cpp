@@ -45,7 +45,9 @@ struct ControlServer::Client {
     Peer peer;
     bool greeted = false;
     bool closing = false;  // let go once what is queued has gone
+    bool awaiting = false;  // a reply waits on a job's worker: nothing more is read
     protocol::FrameReader reader;
+    std::string unread;  // read, not yet fed to the reader: at most one read's worth
     std::string outbox;
     struct Handle {
         std::string printer;
@@ -61,11 +63,24 @@ struct ControlServer::Client {
     }
 };
 
+// One job at a printer, and the request of its client that waits on it.
+struct ControlServer::Job {
+    uint32_t id = 0;
+    uint64_t client = 0;  // 0 once its client has gone
+    std::optional<uint32_t> awaiting;  // the request whose reply the worker's next outcome gives
+    bool ending = false;  // end-job or cancel-job came: no more data
+    bool cancelling = false;  // cancel-job came: its reply is an "ok"
+    std::string printer, document, user;
+    std::string why;  // why it ends short, for the log
+    std::unique_ptr<JobWorker> worker;
+};
+
 ControlServer::ControlServer(PrinterHost& host, int listener, std::string daemonName)
     : host_(host), listener_(listener), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       daemonName_(std::move(daemonName)) {}
 
 ControlServer::~ControlServer() {
+    EndJobs();
     clients_.clear();
     if (listener_ >= 0) close(listener_);
     if (wake_ >= 0) close(wake_);
@@ -93,7 +108,10 @@ void ControlServer::Serve(int timeoutMs) {
     waits.push_back({listener_, POLLIN, 0});
     waits.push_back({wake_, POLLIN, 0});
     for (const auto& client : clients_) {
-        waits.push_back({client->fd, static_cast<short>(POLLIN | (client->outbox.empty() ? 0 : POLLOUT)), 0});
+        // A client whose reply waits on a printer is not read: its next
+        // chunk comes after the reply. Its hang-up is seen all the same.
+        const short in = client->awaiting ? 0 : POLLIN;
+        waits.push_back({client->fd, static_cast<short>(in | (client->outbox.empty() ? 0 : POLLOUT)), 0});
     }
     if (poll(waits.data(), waits.size(), timeoutMs) < 0 && errno != EINTR) return;
     if ((waits[1].revents & POLLIN) != 0) {
@@ -101,12 +119,31 @@ void ControlServer::Serve(int timeoutMs) {
         [[maybe_unused]] const ssize_t got = read(wake_, &count, sizeof count);
     }
     DeliverChanges();
+    DeliverJobOutcomes();
     // Clients in the order they were waited on; new ones wait for the next round.
     const std::size_t known = waits.size() - 2;
     for (std::size_t i = 0; i < known && i < clients_.size(); ++i) {
+        Client& client = *clients_[i];
         const short events = waits[i + 2].revents;
-        if ((events & (POLLIN | POLLHUP | POLLERR)) != 0) Read(*clients_[i]);
-        if ((events & POLLOUT) != 0 || !clients_[i]->outbox.empty()) Flush(*clients_[i]);
+        if (client.awaiting && client.fd >= 0 && (events & (POLLHUP | POLLERR)) != 0) {
+            close(client.fd);  // gone in the middle of a job: the job is ended below
+            client.fd = -1;
+        } else if ((events & (POLLIN | POLLHUP | POLLERR)) != 0 && client.fd >= 0 && !client.awaiting) {
+            Read(client);
+        }
+        if (client.fd >= 0 && ((events & POLLOUT) != 0 || !client.outbox.empty())) Flush(client);
+    }
+    // A client gone with a job at a printer: the job is ended at the printer,
+    // so that the port is never left inside a job; its worker is let go once done.
+    for (const auto& client : clients_) {
+        if (client->fd >= 0) continue;
+        for (const auto& job : jobs_) {
+            if (job->client != client->id) continue;
+            job->client = 0;
+            job->awaiting.reset();
+            job->why = "its client went away";
+            job->worker->Cancel();
+        }
     }
     clients_.erase(std::remove_if(clients_.begin(), clients_.end(),
                                   [](const auto& client) { return client->fd < 0; }),
@@ -134,33 +171,45 @@ void ControlServer::Accept() {
 }
 
 void ControlServer::Read(Client& client) {
-    char buffer[ReadChunkBytes];
-    const ssize_t got = recv(client.fd, buffer, sizeof buffer, 0);
-    if (got <= 0) {
-        if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
-        close(client.fd);  // gone: its handles and watches go with it
-        client.fd = -1;
-        return;
+    if (client.unread.empty()) {
+        char buffer[ReadChunkBytes];
+        const ssize_t got = recv(client.fd, buffer, sizeof buffer, 0);
+        if (got <= 0) {
+            if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
+            close(client.fd);  // gone: its handles, watches and jobs go with it
+            client.fd = -1;
+            return;
+        }
+        client.unread.assign(buffer, static_cast<std::size_t>(got));
     }
-    std::size_t used = 0;
-    while (used < static_cast<std::size_t>(got) && !client.closing) {
-        used += client.reader.Feed(buffer + used, static_cast<std::size_t>(got) - used);
+    Digest(client);
+    Flush(client);
+}
+
+// Answers the messages read so far, until one of them waits on a printer:
+// the rest stays unread until its reply has gone.
+void ControlServer::Digest(Client& client) {
+    while (client.fd >= 0 && !client.closing && !client.awaiting) {
         nlohmann::json message;
         protocol::FrameError error = protocol::FrameError::None;
-        protocol::FrameStatus status;
-        while ((status = client.reader.Next(&message, &error)) == protocol::FrameStatus::Message) {
+        const protocol::FrameStatus status = client.reader.Next(&message, &error);
+        if (status == protocol::FrameStatus::Message) {
             Answer(client, message);
-            if (client.closing) break;
+            continue;
         }
         if (status == protocol::FrameStatus::Failed) {
             const bool tooBig = error == protocol::FrameError::TooBig;
             client.closing = true;
+            client.unread.clear();
             Send(client, Error(std::nullopt, tooBig ? ErrorCode::TooBig : ErrorCode::BadMessage,
                                tooBig ? "a message is at most " + std::to_string(protocol::MaxMessageBytes) + " bytes"
                                       : "not a message: a 4-byte length and one JSON object"));
+            return;
         }
+        if (client.unread.empty()) return;
+        client.unread.erase(0, client.reader.Feed(client.unread.data(), client.unread.size()));
     }
-    Flush(client);
+    if (client.closing) client.unread.clear();
 }
 
 void ControlServer::Send(Client& client, const nlohmann::json& message) {
@@ -230,6 +279,7 @@ void ControlServer::Answer(Client& client, const nlohmann::json& message) {
         fail(id, ErrorCode::BadMessage, "the first message is a hello");
         return;
     }
+    if (AnswerJob(client, request)) return;
     const auto handleOf = [&](uint32_t handle) -> Client::Handle* {
         const auto found = client.handles.find(handle);
         return found == client.handles.end() ? nullptr : &found->second;
@@ -307,6 +357,139 @@ void ControlServer::Answer(Client& client, const nlohmann::json& message) {
         }
         client.watches.erase(found);
         reply(protocol::OkReply{id});
+    }
+}
+
+// The job requests: "job" starts a worker, "data", "end-job" and
+// "cancel-job" hand it what to do; each reply waits for the worker's
+// outcome (DeliverJobOutcomes). False for a request that is not of a job.
+bool ControlServer::AnswerJob(Client& client, const protocol::Request& request) {
+    const uint32_t id = std::visit([](const auto& r) { return r.id; }, request);
+    const auto fail = [&](ErrorCode code, const std::string& words) {
+        Send(client, Error(id, code, words));
+        return true;
+    };
+    const auto jobOf = [&](uint32_t job) -> Job* {
+        for (const auto& held : jobs_) {
+            if (held->id == job && held->client == client.id && !held->ending) return held.get();
+        }
+        return nullptr;
+    };
+    if (const auto* start = std::get_if<protocol::JobRequest>(&request)) {
+        if (!client.peer.mayWrite) return fail(ErrorCode::Denied, "only root and members of the group lp may send jobs");
+        const MONITOR* monitor = nullptr;
+        HANDLE port = nullptr;
+        if (!host_.JobPort(start->printer, &monitor, &port)) {
+            return fail(ErrorCode::UnknownPrinter, "no printer \"" + start->printer + "\"");
+        }
+        // One job at a time at a printer, as a port takes one: a second is
+        // refused at once rather than queued, so that the daemon holds
+        // nothing for it; its client asks again when it will.
+        for (const auto& held : jobs_) {
+            if (held->worker->Printer() == start->printer) {
+                return fail(ErrorCode::Busy, "the printer \"" + start->printer + "\" has another job at it");
+            }
+        }
+        auto job = std::make_unique<Job>();
+        job->id = nextJob_++;
+        if (nextJob_ == 0) nextJob_ = 1;
+        job->client = client.id;
+        job->awaiting = id;
+        job->printer = start->printer;
+        job->document = start->document;
+        job->user = start->user;
+        job->worker = std::make_unique<JobWorker>(
+            *monitor, port, JobWorker::Ticket{job->id, start->printer, start->document, start->user}, [this] { Wake(); });
+        jobs_.push_back(std::move(job));
+        client.awaiting = true;
+        return true;
+    }
+    Job* job = nullptr;
+    if (const auto* data = std::get_if<protocol::DataRequest>(&request)) {
+        if ((job = jobOf(data->job)) == nullptr) return fail(ErrorCode::BadHandle, "no such job");
+        job->worker->Write(data->bytes);
+    } else if (const auto* end = std::get_if<protocol::EndJobRequest>(&request)) {
+        if ((job = jobOf(end->job)) == nullptr) return fail(ErrorCode::BadHandle, "no such job");
+        job->ending = true;
+        job->worker->End();
+    } else if (const auto* cancel = std::get_if<protocol::CancelJobRequest>(&request)) {
+        if ((job = jobOf(cancel->job)) == nullptr) return fail(ErrorCode::BadHandle, "no such job");
+        job->ending = true;
+        job->cancelling = true;
+        job->why = "cancelled by its client";
+        job->worker->Cancel();
+    } else {
+        return false;
+    }
+    job->awaiting = id;
+    client.awaiting = true;
+    return true;
+}
+
+void ControlServer::Reply(uint64_t clientId, const protocol::DaemonMessage& message) {
+    for (const auto& client : clients_) {
+        if (client->id != clientId || client->fd < 0) continue;
+        client->awaiting = false;
+        Send(*client, protocol::ToJson(message));
+        // What the client sent meanwhile is answered now, in order.
+        Digest(*client);
+        Flush(*client);
+    }
+}
+
+// A job's start and end in the daemon's log.
+std::string ControlServer::JobLine(const Job& job, const JobOutcome& outcome) {
+    std::string line = "job " + std::to_string(job.id) + " at \"" + job.printer + "\"";
+    if (outcome.step == JobOutcome::Step::Started) {
+        return line + (outcome.ok ? " started, \"" + job.document + "\" for " + job.user : ": " + outcome.words);
+    }
+    if (outcome.step != JobOutcome::Step::Ended) return "";
+    line += " ended at the printer after " + std::to_string(outcome.taken) + " bytes";
+    if (!outcome.ok) return line + "; " + outcome.words;
+    if (!job.why.empty()) return line + ": " + job.why;
+    return line + (outcome.pages ? "; the printer reported " + std::to_string(*outcome.pages) + " pages"
+                                 : "; the printer did not report its end in time");
+}
+
+void ControlServer::DeliverJobOutcomes() {
+    for (std::size_t i = 0; i < jobs_.size(); ++i) {
+        Job& job = *jobs_[i];
+        // Finished first: once it is, every outcome has been told.
+        const bool finished = job.worker->Finished();
+        for (const JobOutcome& outcome : job.worker->TakeOutcomes()) {
+            const std::string line = JobLine(job, outcome);
+            if (log_ && !line.empty()) log_(line);
+            if (!job.awaiting || job.client == 0) continue;
+            const uint32_t request = *job.awaiting;
+            job.awaiting.reset();
+            protocol::DaemonMessage reply = protocol::OkReply{request};
+            if (!outcome.ok) {
+                reply = ErrorReply{request, ErrorCode::Failed, outcome.words};
+            } else if (outcome.step == JobOutcome::Step::Started) {
+                reply = protocol::JobStartedReply{request, job.id};
+            } else if (outcome.step == JobOutcome::Step::Ended && job.ending && !job.cancelling) {
+                reply = protocol::JobEndedReply{request, outcome.pages};
+            }
+            Reply(job.client, reply);
+        }
+        if (finished) {
+            jobs_.erase(jobs_.begin() + static_cast<std::ptrdiff_t>(i));  // joins a thread that is done
+            --i;
+        }
+    }
+}
+
+void ControlServer::EndJobs(const std::string& printer) {
+    for (std::size_t i = 0; i < jobs_.size(); ++i) {
+        Job& job = *jobs_[i];
+        if (!printer.empty() && job.worker->Printer() != printer) continue;
+        job.worker->Cancel();
+        if (log_) log_("job " + std::to_string(job.id) + " at \"" + job.printer + "\" is ended: the daemon lets the printer go");
+        if (job.awaiting && job.client != 0) {
+            Reply(job.client, ErrorReply{*job.awaiting, ErrorCode::Failed, "the daemon let the printer go"});
+        }
+        jobs_.erase(jobs_.begin() + static_cast<std::ptrdiff_t>(i));  // ends the job at the printer and joins
+        --i;
     }
 }
 

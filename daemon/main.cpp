@@ -140,6 +140,7 @@ int main(int argc, char** argv) {
     }
     ControlServer server(host, listener, std::string("langmond ") + LANGMON_VERSION);
     wakeable = &server;
+    server.SetLog(Say);
     AddPrinters(host, config.printers);
     Say("serving " + std::to_string(host.Printers().size()) + " printers on " + config.socket);
     sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
@@ -157,6 +158,7 @@ int main(int argc, char** argv) {
             const ConfigChange change = CompareConfigs(config, fresh);
             for (const auto* list : {&change.removed, &change.changed}) {
                 for (const PrinterConfig& printer : *list) {
+                    server.EndJobs(printer.name);
                     host.Remove(printer.name);
                     Say("printer \"" + printer.name + "\" let go");
                 }
@@ -170,6 +172,7 @@ int main(int argc, char** argv) {
     sd_notify(0, "STOPPING=1");
     wakeable = nullptr;
     Say("closing " + std::to_string(host.Printers().size()) + " ports");
+    server.EndJobs();
     host.CloseAll();
     if (!options.socketPath.empty() || sd_listen_fds(0) <= 0) unlink(config.socket.c_str());
     Say("stopped");

@@ -135,6 +135,15 @@ bool PrinterHost::Holds(const std::string& name) const {
     return std::any_of(ports_.begin(), ports_.end(), [&](const auto& port) { return port->printer.name == name; });
 }
 
+bool PrinterHost::JobPort(const std::string& name, const MONITOR** monitor, HANDLE* port) const {
+    std::lock_guard hold(mutex_);
+    const auto found = std::find_if(ports_.begin(), ports_.end(), [&](const auto& p) { return p->printer.name == name; });
+    if (found == ports_.end()) return false;
+    *monitor = &monitor_;
+    *port = (*found)->handle;
+    return true;
+}
+
 nlohmann::ordered_json PrinterHost::View(const std::string& name) const {
     if (!Holds(name)) return nullptr;
     std::string problem;

@@ -51,6 +51,10 @@ public:
     // The printer as its status client sees it: the "printer" object of
     // `langmon status --json`; null for a name not held.
     nlohmann::ordered_json View(const std::string& name) const;
+    // The monitor and the open port of printer `name`, for a job sent on
+    // it; false for a name not held. The port stays open until the printer
+    // is let go (Remove, CloseAll): its jobs must end before.
+    bool JobPort(const std::string& name, const MONITOR** monitor, HANDLE* port) const;
 
 private:
     struct Port;

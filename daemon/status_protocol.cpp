@@ -26,7 +26,7 @@ struct ErrorCodeRow {
 };
 
 // In the order of ErrorCode, so that a code is its row's index.
-constexpr std::array<ErrorCodeRow, 9> ErrorCodes = {{
+constexpr std::array<ErrorCodeRow, 10> ErrorCodes = {{
     {ErrorCode::BadMessage, "bad-message", true},
     {ErrorCode::TooBig, "too-big", true},
     {ErrorCode::Version, "version", true},
@@ -36,6 +36,7 @@ constexpr std::array<ErrorCodeRow, 9> ErrorCodes = {{
     {ErrorCode::Denied, "denied", false},
     {ErrorCode::Limit, "limit", false},
     {ErrorCode::Failed, "failed", false},
+    {ErrorCode::Busy, "busy", false},
 }};
 
 constexpr bool ErrorCodesInOrder() {
@@ -270,12 +271,13 @@ public:
         return Text(key, IsValidVariableName, "a variable name of 1 to 64 bytes of printable ASCII", out);
     }
 
-    bool Value(const char* key, std::vector<uint8_t>* out) {
+    // Lowercase hex of at most `most` bytes (MaxValueBytes and MaxDataBytes are both 16384).
+    bool Value(const char* key, std::vector<uint8_t>* out, std::size_t most = MaxValueBytes) {
         const json* value = Find(key);
         if (value == nullptr) return false;
-        if (!value->is_string() || value->get_ref<const std::string&>().size() > 2 * MaxValueBytes ||
+        if (!value->is_string() || value->get_ref<const std::string&>().size() > 2 * most ||
             !FromHex(value->get_ref<const std::string&>(), out)) {
-            return Refuse(Quoted(key) + " must be lowercase hex of at most 16384 bytes");
+            return Refuse(Quoted(key) + " must be lowercase hex of at most " + std::to_string(most) + " bytes");
         }
         return true;
     }
@@ -402,15 +404,49 @@ bool ReadUnwatch(Fields& fields, uint32_t id, Request* request) {
     return true;
 }
 
+bool ReadJob(Fields& fields, uint32_t id, Request* request) {
+    JobRequest job{id, {}, {}, {}};
+    const char* rule = "a text of at most 255 bytes without control characters";
+    if (!fields.PrinterName("printer", &job.printer) || !fields.Text("document", IsClientText, rule, &job.document) ||
+        !fields.Text("user", IsClientText, rule, &job.user)) {
+        return false;
+    }
+    *request = std::move(job);
+    return true;
+}
+
+bool ReadData(Fields& fields, uint32_t id, Request* request) {
+    DataRequest data{id, 0, {}};
+    if (!fields.Number("job", 1, &data.job) || !fields.Value("bytes", &data.bytes, MaxDataBytes)) return false;
+    *request = std::move(data);
+    return true;
+}
+
+bool ReadEndJob(Fields& fields, uint32_t id, Request* request) {
+    EndJobRequest end{id, 0};
+    if (!fields.Number("job", 1, &end.job)) return false;
+    *request = end;
+    return true;
+}
+
+bool ReadCancelJob(Fields& fields, uint32_t id, Request* request) {
+    CancelJobRequest cancel{id, 0};
+    if (!fields.Number("job", 1, &cancel.job)) return false;
+    *request = cancel;
+    return true;
+}
+
 struct RequestRow {
     std::string_view type;
     RequestReader read;
 };
 
 constexpr RequestRow RequestRows[] = {
-    {"hello", ReadHello},  {"printers", ReadPrinters}, {"status", ReadStatus},
-    {"open", ReadOpen},    {"close", ReadClose},       {"get", ReadGet},
-    {"set", ReadSet},      {"watch", ReadWatch},       {"unwatch", ReadUnwatch},
+    {"hello", ReadHello},    {"printers", ReadPrinters}, {"status", ReadStatus},
+    {"open", ReadOpen},      {"close", ReadClose},       {"get", ReadGet},
+    {"set", ReadSet},        {"watch", ReadWatch},       {"unwatch", ReadUnwatch},
+    {"job", ReadJob},        {"data", ReadData},         {"end-job", ReadEndJob},
+    {"cancel-job", ReadCancelJob},
 };
 
 bool ReadRequest(const json& message, Request* request, ErrorReply* error) {
@@ -551,6 +587,28 @@ bool ReadChangedEvent(Fields& fields, const json&, DaemonMessage* parsed) {
     return true;
 }
 
+bool ReadJobStartedReply(Fields& fields, const json&, DaemonMessage* parsed) {
+    JobStartedReply reply{0, 0};
+    if (!ReadId(fields, &reply.id) || !fields.Number("job", 1, &reply.job)) return false;
+    *parsed = reply;
+    return true;
+}
+
+bool ReadJobEndedReply(Fields& fields, const json&, DaemonMessage* parsed) {
+    JobEndedReply reply{0, std::nullopt};
+    if (!ReadId(fields, &reply.id)) return false;
+    // null when the printer did not report the job's end in time.
+    const json* pages = fields.Find("pages");
+    if (pages == nullptr) return false;
+    if (!pages->is_null()) {
+        uint32_t count = 0;
+        if (!fields.Number("pages", 0, &count)) return false;
+        reply.pages = count;
+    }
+    *parsed = reply;
+    return true;
+}
+
 struct DaemonRow {
     std::string_view type;
     DaemonReader read;
@@ -560,6 +618,7 @@ constexpr DaemonRow DaemonRows[] = {
     {"hello", ReadHelloReply}, {"printers", ReadPrintersReply}, {"status", ReadStatusReply},
     {"opened", ReadOpenedReply}, {"ok", ReadOkReply},           {"value", ReadValueReply},
     {"watching", ReadWatchingReply}, {"error", ReadErrorReply}, {"changed", ReadChangedEvent},
+    {"job-started", ReadJobStartedReply}, {"job-ended", ReadJobEndedReply},
 };
 
 bool ReadDaemonMessage(const json& message, DaemonMessage* parsed, std::string* why) {
@@ -632,6 +691,15 @@ json ToJson(const Request& request) {
             [](const UnwatchRequest& r) -> json {
                 return {{"type", "unwatch"}, {"id", r.id}, {"handle", r.handle}, {"watch", r.watch}};
             },
+            [](const JobRequest& r) -> json {
+                return {{"type", "job"}, {"id", r.id}, {"printer", r.printer}, {"document", r.document},
+                        {"user", r.user}};
+            },
+            [](const DataRequest& r) -> json {
+                return {{"type", "data"}, {"id", r.id}, {"job", r.job}, {"bytes", ToHex(r.bytes)}};
+            },
+            [](const EndJobRequest& r) -> json { return {{"type", "end-job"}, {"id", r.id}, {"job", r.job}}; },
+            [](const CancelJobRequest& r) -> json { return {{"type", "cancel-job"}, {"id", r.id}, {"job", r.job}}; },
         },
         request);
 }
@@ -663,6 +731,10 @@ json ToJson(const DaemonMessage& message) {
             },
             [](const ChangedEvent& r) -> json {
                 return {{"type", "changed"}, {"handle", r.handle}, {"watch", r.watch}, {"name", r.name}};
+            },
+            [](const JobStartedReply& r) -> json { return {{"type", "job-started"}, {"id", r.id}, {"job", r.job}}; },
+            [](const JobEndedReply& r) -> json {
+                return {{"type", "job-ended"}, {"id", r.id}, {"pages", r.pages ? json(*r.pages) : json(nullptr)}};
             },
         },
         message);

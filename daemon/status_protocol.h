@@ -49,6 +49,9 @@ inline constexpr std::size_t MaxPrinterNameBytes = 255;
 inline constexpr std::size_t MaxVariableNameBytes = 64;
 inline constexpr std::size_t MaxValueBytes = 16384;
 inline constexpr std::size_t MaxWatchNames = 64;
+// A job's bytes travel in chunks of at most this many, each answered once
+// the printer has taken it: the daemon holds one chunk per job at most.
+inline constexpr std::size_t MaxDataBytes = MaxValueBytes;
 // Enforced by the daemon, per connection and in all.
 inline constexpr std::size_t MaxHandlesPerClient = 32;
 inline constexpr std::size_t MaxWatchesPerClient = 64;
@@ -70,9 +73,10 @@ enum class ErrorCode {
     UnknownPrinter,  // "unknown-printer"
     BadHandle,       // "bad-handle": a handle or watch this client does not hold
     NoVariable,      // "no-variable": the printer has no such variable
-    Denied,          // "denied": the peer may not do this (a "set" by a user outside lp)
+    Denied,          // "denied": the peer may not do this (a "set" or a job by a user outside lp)
     Limit,           // "limit": too many clients, handles or watches
     Failed,          // "failed": the daemon could not do it
+    Busy,            // "busy": the printer has a job of another client at it
 };
 
 std::string_view ErrorCodeWord(ErrorCode code);
@@ -173,8 +177,36 @@ struct UnwatchRequest {
     bool operator==(const UnwatchRequest&) const = default;
 };
 
+// A job for one of the daemon's printers: the document's name and the user
+// as the spooler's job list shows them.
+struct JobRequest {
+    uint32_t id = 0;
+    std::string printer;
+    std::string document;
+    std::string user;
+    bool operator==(const JobRequest&) const = default;
+};
+// The job's next bytes, at most MaxDataBytes.
+struct DataRequest {
+    uint32_t id = 0;
+    uint32_t job = 0;
+    std::vector<uint8_t> bytes;
+    bool operator==(const DataRequest&) const = default;
+};
+struct EndJobRequest {
+    uint32_t id = 0;
+    uint32_t job = 0;
+    bool operator==(const EndJobRequest&) const = default;
+};
+struct CancelJobRequest {
+    uint32_t id = 0;
+    uint32_t job = 0;
+    bool operator==(const CancelJobRequest&) const = default;
+};
+
 using Request = std::variant<HelloRequest, PrintersRequest, StatusRequest, OpenRequest, CloseRequest,
-                             GetRequest, SetRequest, WatchRequest, UnwatchRequest>;
+                             GetRequest, SetRequest, WatchRequest, UnwatchRequest, JobRequest, DataRequest,
+                             EndJobRequest, CancelJobRequest>;
 
 // ---------------------------------------------------------------- replies and events
 
@@ -237,6 +269,19 @@ struct WatchingReply {
     bool operator==(const WatchingReply&) const = default;
 };
 
+struct JobStartedReply {
+    uint32_t id = 0;
+    uint32_t job = 0;
+    bool operator==(const JobStartedReply&) const = default;
+};
+// The printer's report of the job's end: the pages it printed; none when
+// it did not report the end in time.
+struct JobEndedReply {
+    uint32_t id = 0;
+    std::optional<uint32_t> pages;
+    bool operator==(const JobEndedReply&) const = default;
+};
+
 // A watched variable changed; it comes whenever it happens, between replies.
 struct ChangedEvent {
     uint32_t handle = 0;
@@ -247,7 +292,7 @@ struct ChangedEvent {
 
 // Everything the daemon sends.
 using DaemonMessage = std::variant<HelloReply, PrintersReply, StatusReply, OpenedReply, OkReply, ValueReply,
-                                   WatchingReply, ErrorReply, ChangedEvent>;
+                                   WatchingReply, ErrorReply, ChangedEvent, JobStartedReply, JobEndedReply>;
 
 // ---------------------------------------------------------------- reading and writing
 

@@ -2,6 +2,7 @@
 // from a stream however it arrives, and every message checked field by field
 // against the documented types and limits, just inside and just over each.
 
+#include "daemon/job_stream.h"
 #include "daemon/status_protocol.h"
 
 #include <gtest/gtest.h>
@@ -154,6 +155,17 @@ TEST(StatusProtocol, RequestsAreTypedOrRefusedWithTheirIdAndCode) {
         {R"({"type":"watch","id":1,"handle":2,"names":["A",1]})", {}},
         {R"({"type":"unwatch","id":1,"handle":2,"watch":3})", UnwatchRequest{1, 2, 3}},
         {R"({"type":"unwatch","id":1,"handle":2,"watch":0})", {}},
+        {R"({"type":"job","id":1,"printer":"office","document":"report.ps","user":""})",
+         JobRequest{1, "office", "report.ps", ""}},
+        {R"({"type":"job","id":1,"printer":"office","document":"a\nb","user":"ann"})", {}},
+        {R"({"type":"job","id":1,"printer":"office","user":"ann"})", {}},
+        {R"({"type":"data","id":1,"job":4,"bytes":")" + Hex(MaxDataBytes) + "\"}",
+         DataRequest{1, 4, std::vector<uint8_t>(MaxDataBytes, 0xaa)}},
+        {R"({"type":"data","id":1,"job":4,"bytes":")" + Hex(MaxDataBytes + 1) + "\"}", {}},
+        {R"({"type":"data","id":1,"job":0,"bytes":""})", {}},
+        {R"({"type":"end-job","id":1,"job":4})", EndJobRequest{1, 4}},
+        {R"({"type":"cancel-job","id":1,"job":4})", CancelJobRequest{1, 4}},
+        {R"({"type":"cancel-job","id":1})", {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 120));
@@ -205,6 +217,11 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
         {R"({"type":"error","code":"too-big","message":"a frame is at most 65536 bytes"})",
          ErrorReply{std::nullopt, ErrorCode::TooBig, "a frame is at most 65536 bytes"}},
         {R"({"type":"changed","handle":3,"watch":9,"name":"PrinterStatus"})", ChangedEvent{3, 9, "PrinterStatus"}},
+        {R"({"type":"job-started","id":9,"job":1})", JobStartedReply{9, 1}},
+        {R"({"type":"job-ended","id":10,"pages":3})", JobEndedReply{10, 3}},
+        {R"({"type":"job-ended","id":10,"pages":null})", JobEndedReply{10, std::nullopt}},
+        {R"({"type":"error","id":11,"code":"busy","message":"office prints another client's job"})",
+         ErrorReply{11, ErrorCode::Busy, "office prints another client's job"}},
     };
     for (const auto& [text, expected] : good) {
         SCOPED_TRACE(text);
@@ -231,6 +248,9 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
         R"({"type":"error","id":"8","code":"failed","message":"m"})",
         R"({"type":"changed","handle":3,"watch":9,"name":"Printer\nStatus"})",
         R"({"type":"opend","id":4,"handle":1})",
+        R"({"type":"job-started","id":9,"job":0})",
+        R"({"type":"job-ended","id":10})",
+        R"({"type":"job-ended","id":10,"pages":"3"})",
         R"([])",
     };
     for (const std::string& text : bad) {
@@ -244,6 +264,29 @@ TEST(StatusProtocol, DaemonMessagesAreTypedAndAMisbehavingDaemonIsRefused) {
     EXPECT_EQ(ToHex(std::vector<uint8_t>{0x00, 0x7f, 0xff}), "007fff");
     EXPECT_FALSE(FromHex("0g", &bytes));
     EXPECT_EQ(bytes, std::vector<uint8_t>{1});
+}
+
+// Whatever a spooler calls a job, and whoever it says sent it, the daemon
+// takes: the texts are cut to what a "job" may hold, never refused.
+TEST(StatusProtocol, AJobsTextsAreMadeWhatTheDaemonTakes) {
+    const std::string e = "\xc3\xa9";  // é
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"report.ps", "report.ps"},
+        {"Quarterly " + e + "t" + e, "Quarterly " + e + "t" + e},
+        {"a\tb\x7f" "c\xc2\x85", "a?b?c?"},
+        {"bad \xff\xc3 \xe0\x80\x80 \xed\xa0\x80 \xf4\x90\x80\x80", "bad ?? ??? ??? ????"},
+        {std::string(300, 'x'), std::string(MaxClientTextBytes, 'x')},
+        {std::string(254, 'x') + e, std::string(254, 'x')},  // a character is never cut in two
+    };
+    for (const auto& [given, taken] : cases) {
+        SCOPED_TRACE(given.substr(0, 40));
+        EXPECT_EQ(JobText(given), taken);
+        Request request;
+        ErrorReply error;
+        const JobRequest job{1, "office", JobText(given), JobText(given)};
+        EXPECT_TRUE(ParseRequest(json::parse(EncodeFrame(ToJson(Request{job})).substr(4)), &request, &error))
+            << error.message;
+    }
 }
 
 }  // namespace

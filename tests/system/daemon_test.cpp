@@ -3,7 +3,8 @@
 // emulate` whose jam a watching client sees come and go, `langmon printers`
 // from another process, clients that send nonsense or too much let go while
 // the watcher carries on, a reload that adds a printer, and a SIGTERM that
-// winds every port up.
+// winds every port up. And jobs through the daemon, from `langmon print`
+// and from the CUPS backend, with one whose client is killed in the middle.
 
 #include "child_process.h"
 
@@ -18,7 +19,10 @@
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 namespace {
@@ -26,6 +30,7 @@ namespace {
 namespace fs = std::filesystem;
 using langmon::testing::Child;
 using langmon::testing::Finish;
+using langmon::testing::ReadWhole;
 using langmon::testing::ReadUntil;
 using langmon::testing::RunToEnd;
 using langmon::testing::Start;
@@ -139,6 +144,121 @@ TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
     EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(10));
     EXPECT_FALSE(fs::exists(socketPath));
     EXPECT_EQ(Finish(printer, SIGTERM), 0);
+    fs::remove_all(root);
+}
+
+std::size_t Count(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+    return count;
+}
+
+TEST(Langmond, SendsJobsOfThePrintCommandAndTheBackendThroughItsPortAndEndsOneWhoseClientIsKilled) {
+    char folder[] = "/tmp/langmon-daemon-jobs-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    const fs::path root = folder;
+    const std::string socketPath = (root / "langmond.sock").string();
+    const std::string received = (root / "received").string();
+    const std::string inSocket = "LANGMON_SOCKET=" + socketPath;
+    const std::string brochure = std::string(LANGMON_EXAMPLES) + "/brochure.ps";
+
+    Child printer = Start({LANGMON_COMMAND, "emulate", "--printer", "emulator:page-time=100", "--listen",
+                           "127.0.0.1:0", "--snmp", "127.0.0.1:0", "--received", received});
+    std::string address;
+    ASSERT_TRUE(ReadUntil(printer.output, &address, "\n", 3000)) << address;
+    address = address.substr(0, address.find('\n'));
+    Child daemon = Start({LANGMON_DAEMON, "--socket", socketPath, "--printer", "office=" + address}, true);
+    std::string log;
+    ASSERT_TRUE(ReadUntil(daemon.output, &log, "serving 1 printers", 5000)) << log;
+
+    // By the daemon's name of the printer: the job goes through its port,
+    // and the printer's report of the job's end comes back.
+    std::string told;
+    EXPECT_EQ(RunToEnd({"/usr/bin/env", inSocket, LANGMON_COMMAND, "print", brochure, "--printer", "office"}, &told), 0)
+        << told;
+    for (const char* line : {"to printer \"office\" of langmond", "job             job 1, started",
+                             "data            1 chunk, 404 bytes taken by the printer",
+                             "end-job         the printer reported the job's end: 3 pages printed"}) {
+        EXPECT_TRUE(Has(told, line)) << line << " is not in\n" << told;
+    }
+    EXPECT_TRUE(ReadUntil(daemon.output, &log,
+                          "job 1 at \"office\" ended at the printer after 404 bytes; the printer reported 3 pages",
+                          3000))
+        << log;
+
+    // The CUPS backend, for a queue whose device URI is the printer's
+    // address: through the daemon, its pages from the daemon's view.
+    EXPECT_EQ(RunToEnd({"/usr/bin/env", inSocket, "DEVICE_URI=" + address, "PRINTER=office-queue", LANGMON_BACKEND,
+                        "41", "ann", "brochure", "1", "", brochure},
+                       &told),
+              0)
+        << told;
+    EXPECT_TRUE(Has(told, "the printer is langmond's \"office\"")) << told;
+    EXPECT_TRUE(Has(told, "PAGE: total 3\n")) << told;
+    EXPECT_TRUE(Has(told, "ATTR: marker-colors=")) << told;
+    EXPECT_TRUE(ReadUntil(daemon.output, &log, "job 2 at \"office\" started, \"brochure\" for ann", 3000)) << log;
+
+    // A client killed once its first chunk is at the printer, while it
+    // waits for more of its job: the daemon ends the job at the printer.
+    const std::string fifo = (root / "job").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    Child cut = Start({"/usr/bin/env", inSocket, LANGMON_COMMAND, "print", fifo, "--printer", "office"});
+    const int feed = open(fifo.c_str(), O_WRONLY);
+    ASSERT_GE(feed, 0);
+    const std::string part(protocol::MaxDataBytes + 1, 'Q');
+    ASSERT_EQ(write(feed, part.data(), part.size()), static_cast<ssize_t>(part.size()));
+    std::string cutSaid;
+    EXPECT_TRUE(ReadUntil(cut.output, &cutSaid, "job 3, started", 5000)) << cutSaid;
+    // The last byte is read once the first chunk's "ok" came.
+    int unread = 1;
+    for (int tries = 0; tries < 100 && ioctl(feed, FIONREAD, &unread) == 0 && unread != 0; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    EXPECT_EQ(unread, 0);
+    // Meanwhile the printer is another client's: a job of its own is
+    // refused at once, and the job it does not hold is not its to feed.
+    protocol::StatusClient other;
+    std::string problem;
+    ASSERT_TRUE(other.Connect(socketPath, "daemon test", &problem)) << problem;
+    protocol::DaemonMessage reply;
+    ASSERT_TRUE(other.Ask(protocol::JobRequest{0, "office", "other", "bob"}, &reply, &problem)) << problem;
+    const auto* busy = std::get_if<protocol::ErrorReply>(&reply);
+    ASSERT_NE(busy, nullptr);
+    EXPECT_EQ(busy->code, protocol::ErrorCode::Busy) << busy->message;
+    ASSERT_TRUE(other.Ask(protocol::DataRequest{0, 3, {'X'}}, &reply, &problem)) << problem;
+    ASSERT_TRUE(std::holds_alternative<protocol::ErrorReply>(reply));
+    EXPECT_EQ(std::get<protocol::ErrorReply>(reply).code, protocol::ErrorCode::BadHandle);
+    EXPECT_EQ(Finish(cut, SIGKILL), -1);
+    close(feed);
+    EXPECT_TRUE(ReadUntil(daemon.output, &log,
+                          "job 3 at \"office\" ended at the printer after 16384 bytes: its client went away", 5000))
+        << log;
+
+    // The daemon carries on, and the printer is free for the next job: one
+    // that starts and is cancelled before a byte.
+    ASSERT_TRUE(other.Ask(protocol::JobRequest{0, "office", "other", "bob"}, &reply, &problem)) << problem;
+    ASSERT_TRUE(std::holds_alternative<protocol::JobStartedReply>(reply));
+    EXPECT_EQ(std::get<protocol::JobStartedReply>(reply).job, 4u);
+    ASSERT_TRUE(other.Ask(protocol::CancelJobRequest{0, 4}, &reply, &problem)) << problem;
+    EXPECT_TRUE(std::holds_alternative<protocol::OkReply>(reply));
+    EXPECT_TRUE(ReadUntil(daemon.output, &log,
+                          "job 4 at \"office\" ended at the printer after 0 bytes: cancelled by its client", 3000))
+        << log;
+
+    EXPECT_EQ(Finish(daemon, SIGTERM), 0);
+    EXPECT_EQ(Finish(printer, SIGTERM), 0);
+    // The printer got every job whole, the cut one up to its cut, and the
+    // end of each: the port was never left inside a job.
+    const std::string bytes = ReadWhole(received);
+    const std::string job = ReadWhole(brochure);
+    EXPECT_EQ(Count(bytes, job), 2u);
+    EXPECT_EQ(Count(bytes, std::string(protocol::MaxDataBytes, 'Q')), 1u);
+    EXPECT_EQ(Count(bytes, std::string(protocol::MaxDataBytes + 1, 'Q')), 0u);
+    // The job cancelled before a byte sent nothing, not even its start.
+    EXPECT_EQ(Count(bytes, "@PJL JOB NAME="), 3u);
+    EXPECT_EQ(Count(bytes, "@PJL EOJ NAME="), 3u);
+    const std::size_t cutAt = bytes.find(std::string(protocol::MaxDataBytes, 'Q'));
+    EXPECT_NE(bytes.find("@PJL EOJ NAME=", cutAt), std::string::npos) << "the cut job ends at the printer";
     fs::remove_all(root);
 }
 

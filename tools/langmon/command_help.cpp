@@ -64,6 +64,8 @@ constexpr const char* PrintHelp =
     "emulated printer gets one of its own, \"langmon\". A printer that stops\n"
     "with the job (a jam, an open cover, no paper, no answer) has it given up\n"
     "after 10 s. FILE is read as it is sent: a pipe or a device will do.\n"
+    "A printer that langmond serves (--printer NAME, its name there, or its\n"
+    "address) gets the job through the daemon, which holds its port.\n"
     "\n"
     "Options:\n";
 

@@ -1,6 +1,8 @@
 #include "print_command.h"
 
 #include "client_view.h"
+#include "daemon_print.h"
+#include "daemon_printer.h"
 #include "error_words.h"
 #include "job_progress_view.h"
 #include "job_report.h"
@@ -14,6 +16,7 @@
 #include "progress_line.h"
 #include "status_report.h"
 
+#include "daemon/status_protocol.h"
 #include "framing/job_record.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
@@ -116,14 +119,36 @@ bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* opti
         return false;
     }
     if (std::string problem = CheckPrinterTarget(options->printer); !problem.empty()) {
-        *error = problem;
-        return false;
+        // A printer of langmond is named by its name: whether the daemon
+        // serves one is asked when the job runs. A text with a colon is
+        // meant as an address, and what is wrong with it is said at once.
+        if (!protocol::IsValidPrinterName(options->printer) || options->printer.find(':') != std::string::npos) {
+            *error = problem;
+            return false;
+        }
+        options->addressProblem = problem;
+        return true;
     }
     if (!options->portGiven) options->portName = ChoosePortName(options->printer, "");
     return true;
 }
 
 int RunPrint(const PrintOptions& options, std::ostream& shown, std::ostream& err, const std::atomic<bool>& interrupted) {
+    // A printer the daemon owns is reached through it: its port is the
+    // daemon's. The emulated printer is each process's own.
+    PrinterAddress address;
+    if (!options.addressProblem.empty() || (ParsePrinterAddress(options.printer, &address).empty() &&
+                                            address.kind != AddressKind::Emulator)) {
+        const std::string socketPath = protocol::SocketPath();
+        if (const std::string held = DaemonPrinterFor(options.printer, socketPath); !held.empty()) {
+            return RunDaemonPrint(options, held, socketPath, shown, err, interrupted);
+        }
+        if (!options.addressProblem.empty()) {
+            err << "langmon print: " << platform::Printable(options.addressProblem)
+                << ", nor a printer of langmond; see 'langmon print --help'\n";
+            return 2;
+        }
+    }
     KeepStatusStoresOwn();
     // With --json the report goes nowhere, and one document says it all at the end.
     std::ostream nowhere(nullptr);

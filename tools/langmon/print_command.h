@@ -31,6 +31,9 @@ struct PrintOptions : PortChoice {
     std::function<void(int exitCode)> leaveStoppedPort;
     bool json = false;       // one JSON document at the end in place of the report
     bool variables = false;  // the client's variables in hex too
+    // Set when --printer is no address: it may name a printer of langmond,
+    // else this is what is wrong with it.
+    std::string addressProblem;
 };
 
 // The exit code of a job that the printer stopped: a jam, an open cover, no
@@ -42,7 +45,9 @@ inline constexpr int StoppedJobExitCode = 3;
 bool ParsePrintOptions(const std::vector<std::string>& words, PrintOptions* options,
                        std::string* error);
 
-// Runs the job and writes the report to `out`, and what went wrong to `err`.
+// A printer langmond owns, named by --printer (its name, or the address of
+// the same printer), gets the job through the daemon (see RunDaemonPrint).
+// Otherwise the command runs the job and writes the report to `out`, and what went wrong to `err`.
 // Returns the process exit code: 0 when the job went through, 1 when the
 // job file can't be read, a call failed or the printer took nothing for a
 // minute, StoppedJobExitCode when the printer stopped with the job. With the emulated printer it then

@@ -1,0 +1,49 @@
+#include "daemon_printer.h"
+
+#include "printer_address.h"
+
+#include "daemon/status_client.h"
+
+namespace langmon::tool {
+
+namespace {
+
+// A daemon that answers at all answers "printers" at once.
+constexpr int PrintersReplyMs = 3000;
+
+}  // namespace
+
+bool SamePrinter(const std::string& a, const std::string& b) {
+    PrinterAddress first;
+    PrinterAddress second;
+    if (!ParsePrinterAddress(a, &first).empty() || !ParsePrinterAddress(b, &second).empty())
+        return false;
+    if (first.kind != second.kind) return false;
+    switch (first.kind) {
+        case AddressKind::Emulator:
+            return false;
+        case AddressKind::Network:
+            return first.host == second.host && first.port == second.port;
+        default:
+            return first.path == second.path;
+    }
+}
+
+std::string DaemonPrinterFor(const std::string& printer, const std::string& socketPath) {
+    protocol::StatusClient client;
+    std::string problem;
+    if (!client.Connect(socketPath, "langmon", &problem)) return "";
+    protocol::DaemonMessage reply;
+    if (!client.Ask(protocol::PrintersRequest{}, &reply, &problem, PrintersReplyMs)) return "";
+    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
+    if (printers == nullptr) return "";
+    for (const protocol::PrinterSummary& held : printers->printers) {
+        if (held.name == printer) return held.name;
+    }
+    for (const protocol::PrinterSummary& held : printers->printers) {
+        if (SamePrinter(held.address, printer)) return held.name;
+    }
+    return "";
+}
+
+}  // namespace langmon::tool
