@@ -6,6 +6,7 @@
 #include "variables_view.h"
 
 #include "platform/library.h"
+#include "platform/sync.h"
 
 #include <langmon/status_manager.h>
 
@@ -46,6 +47,19 @@ private:
     decltype(&::GetPrinterStatusA) read_ = nullptr;
     decltype(&::UpdatePrinterStatusA) write_ = nullptr;
     decltype(&::CloseManager) close_ = nullptr;
+};
+
+// An event that a store's Watch signals, on the thread that made the
+// change. It must outlive the store that tells it.
+struct ChangeSignal {
+    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    ChangeSignal() = default;
+    ChangeSignal(const ChangeSignal&) = delete;
+    ChangeSignal& operator=(const ChangeSignal&) = delete;
+    ~ChangeSignal() {
+        if (event != nullptr) CloseHandle(event);
+    }
+    static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
 };
 
 using ClientVariable = VariableValue;

@@ -53,17 +53,6 @@ nlohmann::ordered_json Document(const std::string& name, const std::string& port
     return document;
 }
 
-// Told by the status manager on its own thread; outlives the store.
-struct ChangeSignal {
-    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    ChangeSignal() = default;
-    ChangeSignal(const ChangeSignal&) = delete;
-    ChangeSignal& operator=(const ChangeSignal&) = delete;
-    ~ChangeSignal() {
-        if (event != nullptr) CloseHandle(event);
-    }
-    static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
-};
 
 // Whether the daemon at `path` serves `name`: empty when it does, with the
 // port its monitor holds the printer on, else what the user is told.

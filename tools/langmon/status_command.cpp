@@ -108,18 +108,6 @@ private:
     std::optional<std::pair<uint32_t, uint32_t>> paper_[3];
 };
 
-// Told by the status manager, on the thread that made the change. It must
-// outlive the store that tells it.
-struct ChangeSignal {
-    HANDLE event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    ChangeSignal() = default;
-    ChangeSignal(const ChangeSignal&) = delete;
-    ChangeSignal& operator=(const ChangeSignal&) = delete;
-    ~ChangeSignal() {
-        if (event != nullptr) CloseHandle(event);
-    }
-    static void Changed(uint32_t, const char*, void* context) { SetEvent(static_cast<ChangeSignal*>(context)->event); }
-};
 
 // A job that --watch sends through the port while it goes on watching.
 struct WatchedJob {
