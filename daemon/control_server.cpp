@@ -103,17 +103,18 @@ void ControlServer::Changed(uint32_t, const char* name, void* context) {
     server.Wake();
 }
 
-void ControlServer::Serve(int timeoutMs) {
+bool ControlServer::Serve(int timeoutMs, int alsoFd) {
     std::vector<pollfd> waits;
     waits.push_back({listener_, POLLIN, 0});
     waits.push_back({wake_, POLLIN, 0});
+    waits.push_back({alsoFd, POLLIN, 0});  // a negative one is not waited on
     for (const auto& client : clients_) {
         // A client whose reply waits on a printer is not read: its next
         // chunk comes after the reply. Its hang-up is seen all the same.
         const short in = client->awaiting ? 0 : POLLIN;
         waits.push_back({client->fd, static_cast<short>(in | (client->outbox.empty() ? 0 : POLLOUT)), 0});
     }
-    if (poll(waits.data(), waits.size(), timeoutMs) < 0 && errno != EINTR) return;
+    if (poll(waits.data(), waits.size(), timeoutMs) < 0 && errno != EINTR) return false;
     if ((waits[1].revents & POLLIN) != 0) {
         uint64_t count = 0;
         [[maybe_unused]] const ssize_t got = read(wake_, &count, sizeof count);
@@ -121,10 +122,11 @@ void ControlServer::Serve(int timeoutMs) {
     DeliverChanges();
     DeliverJobOutcomes();
     // Clients in the order they were waited on; new ones wait for the next round.
-    const std::size_t known = waits.size() - 2;
+    constexpr std::size_t firstClient = 3;
+    const std::size_t known = waits.size() - firstClient;
     for (std::size_t i = 0; i < known && i < clients_.size(); ++i) {
         Client& client = *clients_[i];
-        const short events = waits[i + 2].revents;
+        const short events = waits[i + firstClient].revents;
         if (client.awaiting && client.fd >= 0 && (events & (POLLHUP | POLLERR)) != 0) {
             close(client.fd);  // gone in the middle of a job: the job is ended below
             client.fd = -1;
@@ -149,6 +151,7 @@ void ControlServer::Serve(int timeoutMs) {
                                   [](const auto& client) { return client->fd < 0; }),
                    clients_.end());
     if ((waits[0].revents & POLLIN) != 0) Accept();
+    return (waits[2].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
 }
 
 void ControlServer::Accept() {

@@ -38,8 +38,9 @@ public:
     ControlServer& operator=(const ControlServer&) = delete;
 
     // Waits up to `timeoutMs` for clients and does what is due. Also wakes
-    // when a watched variable changes or Wake() is called.
-    void Serve(int timeoutMs);
+    // when a watched variable changes, Wake() is called, or `alsoFd` (if
+    // not negative) can be read: true then, for the caller to read it.
+    bool Serve(int timeoutMs, int alsoFd = -1);
     // Ends a Serve that waits, from any thread or a signal handler.
     void Wake();
     std::size_t ClientCount() const;

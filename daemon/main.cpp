@@ -7,6 +7,8 @@
 #include "control_socket.h"
 #include "daemon_config.h"
 #include "printer_host.h"
+#include "udev_printers.h"
+#include "usb_hotplug.h"
 
 #include "daemon/status_protocol.h"
 #include "langmon/own_stores.h"
@@ -71,6 +73,11 @@ bool LoadConfig(const Options& options, DaemonConfig* config, std::string* error
     }
     if (!options.socketPath.empty()) config->socket = options.socketPath;
     return true;
+}
+
+// "1 printer", "2 printers".
+std::string Count(std::size_t count, const std::string& thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
 void Say(const std::string& line) { std::cerr << "langmond: " << line << '\n' << std::flush; }
@@ -142,11 +149,28 @@ int main(int argc, char** argv) {
     wakeable = &server;
     server.SetLog(Say);
     AddPrinters(host, config.printers);
-    Say("serving " + std::to_string(host.Printers().size()) + " printers on " + config.socket);
-    sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
+    const auto letGo = [&](const std::string& name) {
+        server.EndJobs(name);
+        host.Remove(name);
+    };
+    UsbHotplug hotplug(host, letGo, Say);
+    hotplug.SetConfigured(config.printers);
+    UdevPrinters udev([&](const std::string& devnode) { hotplug.Plugged(devnode); },
+                      [&](const std::string& devnode) { hotplug.Unplugged(devnode); });
+    // Read at the start only: a reload does not start or stop following.
+    if (config.usb && !udev.Start(&error)) Say("USB printers plugged in are not seen: udev's events: " + error);
+    Say("serving " + Count(host.Printers().size(), "printer") + " on " + config.socket);
+    // What `systemctl status langmond` shows; told again as printers come and go.
+    const auto notifyServing = [&] {
+        sd_notify(0, ("READY=1\nSTATUS=serving " + Count(host.Printers().size(), "printer")).c_str());
+    };
+    notifyServing();
 
     while (!stopping.load()) {
-        server.Serve(1000);
+        if (server.Serve(1000, udev.Fd())) {
+            udev.Dispatch();
+            notifyServing();
+        }
         if (reloading.exchange(false)) {
             DaemonConfig fresh;
             if (!LoadConfig(options, &fresh, &error)) {
@@ -158,20 +182,20 @@ int main(int argc, char** argv) {
             const ConfigChange change = CompareConfigs(config, fresh);
             for (const auto* list : {&change.removed, &change.changed}) {
                 for (const PrinterConfig& printer : *list) {
-                    server.EndJobs(printer.name);
-                    host.Remove(printer.name);
+                    letGo(printer.name);
                     Say("printer \"" + printer.name + "\" let go");
                 }
             }
             AddPrinters(host, change.changed);
             AddPrinters(host, change.added);
             config = fresh;
-            sd_notifyf(0, "READY=1\nSTATUS=serving %zu printers", host.Printers().size());
+            hotplug.SetConfigured(config.printers);
+            notifyServing();
         }
     }
     sd_notify(0, "STOPPING=1");
     wakeable = nullptr;
-    Say("closing " + std::to_string(host.Printers().size()) + " ports");
+    Say("closing " + Count(host.Printers().size(), "port"));
     server.EndJobs();
     host.CloseAll();
     if (!options.socketPath.empty() || sd_listen_fds(0) <= 0) unlink(config.socket.c_str());

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -42,6 +43,15 @@ std::optional<std::string> ReadUsbDeviceId(int fd, int* error) {
         return std::nullopt;
     }
     return UsbDeviceIdText(answer, sizeof answer);
+}
+
+std::optional<std::string> ReadUsbDeviceIdAt(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    int error = 0;
+    std::optional<std::string> id = ReadUsbDeviceId(fd, &error);
+    ::close(fd);
+    return id;
 }
 
 struct UsbPortMonitor::Port {

@@ -48,6 +48,11 @@ std::string UsbDeviceIdText(const unsigned char* answer, std::size_t size);
 // the errno in `error`.
 std::optional<std::string> ReadUsbDeviceId(int fd, int* error);
 
+// The device ID of the USB printer at `path`, opened and closed again:
+// usblp lets one program have the printer at a time. Nothing when it cannot
+// be opened (busy with a job, gone, not ours to open) or does not answer.
+std::optional<std::string> ReadUsbDeviceIdAt(const std::string& path);
+
 class UsbPortMonitor {
 public:
     UsbPortMonitor();

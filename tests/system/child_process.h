@@ -1,9 +1,11 @@
 // What the real-clock tests of `langmon emulate` share: running a command
-// to its end, and reading a child's output until a line appears.
+// to its end, reading a child's output until a line appears, and a USB
+// printer served through FUSE.
 #pragma once
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -127,5 +129,55 @@ inline bool ReadUntil(int pipe, std::string* text, const std::string& until, int
     }
     return true;
 }
+
+// `langmon emulate --usb-device` in a folder of its own, until Stop.
+class UsbEmulator {
+public:
+    // Starts it with `options`; Address() is empty and Why() says why when
+    // FUSE could not mount the device.
+    explicit UsbEmulator(std::vector<std::string> options) {
+        char folder[] = "/tmp/langmon-usb-XXXXXX";
+        if (mkdtemp(folder) == nullptr) return;
+        folder_ = folder;
+        if (access("/dev/fuse", R_OK | W_OK) != 0) {
+            why_ = "/dev/fuse cannot be opened here, so no USB device can be served through FUSE";
+            return;
+        }
+        std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--usb-device", folder_ + "/printer"};
+        words.insert(words.end(), options.begin(), options.end());
+        emulator_ = Start(words, true);
+        if (emulator_.pid < 0 || !ReadUntil(emulator_.output, &shown_, "\n", 3000)) return;
+        if (shown_.find("could not be mounted") != std::string::npos || shown_.find("/dev/fuse:") != std::string::npos) {
+            why_ = "FUSE could not mount here: " + shown_;
+            return;
+        }
+        address_ = shown_.substr(0, shown_.find('\n'));
+    }
+    ~UsbEmulator() {
+        Stop();
+        rmdir((folder_ + "/printer").c_str());
+        rmdir(folder_.c_str());
+    }
+    const std::string& Address() const { return address_; }
+    const std::string& Why() const { return why_; }
+    const std::string& Folder() const { return folder_; }
+    // Reads its output until `until` comes; all it said so far.
+    bool Said(const std::string& until) { return ReadUntil(emulator_.output, &shown_, until, 3000); }
+    const std::string& Shown() const { return shown_; }
+    // SIGTERM, and its exit status; -1 if it was not running.
+    int Stop() {
+        if (emulator_.pid <= 0) return -1;
+        kill(emulator_.pid, SIGTERM);
+        Said("the printer received");
+        return Finish(emulator_);
+    }
+
+private:
+    std::string folder_;
+    std::string why_;
+    std::string address_;
+    std::string shown_;
+    Child emulator_;
+};
 
 }  // namespace langmon::testing

@@ -34,6 +34,7 @@ using langmon::testing::ReadWhole;
 using langmon::testing::ReadUntil;
 using langmon::testing::RunToEnd;
 using langmon::testing::Start;
+using langmon::testing::UsbEmulator;
 namespace protocol = langmon::protocol;
 
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -130,13 +131,21 @@ TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
     ASSERT_GE(seen.size(), 3u) << "the status words went " << testing::PrintToString(seen);
     EXPECT_EQ(seen.back(), ready);
 
-    // A reload adds a printer and keeps the others on their ports.
+    // A reload adds a printer, and a USB one where FUSE serves it, and
+    // keeps the others on their ports.
+    UsbEmulator usb({});
     std::ofstream(config, std::ios::app) << "[[printer]]\nname = \"hall\"\naddress = \"langmon:/emulator\"\n";
+    if (!usb.Address().empty()) {
+        std::ofstream(config, std::ios::app) << "[[printer]]\nname = \"desk\"\naddress = \"" << usb.Address() << "\"\n";
+    }
     kill(daemon.pid, SIGHUP);
     ASSERT_TRUE(ReadUntil(daemon.output, &log, "printer \"hall\" at langmon:/emulator", 5000)) << log;
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "printers", "--socket", socketPath}, &listed), 0) << listed;
     EXPECT_TRUE(Has(listed, "office  LPT1:")) << listed;
     EXPECT_TRUE(Has(listed, "hall    LPT3:")) << listed;
+    if (!usb.Address().empty()) {
+        EXPECT_TRUE(Has(listed, "desk    USB001")) << listed;
+    }
     EXPECT_EQ(StatusWords(watcher, handle), ready) << "the watcher's handle outlives the reload";
 
     const auto stopping = std::chrono::steady_clock::now();
@@ -169,7 +178,7 @@ TEST(Langmond, SendsJobsOfThePrintCommandAndTheBackendThroughItsPortAndEndsOneWh
     address = address.substr(0, address.find('\n'));
     Child daemon = Start({LANGMON_DAEMON, "--socket", socketPath, "--printer", "office=" + address}, true);
     std::string log;
-    ASSERT_TRUE(ReadUntil(daemon.output, &log, "serving 1 printers", 5000)) << log;
+    ASSERT_TRUE(ReadUntil(daemon.output, &log, "serving 1 printer on", 5000)) << log;
 
     // By the daemon's name of the printer: the job goes through its port,
     // and the printer's report of the job's end comes back.

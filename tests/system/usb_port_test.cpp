@@ -33,6 +33,7 @@ using langmon::testing::RunToEnd;
 using langmon::testing::Child;
 using langmon::testing::Finish;
 using langmon::testing::Start;
+using langmon::testing::UsbEmulator;
 using Clock = std::chrono::steady_clock;
 
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -40,56 +41,6 @@ bool Has(const std::string& text, const std::string& part) { return text.find(pa
 long MsSince(Clock::time_point start) {
     return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count());
 }
-
-// `langmon emulate --usb-device` in a folder of its own, until Stop.
-class UsbEmulator {
-public:
-    // Starts it with `options`; Address() is empty and Why() says why when
-    // FUSE could not mount the device.
-    explicit UsbEmulator(std::vector<std::string> options) {
-        char folder[] = "/tmp/langmon-usb-XXXXXX";
-        if (mkdtemp(folder) == nullptr) return;
-        folder_ = folder;
-        if (access("/dev/fuse", R_OK | W_OK) != 0) {
-            why_ = "/dev/fuse cannot be opened here, so no USB device can be served through FUSE";
-            return;
-        }
-        std::vector<std::string> words = {LANGMON_COMMAND, "emulate", "--usb-device", folder_ + "/printer"};
-        words.insert(words.end(), options.begin(), options.end());
-        emulator_ = Start(words, true);
-        if (emulator_.pid < 0 || !ReadUntil(emulator_.output, &shown_, "\n", 3000)) return;
-        if (Has(shown_, "could not be mounted") || Has(shown_, "/dev/fuse:")) {
-            why_ = "FUSE could not mount here: " + shown_;
-            return;
-        }
-        address_ = shown_.substr(0, shown_.find('\n'));
-    }
-    ~UsbEmulator() {
-        Stop();
-        rmdir((folder_ + "/printer").c_str());
-        rmdir(folder_.c_str());
-    }
-    const std::string& Address() const { return address_; }
-    const std::string& Why() const { return why_; }
-    const std::string& Folder() const { return folder_; }
-    // Reads its output until `until` comes; all it said so far.
-    bool Said(const std::string& until) { return ReadUntil(emulator_.output, &shown_, until, 3000); }
-    const std::string& Shown() const { return shown_; }
-    // SIGTERM, and its exit status; -1 if it was not running.
-    int Stop() {
-        if (emulator_.pid <= 0) return -1;
-        kill(emulator_.pid, SIGTERM);
-        Said("the printer received");
-        return Finish(emulator_);
-    }
-
-private:
-    std::string folder_;
-    std::string why_;
-    std::string address_;
-    std::string shown_;
-    Child emulator_;
-};
 
 TEST(UsbPrinter, PrintsThroughTheDeviceReadsItsDeviceIdAndSeesAJam) {
     const std::string job = std::string(LANGMON_EXAMPLES) + "/brochure.ps";

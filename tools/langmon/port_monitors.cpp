@@ -4,9 +4,6 @@
 
 #include "ports/snmp_device_id.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace langmon::tool {
 
 PortMonitors::PortMonitors() = default;
@@ -57,14 +54,7 @@ std::string PortMonitors::ProbeDeviceId(const PrinterAddress& address, const std
             id.clear();
         }
     } else if (address.kind == AddressKind::Usb) {
-        // Opened and closed again before the monitor opens it: usblp lets
-        // one program have the printer at a time.
-        const int fd = ::open(address.path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            int error = 0;
-            id = ports::ReadUsbDeviceId(fd, &error).value_or("");
-            ::close(fd);
-        }
+        id = ports::ReadUsbDeviceIdAt(address.path).value_or("");
     }
     return id;
 }

@@ -120,17 +120,21 @@ std::string PrinterTarget::ProbeModel() {
     return DeviceIdModel(ProbeDeviceId());
 }
 
-std::string DeviceIdModel(const std::string& id) {
-    // "...;MDL:Laser Printer 6200tx;..." or "MODEL:..." as the key's long form.
-    for (const std::string_view key : {"MDL:", "MODEL:"}) {
-        std::size_t at = id.find(key);
-        while (at != std::string::npos && at != 0 && id[at - 1] != ';') at = id.find(key, at + 1);
-        if (at == std::string::npos) continue;
-        at += key.size();
-        return id.substr(at, id.find(';', at) - at);
+std::string DeviceIdField(const std::string& id, std::initializer_list<std::string_view> keys) {
+    for (const std::string_view key : keys) {
+        std::size_t at = 0;
+        while ((at = id.find(key, at)) != std::string::npos) {
+            if ((at == 0 || id[at - 1] == ';') && id.compare(at + key.size(), 1, ":") == 0) {
+                const std::size_t start = at + key.size() + 1;
+                return id.substr(start, id.find(';', start) - start);
+            }
+            at += key.size();
+        }
     }
     return "";
 }
+
+std::string DeviceIdModel(const std::string& id) { return DeviceIdField(id, {"MDL", "MODEL"}); }
 
 void PrinterTarget::DescribePort(const std::string& portName) const {
     if (address_.kind == AddressKind::Usb) DescribeUsbPort(portName);

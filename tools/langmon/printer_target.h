@@ -18,9 +18,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace langmon::tool {
 
@@ -117,6 +119,9 @@ private:
 // monitor has read the machine, which it replaces.
 void DescribeUsbPort(const std::string& portName);
 
+// A field of a device ID by its short or long key ({"MDL", "MODEL"}), the
+// first key that is there; empty without any.
+std::string DeviceIdField(const std::string& id, std::initializer_list<std::string_view> keys);
 // The model a device ID names (its MDL or MODEL field); empty without one.
 std::string DeviceIdModel(const std::string& id);
 
