@@ -97,7 +97,11 @@ void Deliver(Table& t, Delivery& delivery, const std::string& name) {
 bool HasStore(std::string_view printerName) {
     Table& t = TheTable();
     std::lock_guard lock(t.mutex);
-    return t.stores.contains(printerName);
+    const auto found = t.stores.find(printerName);
+    if (found == t.stores.end()) return false;
+    const VariableStore* store = found->second.get();
+    return store->Written() ||
+           std::any_of(t.handles.begin(), t.handles.end(), [&](const auto& handle) { return handle.second == store; });
 }
 
 int32_t OpenStore(std::string_view printerName, uint32_t* managerHandle) {

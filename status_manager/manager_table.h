@@ -21,7 +21,10 @@ namespace langmon::status_manager {
 // client that opens names without end is stopped here.
 constexpr std::size_t kMaxStores = 1024;
 
-// Whether this process has a store of that name.
+// Whether this process uses a store of that name: one written to (its own
+// monitor's), or one a handle is open on. A store only opened and read, and
+// closed again, is not: a client that opened a printer while no daemon
+// answered reaches the daemon's printer when it opens it again.
 bool HasStore(std::string_view printerName);
 // Opens the printer's store, making it at its first opening.
 int32_t OpenStore(std::string_view printerName, uint32_t* managerHandle);

@@ -20,6 +20,7 @@ const Value* VariableStore::Find(std::string_view name) const {
 }
 
 VariableStore::SetResult VariableStore::Set(std::string_view name, std::span<const std::byte> value) {
+    written_ = true;
     const auto found = values_.find(name);
     if (found == values_.end()) {
         if (values_.size() >= kMaxVariables) return SetResult::Full;

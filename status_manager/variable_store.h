@@ -44,9 +44,12 @@ public:
     // size or bytes; Full, and nothing stored, for a new variable past
     // kMaxVariables. Sizes are the caller's to bound.
     SetResult Set(std::string_view name, std::span<const std::byte> value);
+    // Whether anything was ever written to the store, beyond what it starts with.
+    bool Written() const { return written_; }
 
 private:
     std::map<std::string, Value, std::less<>> values_;
+    bool written_ = false;
 };
 
 }  // namespace langmon::status_manager

@@ -6,7 +6,8 @@
  *   status_client_test LIBRARY watch JAMMED OTHER DAEMON_PID
  *     reads both printers, sees JAMMED's jam appear and clear through a
  *     callback, then stops the daemon (SIGSTOP: it answers nothing) and kills
- *     it (SIGKILL): every call fails within the library's time-out.
+ *     it (SIGKILL): every call fails within the library's time-out. Once the
+ *     daemon is started again, the printer opened anew is read from it.
  *   status_client_test LIBRARY write PRINTER RESULT
  *     asks for a refresh, as a client does, and expects RESULT.
  *
@@ -154,11 +155,27 @@ static void Watch(const char* jammed, const char* other, pid_t daemon) {
     CHECK(sm.get(second, "PrinterStatus", status, sizeof status, &needed) == STATUS_MANAGER_BAD_HANDLE);
     const double gone = Now() - before;
     printf("silent daemon %.2f s, then %.2f s; killed daemon %.2f s\n", silent, after, gone);
+    fflush(stdout);
     CHECK(silent >= 1.5 && silent < 3.5);
     CHECK(after < 0.5 && gone < 1.0);
     CHECK(sm.close(handle) == STATUS_MANAGER_OK);
     CHECK(sm.close(second) == STATUS_MANAGER_OK);
     CHECK(sm.close(second) == STATUS_MANAGER_BAD_HANDLE);
+
+    /* The daemon is started again: the printer opened anew is the
+       daemon's once more. Until it serves it, the name opens a store of
+       this process's own, which has no status. */
+    before = Now();
+    int reached = 0;
+    while (!reached && Now() - before < 10) {
+        uint32_t again = 0;
+        if (sm.open(jammed, "", 0, &again) != STATUS_MANAGER_OK) break;
+        reached = sm.get(again, "PrinterStatus", status, sizeof status, &needed) == STATUS_MANAGER_OK;
+        CHECK(sm.close(again) == STATUS_MANAGER_OK);
+        if (!reached) nanosleep(&(struct timespec){0, 100 * 1000 * 1000}, NULL);
+    }
+    printf("restarted daemon reached %d\n", reached);
+    CHECK(reached);
 }
 
 int main(int argc, char** argv) {

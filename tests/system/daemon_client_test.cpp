@@ -1,8 +1,9 @@
 // Status applications in other processes than langmond's, on the real clock:
 // a client in C, loading libkvtrm.so by itself, sees a jam appear and clear
 // on a printer that the daemon serves over TCP and SNMP, reads a second one,
-// is refused a write as an unprivileged user, and outlives the daemon's
-// stopping and its death with every call bounded; `langmon status NAME`
+// is refused a write as an unprivileged user, outlives the daemon's
+// stopping and its death with every call bounded, and reaches it again once
+// it is restarted; `langmon status NAME`
 // shows the daemon's printer, and says so when there is none.
 
 #include "child_process.h"
@@ -62,14 +63,19 @@ TEST(DaemonClient, ClientsInOtherProcessesSeeTheDaemonsPrinters) {
             << out;
     }
 
-    // The client stops the daemon, then kills it.
+    // The client stops the daemon, then kills it; the daemon started again
+    // under it is reached by opening the printer anew.
     std::string seen;
     ReadUntil(watcher.output, &seen, "killed daemon", 20000);
-    EXPECT_EQ(Finish(watcher), 0) << seen;
-    EXPECT_NE(seen.find("jam seen 1, cleared 1"), std::string::npos) << seen;
     EXPECT_EQ(Finish(daemon), -1);
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "status", "office"}, &out), 1);
     EXPECT_NE(out.find("no daemon answers"), std::string::npos) << out;
+    daemon = Start({LANGMON_DAEMON, "--socket", socketPath, "--printer", "office=" + address}, true);
+    ReadUntil(watcher.output, &seen, "restarted daemon reached", 15000);
+    EXPECT_EQ(Finish(watcher), 0) << seen;
+    EXPECT_NE(seen.find("jam seen 1, cleared 1"), std::string::npos) << seen;
+    EXPECT_NE(seen.find("restarted daemon reached 1"), std::string::npos) << seen;
+    EXPECT_EQ(Finish(daemon, SIGTERM), 0);
 
     Finish(emulator, SIGTERM);
     unsetenv("LANGMON_SOCKET");
