@@ -7,6 +7,7 @@
 // a cancel and ends the job at the printer.
 #pragma once
 
+#include "daemon/status_client.h"
 #include "daemon/status_protocol.h"
 
 #include <atomic>
@@ -27,7 +28,6 @@ std::string JobText(std::string_view text);
 class JobStream {
 public:
     JobStream() = default;
-    ~JobStream();
     JobStream(const JobStream&) = delete;
     JobStream& operator=(const JobStream&) = delete;
 
@@ -57,19 +57,12 @@ public:
     bool Cancel(std::string* problem);
 
     uint32_t Job() const { return job_; }
-    bool Connected() const { return fd_ >= 0; }
-    void Disconnect();
+    bool Connected() const { return connection_.Connected(); }
+    void Disconnect() { connection_.Disconnect(); }
 
 private:
-    // Sends `request` and waits for its reply; events are passed over.
-    bool Ask(Request request, DaemonMessage* reply, const std::atomic<bool>* stop, int limitMs,
-             std::string* problem);
-
-    int fd_ = -1;
-    uint32_t nextId_ = 1;
+    StatusClient connection_;
     uint32_t job_ = 0;
-    FrameReader reader_;
-    std::string unfed_;
 };
 
 }  // namespace langmon::protocol

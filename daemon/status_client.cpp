@@ -1,5 +1,6 @@
 #include "daemon/status_client.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -15,10 +16,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int MsLeft(Clock::time_point until) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
+// How often a wait with a stop flag looks at it.
+constexpr long long StopLookMs = 250;
 
 }  // namespace
 
@@ -46,23 +45,20 @@ bool StatusClient::Connect(const std::string& path, const std::string& client, s
     }
     reader_ = FrameReader();
     unfed_.clear();
+    events_.clear();
     DaemonMessage reply;
     if (!Ask(HelloRequest{0, Version, client}, &reply, problem)) return false;
-    if (const auto* error = std::get_if<ErrorReply>(&reply)) {
-        *problem = "the daemon refused: " + error->message;
-        Disconnect();
-        return false;
-    }
     if (!std::holds_alternative<HelloReply>(reply)) {
-        *problem = "the daemon did not greet";
+        const auto* error = std::get_if<ErrorReply>(&reply);
+        *problem = error != nullptr ? "the daemon refused: " + error->message : "the daemon did not greet";
         Disconnect();
         return false;
     }
     return true;
 }
 
-bool StatusClient::Receive(DaemonMessage* message, int timeoutMs, std::string* problem) {
-    const Clock::time_point until = Clock::now() + std::chrono::milliseconds(timeoutMs);
+StatusClient::Received StatusClient::Receive(DaemonMessage* message, int timeoutMs, std::string* problem) {
+    const Clock::time_point until = Clock::now() + std::chrono::milliseconds(std::max(timeoutMs, 0));
     while (fd_ >= 0) {
         // The reader takes bytes up to the end of one frame at a time; the
         // rest of a read waits in `unfed_` for the frames after it.
@@ -72,40 +68,38 @@ bool StatusClient::Receive(DaemonMessage* message, int timeoutMs, std::string* p
         const FrameStatus status = reader_.Next(&json, &error);
         if (status == FrameStatus::Message) {
             std::string why;
-            if (ParseDaemonMessage(json, message, &why)) return true;
+            if (ParseDaemonMessage(json, message, &why)) return Received::Message;
             *problem = "the daemon sent what it should not: " + why;
-            Disconnect();
-            return false;
+            break;
         }
         if (status == FrameStatus::Failed) {
             *problem = "the daemon's messages can't be read";
-            Disconnect();
-            return false;
+            break;
         }
         if (!unfed_.empty()) continue;
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
         pollfd wait{fd_, POLLIN, 0};
-        const int ready = poll(&wait, 1, MsLeft(until));
-        if (ready == 0) {
-            *problem = "the daemon did not answer in time";
-            return false;
-        }
+        const int ready = poll(&wait, 1, timeoutMs < 0 ? -1 : static_cast<int>(std::max<long long>(left, 0)));
+        if (ready == 0) return Received::TimedOut;
         if (ready < 0 && errno == EINTR) continue;
         char buffer[16384];
         const ssize_t got = ready > 0 ? recv(fd_, buffer, sizeof buffer, 0) : -1;
+        if (got < 0 && errno == EINTR) continue;
         if (got <= 0) {
             *problem = "the daemon went away";
-            Disconnect();
-            return false;
+            break;
         }
         unfed_.append(buffer, static_cast<std::size_t>(got));
     }
-    *problem = "not connected";
-    return false;
+    if (fd_ < 0 && problem->empty()) *problem = "not connected to the daemon";
+    Disconnect();
+    return Received::Failed;
 }
 
-bool StatusClient::Ask(Request request, DaemonMessage* reply, std::string* problem, int timeoutMs) {
+bool StatusClient::Ask(Request request, DaemonMessage* reply, std::string* problem, int timeoutMs,
+                       const std::atomic<bool>* stop) {
     if (fd_ < 0) {
-        *problem = "not connected";
+        *problem = "not connected to the daemon";
         return false;
     }
     const uint32_t id = nextId_++;
@@ -113,6 +107,7 @@ bool StatusClient::Ask(Request request, DaemonMessage* reply, std::string* probl
     const std::string frame = EncodeFrame(ToJson(request));
     for (std::size_t sent = 0; sent < frame.size();) {
         const ssize_t n = send(fd_, frame.data() + sent, frame.size() - sent, MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR) continue;
         if (n <= 0) {
             *problem = "the daemon went away";
             Disconnect();
@@ -122,22 +117,41 @@ bool StatusClient::Ask(Request request, DaemonMessage* reply, std::string* probl
     }
     const Clock::time_point until = Clock::now() + std::chrono::milliseconds(timeoutMs);
     while (true) {
+        // A reply that never comes, or a stop, leaves the stream out of
+        // step: the connection is let go.
+        if (stop != nullptr && stop->load()) {
+            *problem = "interrupted";
+            break;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - Clock::now()).count();
+        if (timeoutMs > 0 && left <= 0) {
+            *problem = "the daemon did not answer in " + std::to_string((timeoutMs + 999) / 1000) + " seconds";
+            break;
+        }
+        long long slice = timeoutMs > 0 ? left : -1;
+        if (stop != nullptr) slice = slice < 0 ? StopLookMs : std::min(slice, StopLookMs);
         DaemonMessage message;
-        if (!Receive(&message, MsLeft(until), problem)) return false;
+        switch (Receive(&message, static_cast<int>(slice), problem)) {
+            case Received::Failed: return false;
+            case Received::TimedOut: continue;
+            case Received::Message: break;
+        }
         if (const auto* event = std::get_if<ChangedEvent>(&message)) {
             events_.push_back(*event);
             continue;
         }
-        *reply = message;
+        *reply = std::move(message);
         return true;
     }
+    Disconnect();
+    return false;
 }
 
 bool StatusClient::NextEvent(ChangedEvent* event, int timeoutMs) {
     if (events_.empty()) {
         DaemonMessage message;
         std::string problem;
-        if (!Receive(&message, timeoutMs, &problem)) return false;
+        if (Receive(&message, timeoutMs, &problem) != Received::Message) return false;
         if (const auto* changed = std::get_if<ChangedEvent>(&message)) events_.push_back(*changed);
     }
     if (events_.empty()) return false;

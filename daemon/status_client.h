@@ -1,10 +1,14 @@
 // A client of langmond's control socket, for programs that ask and wait:
 // connects, says hello, and sends each request with a bounded wait for its
-// reply; events that come meanwhile are kept for whoever wants them.
+// reply; events that come meanwhile are kept for whoever wants them. A
+// reply that does not come in time, a stop, or anything the daemon should
+// not have sent leaves the stream out of step: the connection is let go,
+// and every later call fails at once.
 #pragma once
 
 #include "daemon/status_protocol.h"
 
+#include <atomic>
 #include <deque>
 #include <string>
 
@@ -22,19 +26,24 @@ public:
     // version).
     bool Connect(const std::string& path, const std::string& client, std::string* problem);
     bool Connected() const { return fd_ >= 0; }
+    void Disconnect();
 
-    // Sends `request` (its id is set here) and waits up to `timeoutMs` for
-    // its reply. False, with the reason, when the daemon did not answer in
-    // time or went away; an error reply is a reply.
-    bool Ask(Request request, DaemonMessage* reply, std::string* problem, int timeoutMs = 5000);
+    // Sends `request` (its id is set here) and waits up to `timeoutMs` (0:
+    // as long as it takes) for its reply, looking at `stop`, when given, a
+    // few times a second. False, with the reason, when the daemon did not
+    // answer in time, went away or `stop` was set; an error reply is a reply.
+    bool Ask(Request request, DaemonMessage* reply, std::string* problem, int timeoutMs = 5000,
+             const std::atomic<bool>* stop = nullptr);
 
     // The next event that came, waiting up to `timeoutMs`; false if none.
     bool NextEvent(ChangedEvent* event, int timeoutMs);
     int Descriptor() const { return fd_; }
 
 private:
-    bool Receive(DaemonMessage* message, int timeoutMs, std::string* problem);
-    void Disconnect();
+    enum class Received { Message, TimedOut, Failed };
+    // Waits up to `timeoutMs` (-1: no limit) for the next message. Failed,
+    // with the reason, lets the connection go.
+    Received Receive(DaemonMessage* message, int timeoutMs, std::string* problem);
 
     int fd_ = -1;
     uint32_t nextId_ = 1;
