@@ -52,18 +52,6 @@ constexpr DWORD FollowLimitMs = 600000;
 // The longest a drain waits for the printer to take what it was given.
 constexpr auto DrainLimit = std::chrono::seconds(30);
 
-// A dotted OID ("1.3.6.1.2.1.1.1.0") as numbers; empty if it is not one.
-std::vector<unsigned long> OidNumbers(const std::string& text) {
-    std::vector<unsigned long> numbers;
-    std::istringstream parts(text);
-    std::string part;
-    while (std::getline(parts, part, '.')) {
-        if (part.empty() || part.find_first_not_of("0123456789") != std::string::npos || part.size() > 9) return {};
-        numbers.push_back(std::stoul(part));
-    }
-    return numbers;
-}
-
 }  // namespace
 
 int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<bool>& cancelled) {
@@ -147,14 +135,7 @@ int RunBackendJob(const BackendJob& job, std::ostream& cups, const std::atomic<b
     };
     if (const ports::NetworkPrinter* network = target.Network()) {
         const ports::SnmpPeer peer{network->host, network->snmpPort, network->community, ports::SnmpTimeOutMs};
-        sources.snmpGet = [peer](const std::string& oid) -> std::optional<std::string> {
-            const std::vector<unsigned long> numbers = OidNumbers(oid);
-            std::string value;
-            if (numbers.empty() || ports::ReadSnmpValue(peer, numbers, &value) != ports::SnmpOutcome::Answered) {
-                return std::nullopt;
-            }
-            return value;
-        };
+        AnswerOverSnmp(peer, &sources);
     }
     CupsLink link(lines, StoreView(lines, queue, foreign), job.sideChannel ? std::optional(sources) : std::nullopt,
                   writeFailing);

@@ -1,7 +1,12 @@
 #include "daemon_job.h"
 
+#include "side_channel.h"
+
+#include "langmon/printer_address.h"
+
 #include "daemon/job_stream.h"
 #include "daemon/status_client.h"
+#include "ports/socket_port_monitor.h"
 #include "platform/user_input.h"
 
 #include <cups/backend.h>
@@ -104,6 +109,11 @@ int RunDaemonJob(const BackendJob& job, const std::string& printer, const std::s
         }
         return false;
     };
+    // The daemon holds the port; a network printer's SNMP is anyone's.
+    tool::PrinterAddress address;
+    if (tool::ParsePrinterAddress(job.deviceUri, &address).empty() && address.kind == tool::AddressKind::Network) {
+        AnswerOverSnmp({address.host, address.snmpPort, address.community, ports::SnmpTimeOutMs}, &sources);
+    }
     CupsLink link(lines, DaemonView(lines, printer, socketPath),
                   job.sideChannel ? std::optional(sources) : std::nullopt, writeFailing);
 

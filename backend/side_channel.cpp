@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <sstream>
+#include <vector>
 
 #include <sys/stat.h>
 #include <poll.h>
@@ -17,7 +19,36 @@ bool EndsWith(const std::string& text, const char* end) {
     return text.size() >= length && text.compare(text.size() - length, length, end) == 0;
 }
 
+// A dotted OID ("1.3.6.1.2.1.1.1.0") as numbers; empty if it is not one.
+std::vector<unsigned long> OidNumbers(const std::string& text) {
+    std::vector<unsigned long> numbers;
+    std::istringstream parts(text);
+    std::string part;
+    while (std::getline(parts, part, '.')) {
+        if (part.empty() || part.find_first_not_of("0123456789") != std::string::npos || part.size() > 9) return {};
+        numbers.push_back(std::stoul(part));
+    }
+    return numbers;
+}
+
 }  // namespace
+
+void AnswerOverSnmp(const ports::SnmpPeer& peer, SideChannelSources* sources) {
+    sources->snmpGet = [peer](const std::string& oid) -> std::optional<std::string> {
+        const std::vector<unsigned long> numbers = OidNumbers(oid);
+        std::string value;
+        if (numbers.empty() || ports::ReadSnmpValue(peer, numbers, &value) != ports::SnmpOutcome::Answered) {
+            return std::nullopt;
+        }
+        return value;
+    };
+    if (!sources->deviceId) {
+        sources->deviceId = [peer] {
+            std::string id;
+            return ports::ReadDeviceIdOverSnmp(peer, &id) == ports::SnmpOutcome::Answered ? id : std::string();
+        };
+    }
+}
 
 unsigned SideChannelState(const std::set<std::string>& keywords, bool busy) {
     if (Stands(keywords, "offline-report")) return CUPS_SC_STATE_OFFLINE;

@@ -3,6 +3,8 @@
 // from what the backend knows of the printer.
 #pragma once
 
+#include "ports/snmp_device_id.h"
+
 #include <cups/sidechannel.h>
 
 #include <functional>
@@ -32,6 +34,11 @@ struct SideChannelSources {
     // printer gave none. Only a network printer has it.
     std::function<std::optional<std::string>(const std::string& oid)> snmpGet;
 };
+
+// A network printer's answers that need no port, for SNMP_GET and (unless
+// `sources` has one already) the device ID: over SNMP, which the printer
+// answers beside any job, whoever holds its port.
+void AnswerOverSnmp(const ports::SnmpPeer& peer, SideChannelSources* sources);
 
 // CUPS_SC_STATE_* bits for the keywords that stand.
 unsigned SideChannelState(const std::set<std::string>& keywords, bool busy);
