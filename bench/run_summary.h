@@ -91,6 +91,15 @@ private:
     std::map<std::string, Measured> measured_;
 };
 
+// One goal and what was measured against it, as a line that scripts/bench
+// gathers from every program into one table: "goal", then the goal, the
+// figure and "met" or "not met", separated by tabs. Printed beside the
+// program's own words, which say more.
+inline void ReportGoal(const std::string& goal, const std::string& measured, bool met) {
+    std::printf("goal\t%s\t%s\t%s\n", goal.c_str(), measured.c_str(), met ? "met" : "not met");
+    std::fflush(stdout);
+}
+
 // Runs the registered benchmarks with the program's reporter, then its
 // summary. A benchmark is not a test: the figures speak, the exit status
 // doesn't, but for a command line it doesn't understand.
