@@ -326,11 +326,26 @@ bool LoadMachineDescriptionFile(const std::string& path, std::string* error) {
     return LoadMachineDescription(text, path, error);
 }
 
+void DescribeOrdinaryMachine() {
+    // The ports of the local port monitor that every machine lists. A
+    // spooler that lists none is one that has not started yet, which the
+    // monitor waits out at every port it opens.
+    static constexpr const char* LocalPorts = "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports";
+    for (const char* port : {"LPT1:", "LPT2:", "LPT3:", "COM1:", "COM2:", "FILE:"}) {
+        const std::string key = std::string(LocalPorts) + "\\" + port;
+        RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
+        RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", "Local Port");
+    }
+}
+
 void LoadMachineFromEnvironmentOnce() {
     static std::once_flag once;
     std::call_once(once, [] {
         const char* path = std::getenv("LANGMON_REGISTRY");
-        if (!path || !*path) return;
+        if (!path || !*path) {
+            DescribeOrdinaryMachine();
+            return;
+        }
         std::string error;
         if (!LoadMachineDescriptionFile(path, &error)) {
             std::fprintf(stderr, "langmon: %s\n", Printable(error).c_str());
