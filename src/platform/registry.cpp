@@ -13,7 +13,10 @@
 
 #include "platform/registry.h"
 
+#include "platform/folded_name.h"
+
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -25,34 +28,8 @@ namespace langmon {
 
 namespace {
 
-char FoldAscii(char c) { return (c >= 'a' && c <= 'z') ? static_cast<char>(c - 'a' + 'A') : c; }
-
-// Key and value names compare without regard to the case of ASCII letters;
-// other bytes (the Shift-JIS ones included) compare as they are.
-bool SameName(std::string_view a, std::string_view b) {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        if (FoldAscii(a[i]) != FoldAscii(b[i])) return false;
-    }
-    return true;
-}
-
-// FNV-1a over the folded bytes, so that names that are the same name hash alike.
-struct FoldedNameHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view name) const {
-        std::uint64_t hash = 0xcbf29ce484222325u;
-        for (char c : name) {
-            hash ^= static_cast<unsigned char>(FoldAscii(c));
-            hash *= 0x100000001b3u;
-        }
-        return static_cast<std::size_t>(hash);
-    }
-};
-struct FoldedNameEqual {
-    using is_transparent = void;
-    bool operator()(std::string_view a, std::string_view b) const { return SameName(a, b); }
-};
+using platform::FoldedNameEqual;
+using platform::FoldedNameHash;
 
 // Named items in the order they were first named, found by name.
 template <typename Item>
@@ -138,6 +115,8 @@ struct Registry {
     std::shared_ptr<Node> localMachine = std::make_shared<Node>();
     std::shared_ptr<Node> dynData = std::make_shared<Node>();
     std::unordered_set<RegistryKey*> openKeys;
+    // Raised by every change, under the mutex; read without it.
+    std::atomic<std::uint64_t> generation{1};
 };
 
 Registry& TheRegistry() {
@@ -298,6 +277,7 @@ LONG RegSetValueExA(HKEY key, LPCSTR valueName, DWORD /*reserved*/, DWORD type, 
     if (!data && dataSize > 0) return ERROR_INVALID_PARAMETER;
     StoreValue(*at.node, valueName ? valueName : "", type,
                data ? std::span<const BYTE>(data, dataSize) : std::span<const BYTE>());
+    ++r.generation;
     return ERROR_SUCCESS;
 }
 
@@ -321,12 +301,14 @@ void ClearRegistry() {
     // New roots rather than emptied ones: keys still open keep what they saw.
     r.localMachine = std::make_shared<Node>();
     r.dynData = std::make_shared<Node>();
+    ++r.generation;
 }
 
 void RegistryCreateKey(HKEY root, std::string_view path) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
     if (auto from = HostRoot(r, root)) WalkOrMake(from.get(), path);
+    ++r.generation;
 }
 
 bool RegistryDeleteKey(HKEY root, std::string_view path) {
@@ -339,6 +321,7 @@ bool RegistryDeleteKey(HKEY root, std::string_view path) {
     if (!from || name.empty()) return false;
     auto parent = Walk(from, parentPath);
     if (!parent) return false;
+    ++r.generation;
     return parent->children.Erase(name);
 }
 
@@ -347,6 +330,7 @@ void RegistrySetValue(HKEY root, std::string_view path, std::string_view name, D
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
     if (auto from = HostRoot(r, root)) StoreValue(*WalkOrMake(from.get(), path), name, type, data);
+    ++r.generation;
 }
 
 void RegistrySetString(HKEY root, std::string_view path, std::string_view name,
@@ -425,6 +409,18 @@ bool RegistryKeyExists(HKEY root, std::string_view path) {
     std::lock_guard lock(r.mutex);
     auto from = HostRoot(r, root);
     return from && Walk(std::move(from), path) != nullptr;
+}
+
+std::uint64_t RegistryGeneration() { return TheRegistry().generation.load(); }
+
+std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path) {
+    Registry& r = TheRegistry();
+    std::lock_guard lock(r.mutex);
+    auto from = HostRoot(r, root);
+    if (!from) return std::nullopt;
+    auto node = Walk(from, path);
+    if (!node) return std::nullopt;
+    return node->name;
 }
 
 std::size_t OpenRegistryKeyCount() {

@@ -7,6 +7,7 @@
 
 #include "platform/win32_types.h"
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -81,6 +82,13 @@ std::vector<std::string> RegistrySubkeys(HKEY root, std::string_view path);
 // Names of the values of a key, in order.
 std::vector<std::string> RegistryValueNames(HKEY root, std::string_view path);
 bool RegistryKeyExists(HKEY root, std::string_view path);
+
+// A number that every change of the registry raises: what was read from it
+// at one number holds while the number stays.
+std::uint64_t RegistryGeneration();
+// The last key of the path under its own name (as it was made, whatever the
+// case asked for); nothing when the key is missing.
+std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path);
 
 // Keys opened by RegOpenKeyExA and not yet closed, for leak checks.
 std::size_t OpenRegistryKeyCount();

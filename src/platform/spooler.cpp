@@ -11,6 +11,7 @@
 #include "platform/registry.h"
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -31,7 +32,6 @@ constexpr const char* kMonitorsKey = "System\\CurrentControlSet\\control\\Print\
 struct Gate {
     DWORD error = 0;
     int remaining = 0;  // < 0: until told to stop
-    std::size_t calls = 0;
 };
 
 // One gate per SpoolerCall: keep this on the last one as calls are added.
@@ -40,6 +40,11 @@ constexpr std::size_t kCallCount = static_cast<std::size_t>(platform::SpoolerCal
 struct Gates {
     std::mutex mutex;
     std::array<Gate, kCallCount> gates;
+    // Calls made, counted without the mutex, and whether any gate fails
+    // calls: a host's hundreds of status threads pass here on every spooler
+    // call, and no gate is armed outside the tests.
+    std::array<std::atomic<std::size_t>, kCallCount> calls{};
+    std::atomic<bool> armed{false};
 };
 
 Gates& TheGates() {
@@ -140,19 +145,23 @@ void FailSpoolerCall(SpoolerCall call, DWORD error, int times) {
     Gate& gate = g.gates[static_cast<std::size_t>(call)];
     gate.error = error;
     gate.remaining = times;
+    g.armed = true;
 }
 
 void StopFailingSpoolerCalls() {
     Gates& g = TheGates();
     std::lock_guard lock(g.mutex);
     for (Gate& gate : g.gates) gate = Gate{};
+    for (auto& calls : g.calls) calls = 0;
+    g.armed = false;
 }
 
 bool SpoolerCallFails(SpoolerCall call, DWORD* error) {
     Gates& g = TheGates();
+    g.calls[static_cast<std::size_t>(call)].fetch_add(1, std::memory_order_relaxed);
+    if (!g.armed.load(std::memory_order_acquire)) return false;
     std::lock_guard lock(g.mutex);
     Gate& gate = g.gates[static_cast<std::size_t>(call)];
-    ++gate.calls;
     if (gate.remaining == 0) return false;
     if (gate.remaining > 0) --gate.remaining;
     *error = gate.error;
@@ -160,9 +169,7 @@ bool SpoolerCallFails(SpoolerCall call, DWORD* error) {
 }
 
 std::size_t SpoolerCallCount(SpoolerCall call) {
-    Gates& g = TheGates();
-    std::lock_guard lock(g.mutex);
-    return g.gates[static_cast<std::size_t>(call)].calls;
+    return TheGates().calls[static_cast<std::size_t>(call)].load();
 }
 
 }  // namespace platform

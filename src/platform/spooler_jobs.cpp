@@ -1,20 +1,19 @@
 #include "platform/spooler_jobs.h"
 
+#include "platform/folded_name.h"
 #include "platform/memory.h"
 #include "platform/packed_answer.h"
-#include "platform/registry.h"
 #include "platform/spooler.h"
+#include "platform/spooler_printers.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
+#include <unordered_map>
 
 namespace langmon {
 namespace {
-
-constexpr const char* PrintersKey = "System\\CurrentControlSet\\control\\Print\\Printers\\";
 
 struct PrinterHandle {
     std::string name;
@@ -23,18 +22,16 @@ struct PrinterHandle {
 struct Queues {
     std::mutex mutex;
     std::set<PrinterHandle*> handles;
-    std::map<std::string, std::vector<platform::SpoolerJob>> jobs;  // by lower-case printer name
+    // By printer name, as the spooler compares names.
+    std::unordered_map<std::string, std::vector<platform::SpoolerJob>, platform::FoldedNameHash,
+                       platform::FoldedNameEqual>
+        jobs;
     std::vector<std::string> commands;
 };
 
 Queues& TheQueues() {
     static auto* queues = new Queues();  // never destroyed, see kernel.h
     return *queues;
-}
-
-std::string Lower(std::string text) {
-    for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    return text;
 }
 
 // The handle's printer name, or null with ERROR_INVALID_HANDLE. Called with the lock held.
@@ -58,7 +55,7 @@ PrinterHandle* KnownAtLevel1(Queues& q, HANDLE printer, DWORD level) {
 }
 
 std::vector<platform::SpoolerJob>& QueueOf(Queues& q, const std::string& printer) {
-    return q.jobs[Lower(printer)];
+    return q.jobs[printer];
 }
 
 size_t JobInfoSize(const platform::SpoolerJob& job, const std::string& printer) {
@@ -86,7 +83,7 @@ void PutJobInfo(platform::PackedWriter& out, size_t index, const platform::Spool
 
 BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
     if (printer == nullptr || printerName == nullptr || printerName[0] == '\0' ||
-        !platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, std::string(PrintersKey) + printerName)) {
+        !platform::PrinterOnMachine(printerName)) {
         SetLastError(ERROR_INVALID_PRINTER_NAME);
         return FALSE;
     }
@@ -189,6 +186,13 @@ std::vector<SpoolerJob> QueuedJobs(const std::string& printerName) {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
     return QueueOf(q, printerName);
+}
+
+std::size_t QueuedJobCount(const std::string& printerName) {
+    Queues& q = TheQueues();
+    std::lock_guard lock(q.mutex);
+    const auto found = q.jobs.find(printerName);
+    return found == q.jobs.end() ? 0 : found->second.size();
 }
 
 std::vector<std::string> JobCommands() {

@@ -52,6 +52,8 @@ void SubmitJob(const std::string& printerName, const SpoolerJob& job);
 void RemoveJob(const std::string& printerName, DWORD jobId);
 // The jobs of a printer's queue as they stand now.
 std::vector<SpoolerJob> QueuedJobs(const std::string& printerName);
+// How many jobs the printer has in its queue.
+std::size_t QueuedJobCount(const std::string& printerName);
 // Every SetJobA command given, as "jobId:command", in order.
 std::vector<std::string> JobCommands();
 // Empties every queue and the command record; printer handles stay valid.

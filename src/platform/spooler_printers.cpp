@@ -6,14 +6,17 @@
 
 #include "platform/spooler_printers.h"
 
+#include "platform/folded_name.h"
 #include "platform/packed_answer.h"
 #include "platform/registry.h"
 #include "platform/spooler_jobs.h"
 #include "platform/text.h"
 
-#include <map>
+#include <memory>
+#include <unordered_map>
 #include <mutex>
 #include <optional>
+#include <span>
 
 namespace langmon {
 namespace {
@@ -23,13 +26,12 @@ using platform::PackedWriter;
 
 constexpr const char* kPrintersKey = "System\\CurrentControlSet\\control\\Print\\Printers";
 
-std::string Lower(std::string text) {
-    for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-    return text;
-}
+// A table keyed by a name as the spooler compares names.
+template <typename Value>
+using ByName = std::unordered_map<std::string, Value, platform::FoldedNameHash, platform::FoldedNameEqual>;
 
 // ---------------------------------------------------------------------------
-// Status words, by lower-case printer name. Several ports' status threads
+// Status words, by printer name. Several ports' status threads
 // give them at once.
 
 // A host runs for months: each printer keeps its latest words, not all.
@@ -37,7 +39,7 @@ constexpr std::size_t KeptStatusWords = 1024;
 
 struct StatusBook {
     std::mutex mutex;
-    std::map<std::string, std::vector<DWORD>> words;
+    ByName<std::vector<DWORD>> words;
 };
 
 StatusBook& TheStatusBook() {
@@ -50,7 +52,7 @@ StatusBook& TheStatusBook() {
 DWORD LastStatusWord(const std::string& printerName) {
     StatusBook& book = TheStatusBook();
     std::lock_guard lock(book.mutex);
-    auto found = book.words.find(Lower(printerName));
+    auto found = book.words.find(printerName);
     return found == book.words.end() || found->second.empty() ? 0 : found->second.back();
 }
 
@@ -62,34 +64,15 @@ struct Printer {
     std::optional<std::string> port;
     std::optional<std::string> driver;
     std::optional<std::string> processor;
-    DWORD status = 0;
-    DWORD jobs = 0;
 };
 
-Printer ReadPrinter(const std::string& keyName) {
-    const std::string key = std::string(kPrintersKey) + "\\" + keyName;
-    Printer printer;
-    printer.name = keyName;
-    printer.port = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Port");
-    printer.driver = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Printer Driver");
-    printer.processor = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Print Processor");
-    printer.status = LastStatusWord(keyName);
-    printer.jobs = static_cast<DWORD>(platform::QueuedJobs(keyName).size());
-    return printer;
-}
-
-// The printer a handle was opened for, under its key's own name. Nothing,
-// with the last error set, for a bad handle or a printer no longer on the
-// machine.
-std::optional<std::string> PrinterOfHandle(HANDLE handle) {
-    std::string opened;
-    if (!platform::PrinterNameOf(handle, &opened)) return std::nullopt;
-    for (const std::string& name : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kPrintersKey)) {
-        if (lstrcmpiA(name.c_str(), opened.c_str()) == 0) return name;
-    }
-    SetLastError(ERROR_PRINTER_DELETED);
-    return std::nullopt;
-}
+// A printer as an answer gives it: its record, and the status word and jobs
+// it has now, which change without the registry.
+struct Answered {
+    const Printer* printer;
+    DWORD status;
+    DWORD jobs;
+};
 
 std::size_t RecordSize(DWORD level) {
     return level == 2 ? sizeof(PRINTER_INFO_2) : sizeof(PRINTER_INFO_5);
@@ -109,7 +92,8 @@ char* PutText(PackedWriter& out, const std::optional<std::string>& text) {
     return text ? out.PutText(*text) : nullptr;
 }
 
-void PutInfo(PackedWriter& out, std::size_t index, const Printer& printer, DWORD level) {
+void PutInfo(PackedWriter& out, std::size_t index, const Answered& answered, DWORD level) {
+    const Printer& printer = *answered.printer;
     if (level == 5) {
         PRINTER_INFO_5 info{};
         info.pPrinterName = out.PutText(printer.name);
@@ -126,17 +110,17 @@ void PutInfo(PackedWriter& out, std::size_t index, const Printer& printer, DWORD
     // Jobs reach the port as the application made them.
     info.pDatatype = out.PutText("RAW");
     info.Attributes = PRINTER_ATTRIBUTE_LOCAL;
-    info.Status = printer.status;
-    info.cJobs = printer.jobs;
+    info.Status = answered.status;
+    info.cJobs = answered.jobs;
     out.PutRecord(index, info);
 }
 
 // The one end of GetPrinterA and EnumPrintersA: the size rule, then the
 // records in order with their texts behind them.
-BOOL AnswerPrinters(const std::vector<Printer>& list, DWORD level, LPBYTE buffer, DWORD size,
+BOOL AnswerPrinters(std::span<const Answered> list, DWORD level, LPBYTE buffer, DWORD size,
                     LPDWORD needed, LPDWORD returned) {
     std::size_t total = 0;
-    for (const Printer& printer : list) total += InfoSize(printer, level);
+    for (const Answered& answered : list) total += InfoSize(*answered.printer, level);
     return AnswerPacked(buffer, size, total, list.size(), needed, returned, [&] {
         PackedWriter out(buffer, list.size() * RecordSize(level));
         for (std::size_t i = 0; i < list.size(); ++i) PutInfo(out, i, list[i], level);
@@ -192,12 +176,81 @@ void PutDriver(PackedWriter& out, const Driver& driver) {
     out.PutRecord(0, info);
 }
 
+// ---------------------------------------------------------------------------
+// The book: every printer and driver as the registry held them at one
+// generation. A host with a thousand printers is asked about each of them on
+// every reconcile of every port; read once, each answer is a lookup until
+// the registry changes. A printer's status word and jobs change without the
+// registry and are read live.
+
+struct Book {
+    std::uint64_t generation = 0;
+    std::vector<Printer> printers;                        // in the order of their keys
+    ByName<std::size_t> byName;
+    ByName<Driver> drivers;
+};
+
+std::shared_ptr<const Book> ReadBook(std::uint64_t generation) {
+    auto book = std::make_shared<Book>();
+    book->generation = generation;
+    for (const std::string& keyName : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kPrintersKey)) {
+        const std::string key = std::string(kPrintersKey) + "\\" + keyName;
+        Printer printer;
+        printer.name = keyName;
+        printer.port = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Port");
+        printer.driver = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Printer Driver");
+        printer.processor = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Print Processor");
+        if (printer.driver && !book->drivers.contains(*printer.driver)) {
+            book->drivers.emplace(*printer.driver, ReadDriver(*printer.driver));
+        }
+        book->byName.emplace(keyName, book->printers.size());
+        book->printers.push_back(std::move(printer));
+    }
+    return book;
+}
+
+// The book of the registry as it is now, read again when it has changed. A
+// change in the middle of a reading leaves a book of the older number, read
+// again at the next call. Each thread keeps the book it last used, so that
+// a call that finds the registry as it was takes no lock and touches no
+// count shared with other threads; the book stays the thread's until its
+// next call.
+const Book& CurrentBook() {
+    static std::mutex mutex;
+    static auto* shared = new std::shared_ptr<const Book>();  // never destroyed, see kernel.h
+    thread_local std::shared_ptr<const Book> mine;
+    const std::uint64_t generation = platform::RegistryGeneration();
+    if (mine != nullptr && mine->generation == generation) return *mine;
+    std::lock_guard lock(mutex);
+    if (*shared == nullptr || (*shared)->generation != generation) *shared = ReadBook(generation);
+    mine = *shared;
+    return *mine;
+}
+
+Answered Live(const Printer& printer) {
+    return {&printer, LastStatusWord(printer.name), static_cast<DWORD>(platform::QueuedJobCount(printer.name))};
+}
+
+// The printer a handle was opened for. Null, with the last error set, for a
+// bad handle or a printer no longer on the machine.
+const Printer* PrinterOfHandle(const Book& book, HANDLE handle) {
+    std::string opened;
+    if (!platform::PrinterNameOf(handle, &opened)) return nullptr;
+    const auto found = book.byName.find(opened);
+    if (found == book.byName.end()) {
+        SetLastError(ERROR_PRINTER_DELETED);
+        return nullptr;
+    }
+    return &book.printers[found->second];
+}
+
 }  // namespace
 
 BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD needed) {
     if (FailsAtGate(platform::SpoolerCall::GetPrinter, needed, nullptr)) return FALSE;
-    const std::optional<std::string> name = PrinterOfHandle(printer);
-    if (!name) return FALSE;
+    const Book& book = CurrentBook();
+    const Printer* found = PrinterOfHandle(book, printer);
+    if (found == nullptr) return FALSE;
     if (level != 2 && level != 5) {
         SetLastError(ERROR_INVALID_LEVEL);
         return FALSE;
@@ -207,7 +260,8 @@ BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD
         return FALSE;
     }
     DWORD returned = 0;
-    return AnswerPrinters({ReadPrinter(*name)}, level, buffer, size, needed, &returned);
+    const Answered answered = Live(*found);
+    return AnswerPrinters({&answered, 1}, level, buffer, size, needed, &returned);
 }
 
 BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, DWORD size,
@@ -221,18 +275,19 @@ BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, 
         SetLastError(ERROR_INVALID_LEVEL);
         return FALSE;
     }
-    std::vector<Printer> list;
-    for (const std::string& name : platform::RegistrySubkeys(HKEY_LOCAL_MACHINE, kPrintersKey)) {
-        list.push_back(ReadPrinter(name));
-    }
+    const Book& book = CurrentBook();
+    std::vector<Answered> list;
+    list.reserve(book.printers.size());
+    for (const Printer& printer : book.printers) list.push_back(Live(printer));
     return AnswerPrinters(list, level, buffer, size, needed, returned);
 }
 
 BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYTE buffer,
                        DWORD size, LPDWORD needed) {
     if (FailsAtGate(platform::SpoolerCall::GetPrinterDriver, needed, nullptr)) return FALSE;
-    const std::optional<std::string> name = PrinterOfHandle(printer);
-    if (!name) return FALSE;
+    const Book& book = CurrentBook();
+    const Printer* found = PrinterOfHandle(book, printer);
+    if (found == nullptr) return FALSE;
     if (level != 3) {
         SetLastError(ERROR_INVALID_LEVEL);
         return FALSE;
@@ -241,12 +296,11 @@ BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYT
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    const std::optional<std::string> driverName = ReadPrinter(*name).driver;
-    if (!driverName) {
+    if (!found->driver) {
         SetLastError(ERROR_UNKNOWN_PRINTER_DRIVER);
         return FALSE;
     }
-    const Driver driver = ReadDriver(*driverName);
+    const Driver& driver = book.drivers.at(*found->driver);
     DWORD returned = 0;
     return AnswerPacked(buffer, size, DriverSize(driver), 1, needed, &returned, [&] {
         PackedWriter out(buffer, sizeof(DRIVER_INFO_3));
@@ -256,8 +310,8 @@ BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYT
 
 BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) {
     if (FailsAtGate(platform::SpoolerCall::SetPrinter, nullptr, nullptr)) return FALSE;
-    const std::optional<std::string> name = PrinterOfHandle(printer);
-    if (!name) return FALSE;
+    const Printer* found = PrinterOfHandle(CurrentBook(), printer);
+    if (found == nullptr) return FALSE;
     if (level != 0 || command != PRINTER_CONTROL_SET_STATUS) {
         SetLastError(ERROR_NOT_SUPPORTED);
         return FALSE;
@@ -267,7 +321,7 @@ BOOL SetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD command) {
     const auto word = static_cast<DWORD>(reinterpret_cast<std::uintptr_t>(buffer));
     StatusBook& book = TheStatusBook();
     std::lock_guard lock(book.mutex);
-    std::vector<DWORD>& words = book.words[Lower(*name)];
+    std::vector<DWORD>& words = book.words[found->name];
     if (words.size() == KeptStatusWords) words.erase(words.begin());
     words.push_back(word);
     return TRUE;
@@ -278,7 +332,7 @@ namespace platform {
 std::vector<DWORD> PrinterStatusWords(const std::string& printerName) {
     StatusBook& book = TheStatusBook();
     std::lock_guard lock(book.mutex);
-    auto found = book.words.find(Lower(printerName));
+    auto found = book.words.find(printerName);
     return found == book.words.end() ? std::vector<DWORD>{} : found->second;
 }
 
@@ -305,6 +359,8 @@ void AddPrinterQueue(const std::string& name, const std::string& driver, const s
         RegistrySetString(HKEY_LOCAL_MACHINE, driverKey, "Monitor", monitor);
     }
 }
+
+bool PrinterOnMachine(std::string_view name) { return CurrentBook().byName.contains(name); }
 
 void RemovePrinterQueue(const std::string& name) {
     RegistryDeleteKey(HKEY_LOCAL_MACHINE, std::string(kPrintersKey) + "\\" + name);

@@ -9,6 +9,7 @@
 #include "platform/win32_types.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace langmon {
@@ -71,6 +72,8 @@ void AddPrinterQueue(const std::string& name, const std::string& driver, const s
                      bool statusKey, const std::string& monitor = "");
 // The printer queue leaves the machine; its driver stays.
 void RemovePrinterQueue(const std::string& name);
+// Whether the machine has a printer queue of that name (case does not matter).
+bool PrinterOnMachine(std::string_view name);
 
 }  // namespace platform
 }  // namespace langmon
