@@ -19,6 +19,13 @@
 
 namespace langmon::bench {
 
+// The middle value, the upper one of an even count; 0 of none.
+inline double Median(std::vector<double> values) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
 struct Measured {
     std::vector<double> runs;  // CPU ns per iteration, one per repetition
     double median = 0;         // CPU ns per iteration, when repetitions were aggregated
@@ -43,10 +50,7 @@ struct Measured {
     double MedianCounter(const std::string& name) const {
         if (const auto it = counterMedians.find(name); it != counterMedians.end()) return it->second;
         const auto it = counterRuns.find(name);
-        if (it == counterRuns.end() || it->second.empty()) return 0;
-        std::vector<double> values = it->second;
-        std::sort(values.begin(), values.end());
-        return values[values.size() / 2];
+        return it == counterRuns.end() ? 0 : Median(it->second);
     }
 };
 
