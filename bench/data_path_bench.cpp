@@ -5,8 +5,18 @@
 // same kind of file, in the same run. One benchmark per write strategy and
 // block size. The file lies on tmpfs, so that the disk doesn't drown out what
 // the monitor adds; it is emptied before each job, outside the timed part.
-// Each of the monitor's jobs is also paired with a plain job just before it,
+// Each of the monitor's jobs is also paired with a plain job run beside it,
 // since on a shared machine the load drifts from one benchmark to the next.
+//
+// The goal is absolute: at most 100 ns of CPU per 4 KiB block on top of the
+// plain loop's, and no allocation for a block once the job's header question
+// is settled. A ratio to a port monitor below that does nothing would leave
+// a fraction of a nanosecond for the monitor's lock and bookkeeping; against
+// a real write(2) the figure is what a job pays. The job's start and end are
+// in the figure, spread over its 25,600 blocks. This is the one benchmark of
+// what WritePort adds to a block: a port monitor below that writes nothing
+// measured the monitor's instructions alone, warm in the cache, which a
+// real write(2) between two blocks never leaves them.
 //
 // The same job also goes by TCP to `langmon emulate`, through the network
 // port monitor below the monitor, against a plain write(2) loop of the same
@@ -51,8 +61,11 @@ namespace {
 
 constexpr std::size_t JobSize = std::size_t{100} << 20;
 constexpr DWORD BlockSizes[] = {4096, 65536};
-// The most the monitor's job may cost against the plain loop, as a ratio.
-constexpr double TargetRatio = 1.05;
+// The most CPU the monitor may add to each 4 KiB block of the job, and the
+// blocks of a job counted in 4 KiB, whatever the size it is sent in.
+constexpr double TargetAddedNs = 100;
+constexpr std::size_t QuantumBytes = 4096;
+constexpr double QuantaPerJob = static_cast<double>(JobSize / QuantumBytes);
 // The least of the plain loop's throughput the monitor's job must reach by
 // TCP to the emulator.
 constexpr double TcpTargetShare = 0.9;
@@ -224,33 +237,48 @@ const char* SendJob(const StrategyCase& meant, const std::vector<BYTE>& block, M
     return problem;
 }
 
-void MonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize) {
+/* TimedPlainJob: a plain job into the emptied file, on the thread's CPU
+   clock; false when the file could not be emptied or written. */
+bool TimedPlainJob(const std::vector<BYTE>& block, DWORD shift, double* ns) {
+    if (!EmptyJobFile()) return false;
+    const double start = ThreadCpuNs();
+    const bool ok = PlainJob(block, shift);
+    *ns = ThreadCpuNs() - start;
+    return ok;
+}
+
+void MonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize, bool behind) {
     platform::RegistrySetDword(HKEY_LOCAL_MACHINE, PortModeKey, PortModeValue, meant.fixedMode);
     const std::vector<BYTE> block = MakeBlock(blockSize);
     MONITOR below = FdPortTable(jobFd);
     std::size_t allocations = 0;
-    // Each job is paired with a plain loop's job just before it, timed on
-    // the thread's CPU clock outside the benchmark's timing: on a shared
-    // machine the load drifts between one benchmark and the next, much less
-    // between two jobs in a row.
+    // Each job is paired with a plain loop's job, timed on the thread's CPU
+    // clock outside the benchmark's timing: on a shared machine the load
+    // drifts between one benchmark and the next, much less between two jobs
+    // in a row. The plain job goes before the monitor's and after it in
+    // turn, so that neither place in a pair favours one; the median pair
+    // counts, since a job that meets another process's burst is noise. The
+    // plain job makes the writes the strategy makes: compatibility mode's,
+    // 80 bytes behind, straddle the file's pages, which costs tmpfs, not the
+    // monitor, and no printer's port.
+    const DWORD shift = behind ? 80 : 0;
     double plainNs = 0;
     double monitorNs = 0;
+    std::vector<double> addedNs;
     for (auto _ : state) {
+        const bool plainFirst = addedNs.size() % 2 == 0;
+        double plainJobNs = 0;
         state.PauseTiming();
-        bool emptied = EmptyJobFile();
-        const double plainStart = ThreadCpuNs();
-        const bool plainOk = emptied && PlainJob(block, 0);
-        plainNs += ThreadCpuNs() - plainStart;
-        emptied = emptied && EmptyJobFile();
+        bool ok = (!plainFirst || TimedPlainJob(block, shift, &plainJobNs)) && EmptyJobFile();
         state.ResumeTiming();
-        if (!emptied || !plainOk) {
+        if (!ok) {
             state.SkipWithError("the file could not be emptied or written");
             break;
         }
         std::size_t jobAllocations = 0;
         const double monitorStart = ThreadCpuNs();
         const char* problem = SendJob(meant, block, &below, &jobAllocations);
-        monitorNs += ThreadCpuNs() - monitorStart;
+        const double monitorJobNs = ThreadCpuNs() - monitorStart;
         if (problem != nullptr) {
             state.SkipWithError(problem);
             break;
@@ -260,15 +288,25 @@ void MonitorJob(benchmark::State& state, StrategyCase meant, DWORD blockSize) {
         // Header and trailer are a few hundred bytes; anything else means
         // bytes lost or doubled.
         const off_t size = JobFileSize();
+        ok = plainFirst || TimedPlainJob(block, shift, &plainJobNs);
         state.ResumeTiming();
         if (size < static_cast<off_t>(JobSize) || size > static_cast<off_t>(JobSize + 4096)) {
             state.SkipWithError("the file does not hold the job, its header and its trailer");
             break;
         }
+        if (!ok) {
+            state.SkipWithError("the file could not be emptied or written");
+            break;
+        }
+        plainNs += plainJobNs;
+        monitorNs += monitorJobNs;
+        addedNs.push_back((monitorJobNs - plainJobNs) / QuantaPerJob);
     }
+    const double jobs = static_cast<double>(state.iterations());
+    const double blocksCounted = jobs * static_cast<double>(JobSize / blockSize - 1);
     state.counters["paired"] = plainNs > 0 ? monitorNs / plainNs : 0;
-    state.counters["allocs/job"] =
-        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
+    state.counters["added ns/4KiB"] = Median(addedNs);
+    state.counters["allocs/block"] = blocksCounted > 0 ? static_cast<double>(allocations) / blocksCounted : 0;
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * JobSize));
 }
 
@@ -359,10 +397,11 @@ const struct {
     const char* name;
     const char* what;
     StrategyCase meant;
+    bool behind;  // its writes are 80 bytes behind the blocks
 } Strategies[] = {
-    {"WriteDirect", "USB, whole blocks", {"USB001", PM_COMPAT, true}},
-    {"WriteCapped", "ECP, at most 4096 bytes a call", {"LPT1", PM_ECP, false}},
-    {"WriteBehind", "compatibility, 80 bytes behind", {"LPT1", PM_COMPAT, false}},
+    {"WriteDirect", "USB, whole blocks", {"USB001", PM_COMPAT, true}, false},
+    {"WriteCapped", "ECP, at most 4096 bytes a call", {"LPT1", PM_ECP, false}, false},
+    {"WriteBehind", "compatibility, 80 bytes behind", {"LPT1", PM_COMPAT, false}, true},
 };
 
 std::string Name(const char* what, DWORD blockSize) { return std::string(what) + "/" + std::to_string(blockSize); }
@@ -371,33 +410,11 @@ class SummaryReporter : public CollectingReporter {
 public:
     using CollectingReporter::CollectingReporter;
 
-    // The paired ratio of each run, for its median over the repetitions.
-    void ReportRuns(const std::vector<Run>& runs) override {
-        CollectingReporter::ReportRuns(runs);
-        for (const Run& run : runs) {
-            const auto it = run.counters.find("paired");
-            if (run.error_occurred || it == run.counters.end()) continue;
-            if (run.run_type == Run::RT_Aggregate) {
-                if (run.aggregate_name == "median") pairedMedian_[run.run_name.function_name] = it->second.value;
-            } else {
-                pairedRuns_[run.run_name.function_name].push_back(it->second.value);
-            }
-        }
-    }
-
-    // The median of a benchmark's paired ratios; 0 when there are none.
-    double Paired(const std::string& name) const {
-        if (const auto it = pairedMedian_.find(name); it != pairedMedian_.end()) return it->second;
-        const auto it = pairedRuns_.find(name);
-        if (it == pairedRuns_.end() || it->second.empty()) return 0;
-        std::vector<double> values = it->second;
-        std::sort(values.begin(), values.end());
-        return values[values.size() / 2];
-    }
-
     void PrintSummary() const {
         std::printf("\nA %zu MB job on %s (%s): CPU time of the monitor's job against the plain write(2) loop\n",
                     JobSize >> 20, jobPath.c_str(), onTmpfs ? "tmpfs" : "NOT tmpfs: the file system is in the figures");
+        // The worst allocations per block of each strategy, over the block sizes.
+        std::map<std::string, double> allocations;
         for (DWORD blockSize : BlockSizes) {
             const Measured* plain = Measurement(Name("PlainWrite", blockSize));
             if (plain == nullptr) continue;
@@ -406,19 +423,31 @@ public:
             for (const auto& strategy : Strategies) {
                 const Measured* m = Measurement(Name(strategy.name, blockSize));
                 if (m == nullptr) continue;
-                const double ratio = Paired(Name(strategy.name, blockSize));
-                std::printf("  %s (%s): %.2f ms, %.3fx the plain loop (%.3fx its job just before), at most %.2fx: %s; "
-                            "%g allocations a job after its first block\n",
-                            strategy.name, strategy.what, m->Time(), m->Time() / base, ratio, TargetRatio,
-                            ratio <= TargetRatio ? "met" : "not met", m->Counter("allocs/job"));
+                const double added = m->MedianCounter("added ns/4KiB");
+                const double perBlock = m->Counter("allocs/block");
+                double& worst = allocations[strategy.name];
+                worst = std::max(worst, perBlock);
+                std::printf("  %s (%s): %.2f ms, %.3fx the plain loop; %+.1f ns per 4 KiB over its paired plain job"
+                            " (%.3fx it); %g allocations per block after the first\n",
+                            strategy.name, strategy.what, m->Time(), m->Time() / base, added,
+                            m->MedianCounter("paired"), perBlock);
+                if (blockSize == QuantumBytes) {
+                    ReportGoal(Format("data path %s: at most %.0f ns of CPU added per 4 KiB block", strategy.name,
+                                      TargetAddedNs),
+                               Format("%+.1f ns", added), added <= TargetAddedNs);
+                }
             }
             const Measured* shifted = Find(Name("PlainWriteBehind", blockSize));
-            const Measured* behind = Find(Name("WriteBehind", blockSize));
-            if (shifted != nullptr && !shifted->failed && behind != nullptr && !behind->failed) {
-                std::printf("  the plain loop with compatibility mode's writes: %.2f ms, %.3fx the plain loop;"
-                            " WriteBehind is %.3fx it\n",
-                            shifted->Time(), shifted->Time() / base, behind->Time() / shifted->Time());
+            if (shifted != nullptr && !shifted->failed) {
+                std::printf("  the plain loop with compatibility mode's writes: %.2f ms, %.3fx the plain loop\n",
+                            shifted->Time(), shifted->Time() / base);
             }
+        }
+        for (const auto& strategy : Strategies) {
+            const auto it = allocations.find(strategy.name);
+            if (it == allocations.end()) continue;
+            ReportGoal(Format("data path %s: no allocation per block after the header", strategy.name),
+                       Format("%g per block", it->second), it->second == 0);
         }
         std::printf("\nThe %zu MB job by TCP to langmon emulate, on the wall clock, each job read to its end: the"
                     " monitor's throughput as a share of the plain write(2) loop's, with the plain job just before"
@@ -430,21 +459,21 @@ public:
                 std::printf("%u-byte blocks, plain loop %.0f MB/s:\n", blockSize, plain->Counter("MB/s"));
             }
             for (const auto& strategy : TcpStrategies) {
-                const Measured* m = Measurement(Name(strategy.name, blockSize));
+                const std::string name = Name(strategy.name, blockSize);
+                const Measured* m = Measurement(name);
                 if (m == nullptr) continue;
-                const double ratio = Paired(Name(strategy.name, blockSize));
+                const double ratio = m->MedianCounter("paired");
                 const double share = ratio > 0 ? 1 / ratio : 0;
                 std::printf("  %s (%s): %.0f MB/s, %.3f of the plain loop's, at least %.2f: %s;"
                             " %g calls a job took nothing\n",
                             strategy.name, strategy.what, m->Counter("MB/s"), share, TcpTargetShare,
                             share >= TcpTargetShare ? "met" : "not met", m->Counter("idle/job"));
+                ReportGoal(Format("data path by TCP %s: at least %.2f of the plain loop's throughput", name.c_str(),
+                                  TcpTargetShare),
+                           Format("%.3f", share), share >= TcpTargetShare);
             }
         }
     }
-
-private:
-    std::map<std::string, std::vector<double>> pairedRuns_;
-    std::map<std::string, double> pairedMedian_;
 };
 
 }  // namespace
@@ -468,7 +497,8 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(Name("PlainWriteBehind", blockSize).c_str(), PlainLoop, blockSize, true)
             ->Unit(benchmark::kMillisecond);
         for (const auto& strategy : Strategies) {
-            benchmark::RegisterBenchmark(Name(strategy.name, blockSize).c_str(), MonitorJob, strategy.meant, blockSize)
+            benchmark::RegisterBenchmark(Name(strategy.name, blockSize).c_str(), MonitorJob, strategy.meant, blockSize,
+                                         strategy.behind)
                 ->Unit(benchmark::kMillisecond);
         }
     }

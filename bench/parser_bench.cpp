@@ -4,9 +4,18 @@
 // on. Each job of the stream starts, prints its pages with their statistics,
 // shows its panel text and ends, under a spooler job name, so that every
 // report reaches its handler's full work. Throughput is in bytes of the
-// printer's text per second of CPU time; the platform allocator counts the
-// blocks per response. The pauses a job's end makes for its client run on
-// the virtual clock: they are waits, not work.
+// printer's text per second of CPU time, and in microseconds per response;
+// the platform allocator counts the blocks per response once the port is in
+// its steady state (one pass over the stream before the timed ones). The
+// pauses a job's end makes for its client run on the virtual clock: they are
+// waits, not work.
+//
+// The goal is no allocation for a response, but for the copies the design
+// calls for: a job's records, which the monitor keeps and hands to the job's
+// client. At a job's START the record PrintingJobInfo2 holds; at its NAME,
+// the chain's node for the job, the node's snapshot and the snapshot's own
+// copy of the record; at its END the closing record, which replaces the
+// row's. Five blocks a job, whatever its pages.
 
 #include "monitor/port_context.h"
 #include "parser/response_parser.h"
@@ -35,6 +44,8 @@ namespace {
 constexpr std::size_t BlockBytes = 1024;  // the reader's block, without its NUL
 constexpr int JobsInStream = 64;
 constexpr int PagesPerJob = 5;
+// The blocks a job's records call for (see above).
+constexpr double JobRecordAllocations = 5;
 
 char printerName[] = "Bench Printer";
 char portName[] = "LPT1";
@@ -75,7 +86,23 @@ ReportStream PrintingStream() {
     return stream;
 }
 
-/* ParseStream: the stream, block by block, through the port's parser. */
+/* PassOverStream: the stream, block by block, through the port's parser.
+   Null when every response ended, else what is wrong. */
+const char* PassOverStream(PortContext* port, const ReportStream& stream) {
+    char block[BlockBytes + 1];
+    for (std::size_t at = 0; at < stream.text.size(); at += BlockBytes) {
+        const std::size_t length = std::min(BlockBytes, stream.text.size() - at);
+        std::memcpy(block, stream.text.data() + at, length);
+        block[length] = '\0';
+        ParseResponseBuffer(port, block, 1);
+    }
+    // Every response ended: nothing waits for the next block.
+    if (port->responseTail != nullptr || port->parser->LastResult != 5) {
+        return "the stream did not end between responses";
+    }
+    return nullptr;
+}
+
 void ParseStream(benchmark::State& state) {
     const ReportStream stream = PrintingStream();
     MONITOR sink = SinkTable();
@@ -85,27 +112,22 @@ void ParseStream(benchmark::State& state) {
         return;
     }
     auto* port = static_cast<PortContext*>(handle);
-    char block[BlockBytes + 1];
+    // The first pass finds the port fresh: its variables, its job chain and
+    // the parser's buffers take their steady size there.
+    const char* problem = PassOverStream(port, stream);
     std::size_t allocations = 0;
-    const char* problem = nullptr;
-    for (auto _ : state) {
-        const std::size_t before = platform::AllocationCount();
-        for (std::size_t at = 0; at < stream.text.size(); at += BlockBytes) {
-            const std::size_t length = std::min(BlockBytes, stream.text.size() - at);
-            std::memcpy(block, stream.text.data() + at, length);
-            block[length] = '\0';
-            ParseResponseBuffer(port, block, 1);
-        }
-        allocations += platform::AllocationCount() - before;
-        // Every response ended: nothing waits for the next block.
-        if (port->responseTail != nullptr || port->parser->LastResult != 5) {
-            problem = "the stream did not end between responses";
-            break;
+    if (problem == nullptr) {
+        for (auto _ : state) {
+            const std::size_t before = platform::AllocationCount();
+            problem = PassOverStream(port, stream);
+            allocations += platform::AllocationCount() - before;
+            if (problem != nullptr) break;
         }
     }
-    const double iterations = static_cast<double>(state.iterations());
+    const double passes = static_cast<double>(state.iterations());
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * stream.text.size()));
-    state.counters["allocs/response"] = iterations > 0 ? static_cast<double>(allocations) / (iterations * stream.responses) : 0;
+    state.counters["allocs/response"] = passes > 0 ? static_cast<double>(allocations) / (passes * stream.responses) : 0;
+    state.counters["allocs/job"] = passes > 0 ? static_cast<double>(allocations) / (passes * JobsInStream) : 0;
     state.counters["responses"] = stream.responses;
     if (problem != nullptr) state.SkipWithError(problem);
     languageMonitor.ClosePort(handle);
@@ -117,15 +139,22 @@ public:
 
     void PrintSummary() const {
         std::printf("\n");
-        if (const Measured* parse = Measurement("ParseStream")) {
-            const ReportStream stream = PrintingStream();
-            // Time() is CPU microseconds per pass over the stream.
-            const double perSecond = static_cast<double>(stream.text.size()) / (parse->Time() * 1e-6);
-            std::printf("Report parsing: %.1f MB/s of printer text in %zu-byte blocks, %.2f us per response; "
-                        "%.2f allocations per response\n",
-                        perSecond / 1e6, BlockBytes, parse->Time() / stream.responses,
-                        parse->Counter("allocs/response"));
-        }
+        const Measured* parse = Measurement("ParseStream");
+        if (parse == nullptr) return;
+        const ReportStream stream = PrintingStream();
+        // Time() is CPU microseconds per pass over the stream.
+        const double perSecond = static_cast<double>(stream.text.size()) / (parse->Time() * 1e-6);
+        const double perResponse = parse->Counter("allocs/response");
+        const double perJob = parse->Counter("allocs/job");
+        const double beyondRecords =
+            std::max(0.0, perJob - JobRecordAllocations) * JobsInStream / stream.responses;
+        std::printf("Report parsing: %.1f MB/s of printer text in %zu-byte blocks, %.2f us per response; "
+                    "%.3f allocations per response, %.2f per job, of which %g are the job's records\n",
+                    perSecond / 1e6, BlockBytes, parse->Time() / stream.responses, perResponse, perJob,
+                    JobRecordAllocations);
+        ReportGoal("parser: no allocation per response but a job's 5 records, steady",
+                   Format("%.3f per response beyond them (%.3f in all)", beyondRecords, perResponse),
+                   perJob <= JobRecordAllocations);
     }
 };
 

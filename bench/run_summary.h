@@ -2,7 +2,8 @@
 // reports it, for the summary a program prints behind the console table.
 // The time is CPU time, which a busy machine disturbs less than the wall
 // clock; with repetitions the medians count. Counters are the worst run's,
-// taken from the mean when only aggregates are reported.
+// taken from the mean when only aggregates are reported, or their median
+// over the repetitions where one run's figure is noise.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -10,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -17,11 +19,20 @@
 
 namespace langmon::bench {
 
+// The middle value, the upper one of an even count; 0 of none.
+inline double Median(std::vector<double> values) {
+    if (values.empty()) return 0;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
 struct Measured {
     std::vector<double> runs;  // CPU ns per iteration, one per repetition
     double median = 0;         // CPU ns per iteration, when repetitions were aggregated
     bool haveMedian = false;
     std::map<std::string, double> counters;  // the worst run's value of each counter
+    std::map<std::string, std::vector<double>> counterRuns;  // each run's value of each counter
+    std::map<std::string, double> counterMedians;  // when repetitions were aggregated
     bool failed = false;
     std::string error;
 
@@ -34,6 +45,12 @@ struct Measured {
     double Counter(const std::string& name) const {
         const auto it = counters.find(name);
         return it == counters.end() ? 0 : it->second;
+    }
+    // The counter's median over the repetitions; 0 when it has none.
+    double MedianCounter(const std::string& name) const {
+        if (const auto it = counterMedians.find(name); it != counterMedians.end()) return it->second;
+        const auto it = counterRuns.find(name);
+        return it == counterRuns.end() ? 0 : Median(it->second);
     }
 };
 
@@ -61,6 +78,13 @@ public:
                 for (const auto& [name, counter] : run.counters) {
                     double& worst = m.counters[name];
                     worst = std::max(worst, counter.value);
+                }
+            }
+            for (const auto& [name, counter] : run.counters) {
+                if (!aggregate) {
+                    m.counterRuns[name].push_back(counter.value);
+                } else if (run.aggregate_name == "median") {
+                    m.counterMedians[name] = counter.value;
                 }
             }
         }
@@ -98,6 +122,16 @@ private:
 inline void ReportGoal(const std::string& goal, const std::string& measured, bool met) {
     std::printf("goal\t%s\t%s\t%s\n", goal.c_str(), measured.c_str(), met ? "met" : "not met");
     std::fflush(stdout);
+}
+
+// printf's formatting into a string, for a goal's figure.
+__attribute__((format(printf, 1, 2))) inline std::string Format(const char* format, ...) {
+    char text[256];
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return text;
 }
 
 // Runs the registered benchmarks with the program's reporter, then its

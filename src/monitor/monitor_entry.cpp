@@ -241,10 +241,10 @@ int DestroyPortContext(PortContext* port) {
     port->variables = nullptr;
 
     if (port->parser != nullptr) {
-        ResetParser(port->parser, 1);
-        GlobalFree(port->parser);
+        DestroyParser(port->parser);
         port->parser = nullptr;
     }
+    port->responseTail = nullptr;
 
     while (port->managers != nullptr && RemoveLink(port->managers, port)) {
     }
@@ -257,12 +257,11 @@ int DestroyPortContext(PortContext* port) {
     FreeJobRecords(port);
 
     // A port closed in the middle of a job still holds its copy of the job's
-    // DOC_INFO, PJL text the printer never took and an unparsed answer.
+    // DOC_INFO and PJL text the printer never took; an unparsed answer went
+    // with the parser.
     FreeDocInfo(port->docInfoLevel, port->docInfo);
     port->docInfo = nullptr;
     DropPending(port);
-    GlobalFree(port->responseTail);
-    port->responseTail = nullptr;
 
     if (port->portLock != nullptr) {
         DeleteCriticalSection(port->portLock);

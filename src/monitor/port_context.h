@@ -75,7 +75,7 @@ struct PortContext {
     PjlParserState* parser;
     uint32_t pendingLength;
     uint8_t* pendingData;
-    char* responseTail;
+    char* responseTail;  // in the parser's Carry buffer; null: none
     HANDLE serialSemaphore;
     HANDLE statusWakeEvent;
     HANDLE closingEvent;

@@ -18,6 +18,10 @@ namespace {
 // The panel hides its second line behind these two marks; it is shown blank.
 constexpr WCHAR HiddenLineStart = 0xE001;
 constexpr WCHAR HiddenLineEnd = 0xE002;
+// The panel's two lines of 16 characters, each up to three bytes of UTF-8,
+// and more: panel text is decoded on the stack, since a status thread that
+// sees it change with every page would otherwise allocate for each report.
+constexpr std::size_t DisplayDecodeUnits = 128;
 
 }  // namespace
 
@@ -65,11 +69,13 @@ int DisplayKeyHandler(const char* text, const char** cursor, PjlParserState*, Po
         return 0;
     }
     PrinterDisplayValue value{};
-    if (WCHAR* wide = DisplayTextToWide(start, static_cast<std::size_t>(end - start))) {
+    WCHAR decoded[DisplayDecodeUnits];
+    const auto length = static_cast<std::size_t>(end - start);
+    if (WCHAR* wide = DisplayTextToWide(start, length, decoded, std::size(decoded))) {
         std::size_t units = 0;
         while (units < std::size(value.DisplayText) && wide[units] != 0) ++units;
         std::copy_n(wide, units, value.DisplayText);
-        GlobalFree(wide);
+        if (wide != decoded) GlobalFree(wide);
     }
     if (value.DisplayText[16] == HiddenLineStart && value.DisplayText[31] == HiddenLineEnd) {
         std::fill_n(value.DisplayText + 16, 16, u' ');
@@ -82,19 +88,30 @@ int DisplayKeyHandler(const char* text, const char** cursor, PjlParserState*, Po
     return 1;
 }
 
-WCHAR* DisplayTextToWide(const char* text, std::size_t length) {
+WCHAR* DisplayTextToWide(const char* text, std::size_t length, WCHAR* buffer, std::size_t capacity) {
     OSVERSIONINFOA version{};
     version.dwOSVersionInfoSize = sizeof version;
     const bool ownDecoder = GetVersionExA(&version) != 0 &&
                             version.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS && version.dwMinorVersion == 0;
     const int count = static_cast<int>(std::min<std::size_t>(length, 0x7FFFFFFF));
+    const bool fits = length < capacity;
     if (ownDecoder) {
-        const uint32_t units = DecodeUtf8(nullptr, text, count, 1);
-        auto* wide = static_cast<WCHAR*>(GlobalAlloc(GPTR, (units + 1) * sizeof(WCHAR)));
+        WCHAR* wide = buffer;
+        if (!fits) {
+            const uint32_t units = DecodeUtf8(nullptr, text, count, 1);
+            wide = static_cast<WCHAR*>(GlobalAlloc(GPTR, (units + 1) * sizeof(WCHAR)));
+        }
         if (wide != nullptr) DecodeUtf8(wide, text, count, 0);
         return wide;
     }
     // An empty text has no units to convert; the result is the zero unit alone.
+    if (fits) {
+        const int room = static_cast<int>(capacity - 1);
+        const int units = count > 0 ? MultiByteToWideChar(CP_UTF8, 0, text, count, buffer, room) : 0;
+        if (count > 0 && units == 0) return nullptr;
+        buffer[units] = 0;
+        return buffer;
+    }
     const int units = count > 0 ? MultiByteToWideChar(CP_UTF8, 0, text, count, nullptr, 0) : 0;
     if (count > 0 && units == 0) return nullptr;
     auto* wide = static_cast<WCHAR*>(GlobalAlloc(GPTR, (static_cast<std::size_t>(units) + 1) * sizeof(WCHAR)));

@@ -27,10 +27,12 @@ int EojHandler(const char* text, const char** cursor, PjlParserState* state, Por
 // `text` stands behind "DISPLAY": an '=' and the panel text in double quotes.
 int DisplayKeyHandler(const char* text, const char** cursor, PjlParserState* state, PortContext* port);
 
-// The `length` bytes of UTF-8 at `text` as UTF-16 in a new block that ends in
-// a zero unit, or null. Windows 95 has no UTF-8 code page, so there the
-// monitor decodes on its own.
-WCHAR* DisplayTextToWide(const char* text, std::size_t length);
+// The `length` bytes of UTF-8 at `text` as UTF-16 that ends in a zero unit:
+// in `buffer`, of `capacity` units, when the text is shorter than that (a
+// unit takes at least one byte), else in a new block for the caller to free.
+// Null when the text can't be decoded or no block could be had. Windows 95
+// has no UTF-8 code page, so there the monitor decodes on its own.
+WCHAR* DisplayTextToWide(const char* text, std::size_t length, WCHAR* buffer, std::size_t capacity);
 // The monitor's own decoder: the lead byte alone says how long a sequence
 // is, and nothing is checked. Writes into `dest` unless `countOnly`, then a
 // zero unit; returns the number of units. Bytes a sequence would need past

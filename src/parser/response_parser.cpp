@@ -28,11 +28,29 @@ constexpr std::size_t InquireBody = 13;
    compared with. Without memory there is no rest to claim, and the next
    attempt counts as a first. */
 void RememberRest(PjlParserState* state, const char* rest) {
-    char* copy = DuplicateString(rest);
-    GlobalFree(state->SavedRest);
-    state->SavedRest = copy;
-    state->HaveSavedRest = copy != nullptr ? 1 : 0;
-    if (copy == nullptr) state->RestRepeated = 0;
+    const std::size_t length = std::strlen(rest);
+    const bool kept = ReserveParseBuffer(&state->SavedRest, length + 1, 0);
+    if (kept) std::memcpy(state->SavedRest.Text, rest, length + 1);
+    state->HaveSavedRest = kept ? 1 : 0;
+    if (!kept) state->RestRepeated = 0;
+}
+
+/* KeepTail: the text at `rest`, which a response has not finished, kept at
+   the start of the carry buffer for the next block; `inCarry` when it lies
+   in that buffer already. Without memory the tail is lost, and with it the
+   rest an attempt would be compared with. */
+void KeepTail(PortContext* port, PjlParserState* state, const char* rest, bool inCarry) {
+    ParseBuffer* carry = &state->Carry;
+    const std::size_t length = std::strlen(rest);
+    if (inCarry) {
+        std::memmove(carry->Text, rest, length + 1);
+    } else if (ReserveParseBuffer(carry, length + 1, 0)) {
+        std::memcpy(carry->Text, rest, length + 1);
+    } else {
+        state->HaveSavedRest = 0;
+        return;
+    }
+    port->responseTail = carry->Text;
 }
 
 }  // namespace
@@ -55,21 +73,19 @@ const ResponseRow ResponseTable[11] = {
 int ParseResponseBuffer(PortContext* port, const char* text, int publish) {
     PjlParserState* state = port->parser;
     if (state == nullptr || text == nullptr) return 0;
-    char* joined = nullptr;
     const char* work = text;
     if (port->responseTail != nullptr) {
+        // The tail stands at the start of the carry buffer: the block goes
+        // right behind it, and the two are parsed as one text.
         const std::size_t tail = std::strlen(port->responseTail);
         const std::size_t block = std::strlen(text);
-        joined = static_cast<char*>(GlobalAlloc(GPTR, tail + block + 1));
-        if (joined != nullptr) {
-            std::memcpy(joined, port->responseTail, tail);
-            std::memcpy(joined + tail, text, block);
-            work = joined;
+        if (ReserveParseBuffer(&state->Carry, tail + block + 1, tail)) {
+            std::memcpy(state->Carry.Text + tail, text, block + 1);
+            work = state->Carry.Text;
         } else {
             // The rest is lost: the text in hand is a first attempt.
             state->HaveSavedRest = 0;
         }
-        GlobalFree(port->responseTail);
         port->responseTail = nullptr;
     }
     int result = 0;
@@ -77,15 +93,12 @@ int ParseResponseBuffer(PortContext* port, const char* text, int publish) {
     while (*cursor != '\0') {
         result = ParseResponse(cursor, &cursor, port, publish);
         if (result == 1) {
-            if (*cursor != '\0') {
-                port->responseTail = DuplicateString(cursor);
-                if (port->responseTail == nullptr) state->HaveSavedRest = 0;
-            }
+            if (*cursor != '\0') KeepTail(port, state, cursor, work != text);
             break;
         }
         if (result == 2) break;
     }
-    GlobalFree(joined);
+    if (port->responseTail == nullptr) TrimParseBuffer(&state->Carry);
     return result;
 }
 
@@ -105,8 +118,7 @@ int ParseResponse(const char* text, const char** cursor, PortContext* port, int 
         bool stuck = false;
         if (state->HaveSavedRest == 0) {
             state->RestRepeated = 0;
-        } else if (state->RestRepeated != 0 && state->SavedRest != nullptr &&
-                   std::strcmp(rest, state->SavedRest) == 0) {
+        } else if (state->RestRepeated != 0 && std::strcmp(rest, state->SavedRest.Text) == 0) {
             stuck = true;
         } else {
             state->RestRepeated = 1;
@@ -214,8 +226,7 @@ int SkipLineKeyHandler(const char* text, const char** cursor, PjlParserState*, P
 
 void ResetParser(PjlParserState* state, int full) {
     state->HaveSavedRest = 0;
-    GlobalFree(state->SavedRest);
-    state->SavedRest = nullptr;
+    TrimParseBuffer(&state->SavedRest);
     state->CurrentRow = &NullResponseRow;
     state->LastResult = 5;
     state->SkippingToFormFeed = 0;
@@ -229,6 +240,13 @@ void ResetParser(PjlParserState* state, int full) {
     }
     state->JobFlags = 0;
     state->RestRepeated = 0;
+}
+
+void DestroyParser(PjlParserState* state) {
+    ResetParser(state, 1);
+    FreeParseBuffer(&state->SavedRest);
+    FreeParseBuffer(&state->Carry);
+    GlobalFree(state);
 }
 
 }  // namespace langmon

@@ -2,6 +2,8 @@
 // and dispatched by the table of first lines.
 #pragma once
 
+#include "parser/parse_buffer.h"
+
 #include <cstdint>
 
 namespace langmon {
@@ -25,7 +27,7 @@ constexpr uint32_t InquireForm = 0x1;  // ParseFlags bit
 
 struct PjlParserState {
     uint32_t HaveSavedRest;
-    char* SavedRest;  // owned
+    ParseBuffer SavedRest;  // what it holds counts while HaveSavedRest is 1
     const ResponseRow* CurrentRow;
     uint32_t LastResult;
     uint32_t SkippingToFormFeed;
@@ -34,6 +36,9 @@ struct PjlParserState {
     uint32_t ScratchSize;
     uint32_t JobFlags;
     uint32_t RestRepeated;
+    // The port's responseTail, when there is one, at the start; the next
+    // block is copied in behind it.
+    ParseBuffer Carry;
 };
 
 // The first lines the parser knows, searched from the top; the first prefix
@@ -68,7 +73,10 @@ int LenientScan(const char* text, const char** cursor, const ResponseRow* keys,
 int SkipLineKeyHandler(const char* text, const char** cursor, PjlParserState* state, PortContext* port);
 
 // Back to "between responses". With `full` the job record under construction
-// is dropped too.
+// is dropped too. The buffers stay for the next response.
 void ResetParser(PjlParserState* state, int full);
+// The state of a port that goes, with its buffers; the port's responseTail,
+// which lies in one of them, goes with it.
+void DestroyParser(PjlParserState* state);
 
 }  // namespace langmon
