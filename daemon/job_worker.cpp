@@ -71,11 +71,14 @@ bool JobWorker::Finished() const {
     return finished_;
 }
 
-void JobWorker::Tell(JobOutcome outcome) {
+void JobWorker::Tell(JobOutcome outcome, bool last) {
     {
         std::lock_guard hold(mutex_);
         outcome.taken = taken_;
         outcomes_.push_back(std::move(outcome));
+        // With its last outcome the worker is finished at once, so that the
+        // loop that reads the outcome also sees the printer free.
+        if (last) finished_ = true;
     }
     wake_();
 }
@@ -132,10 +135,8 @@ void JobWorker::Run() {
                                reinterpret_cast<LPBYTE>(&docInfo))) {
         const DWORD error = GetLastError();
         platform::RemoveJob(ticket_.printer, ticket_.id);
-        Tell({JobOutcome::Step::Started, false, "StartDocPort failed: " + tool::ErrorWords(error),
-              std::nullopt});
-        std::lock_guard hold(mutex_);
-        finished_ = true;
+        Tell({JobOutcome::Step::Started, false, "StartDocPort failed: " + tool::ErrorWords(error), std::nullopt},
+             true);
         return;
     }
     Tell({JobOutcome::Step::Started, true, "", std::nullopt});
@@ -169,9 +170,7 @@ void JobWorker::Run() {
                std::chrono::steady_clock::now() < until && Pause(ReportLookEvery)) {
         }
     }
-    Tell(std::move(ended));
-    std::lock_guard hold(mutex_);
-    finished_ = true;
+    Tell(std::move(ended), true);
 }
 
 }  // namespace langmon::daemon

@@ -74,7 +74,7 @@ public:
 private:
     void Run();
     bool SendChunk(const std::vector<uint8_t>& bytes);
-    void Tell(JobOutcome outcome);
+    void Tell(JobOutcome outcome, bool last = false);
     // Waits up to `pause` unless cancelled; false once cancelled.
     bool Pause(std::chrono::milliseconds pause);
 

@@ -92,7 +92,6 @@ TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
     const uint32_t handle = std::get<protocol::OpenedReply>(reply).handle;
     ASSERT_TRUE(watcher.Ask(protocol::WatchRequest{0, handle, {"PrinterStatus"}}, &reply, &problem)) << problem;
     ASSERT_TRUE(std::holds_alternative<protocol::WatchingReply>(reply));
-    const std::string ready = StatusWords(watcher, handle);
 
     // Another process lists both printers, each with its state once the
     // printer's first poll has read it.
@@ -103,6 +102,8 @@ TEST(Langmond, ServesItsPrintersToClientsInOtherProcessesAndWindsUpOnSigterm) {
     }
     EXPECT_TRUE(Has(listed, "office  LPT1:    ready")) << listed;
     EXPECT_TRUE(Has(listed, "lab     LPT2:    paper jam")) << listed;
+    // Its words as the first poll read them, before the jam.
+    const std::string ready = StatusWords(watcher, handle);
     std::string metrics;
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "printers", "--socket", socketPath, "--prometheus"}, &metrics), 0) << metrics;
     for (const char* sample : {"# TYPE langmon_printer_up gauge\nlangmon_printer_up{printer=\"office\"} 1\n",
@@ -246,7 +247,7 @@ TEST(Langmond, SendsJobsOfThePrintCommandAndTheBackendThroughItsPortAndEndsOneWh
     // The daemon carries on, and the printer is free for the next job: one
     // that starts and is cancelled before a byte.
     ASSERT_TRUE(other.Ask(protocol::JobRequest{0, "office", "other", "bob"}, &reply, &problem)) << problem;
-    ASSERT_TRUE(std::holds_alternative<protocol::JobStartedReply>(reply));
+    ASSERT_TRUE(std::holds_alternative<protocol::JobStartedReply>(reply)) << protocol::ToJson(reply).dump();
     EXPECT_EQ(std::get<protocol::JobStartedReply>(reply).job, 4u);
     ASSERT_TRUE(other.Ask(protocol::CancelJobRequest{0, 4}, &reply, &problem)) << problem;
     EXPECT_TRUE(std::holds_alternative<protocol::OkReply>(reply));
