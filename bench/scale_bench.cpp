@@ -336,8 +336,11 @@ int main(int argc, char** argv) {
         const double spacing = r.ports * ThreadStartSpacingMs / 1000.0;
         ReportGoal("waking all within the thread-start spacing (" + Figure("%.2f s", spacing) + ") and a second" + at,
                    Figure("%.2f s", r.wakeSeconds), r.complete && r.wakeSeconds <= spacing + 1);
-        ReportGoal("closing all within the thread-start spacing (" + Figure("%.2f s", spacing) + ") and a second" + at,
-                   Figure("%.2f s", r.closeSeconds), r.complete && r.closeSeconds <= spacing + 1);
+        // A port's close waits for its status thread to end, which a thread
+        // in its idle wait does at its next look, within a pass.
+        ReportGoal("closing all within the thread-start spacing (" + Figure("%.2f s", spacing) +
+                       ") and an idle pass (4 s)" + at,
+                   Figure("%.2f s", r.closeSeconds), r.complete && r.closeSeconds <= spacing + 4);
     }
     if (results.size() >= 2) {
         const Result& least = results.front();

@@ -117,6 +117,8 @@ struct Registry {
     std::unordered_set<RegistryKey*> openKeys;
     // Raised by every change, under the mutex; read without it.
     std::atomic<std::uint64_t> generation{1};
+    // Every lookup made, for a check that a hot path makes none.
+    std::atomic<std::uint64_t> reads{0};
 };
 
 Registry& TheRegistry() {
@@ -208,6 +210,7 @@ LONG RegOpenKeyExA(HKEY key, LPCSTR subKey, DWORD /*options*/, REGSAM access, HK
     *result = nullptr;
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     std::shared_ptr<Node> from = HostRoot(r, key);
     if (!from) return ERROR_INVALID_HANDLE;
     // A null or empty subkey opens the key itself once more, as a new handle.
@@ -223,6 +226,7 @@ LONG RegEnumKeyExA(HKEY key, DWORD index, LPSTR name, LPDWORD nameSize, LPDWORD 
                    LPSTR className, LPDWORD classSize, void* lastWriteTime) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     const Resolved at = Resolve(r, key);
     if (!at.node) return ERROR_INVALID_HANDLE;
     if ((at.access & KEY_ENUMERATE_SUB_KEYS) == 0) return ERROR_ACCESS_DENIED;
@@ -245,6 +249,7 @@ LONG RegQueryValueExA(HKEY key, LPCSTR valueName, LPDWORD /*reserved*/, LPDWORD 
                       LPDWORD dataSize) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     const Resolved at = Resolve(r, key);
     if (!at.node) return ERROR_INVALID_HANDLE;
     if ((at.access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
@@ -351,6 +356,7 @@ std::optional<RegistryValue> RegistryGetValue(HKEY root, std::string_view path,
                                               std::string_view name) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     auto from = HostRoot(r, root);
     if (!from) return std::nullopt;
     auto node = Walk(std::move(from), path);
@@ -382,6 +388,7 @@ template <typename Name>
 std::vector<std::string> NamesIn(HKEY root, std::string_view path, Name nameOf) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     std::vector<std::string> names;
     auto from = HostRoot(r, root);
     if (!from) return names;
@@ -407,15 +414,19 @@ std::vector<std::string> RegistryValueNames(HKEY root, std::string_view path) {
 bool RegistryKeyExists(HKEY root, std::string_view path) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     auto from = HostRoot(r, root);
     return from && Walk(std::move(from), path) != nullptr;
 }
 
 std::uint64_t RegistryGeneration() { return TheRegistry().generation.load(); }
 
+std::uint64_t RegistryReadCount() { return TheRegistry().reads.load(); }
+
 std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path) {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);
+    ++r.reads;
     auto from = HostRoot(r, root);
     if (!from) return std::nullopt;
     auto node = Walk(from, path);

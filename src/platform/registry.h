@@ -86,6 +86,8 @@ bool RegistryKeyExists(HKEY root, std::string_view path);
 // A number that every change of the registry raises: what was read from it
 // at one number holds while the number stays.
 std::uint64_t RegistryGeneration();
+// Lookups made in the registry so far, by the Reg calls and the host's.
+std::uint64_t RegistryReadCount();
 // The last key of the path under its own name (as it was made, whatever the
 // case asked for); nothing when the key is missing.
 std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path);

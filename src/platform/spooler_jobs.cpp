@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
-#include <set>
+#include <unordered_set>
 #include <unordered_map>
 
 namespace langmon {
@@ -21,7 +21,7 @@ struct PrinterHandle {
 
 struct Queues {
     std::mutex mutex;
-    std::set<PrinterHandle*> handles;
+    std::unordered_set<PrinterHandle*> handles;
     // By printer name, as the spooler compares names.
     std::unordered_map<std::string, std::vector<platform::SpoolerJob>, platform::FoldedNameHash,
                        platform::FoldedNameEqual>

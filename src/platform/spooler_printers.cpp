@@ -66,13 +66,6 @@ struct Printer {
     std::optional<std::string> processor;
 };
 
-// A printer as an answer gives it: its record, and the status word and jobs
-// it has now, which change without the registry.
-struct Answered {
-    const Printer* printer;
-    DWORD status;
-    DWORD jobs;
-};
 
 std::size_t RecordSize(DWORD level) {
     return level == 2 ? sizeof(PRINTER_INFO_2) : sizeof(PRINTER_INFO_5);
@@ -92,8 +85,7 @@ char* PutText(PackedWriter& out, const std::optional<std::string>& text) {
     return text ? out.PutText(*text) : nullptr;
 }
 
-void PutInfo(PackedWriter& out, std::size_t index, const Answered& answered, DWORD level) {
-    const Printer& printer = *answered.printer;
+void PutInfo(PackedWriter& out, std::size_t index, const Printer& printer, DWORD level) {
     if (level == 5) {
         PRINTER_INFO_5 info{};
         info.pPrinterName = out.PutText(printer.name);
@@ -110,17 +102,19 @@ void PutInfo(PackedWriter& out, std::size_t index, const Answered& answered, DWO
     // Jobs reach the port as the application made them.
     info.pDatatype = out.PutText("RAW");
     info.Attributes = PRINTER_ATTRIBUTE_LOCAL;
-    info.Status = answered.status;
-    info.cJobs = answered.jobs;
+    // The status word and the jobs change without the registry: read as
+    // the record is filled, and only then.
+    info.Status = LastStatusWord(printer.name);
+    info.cJobs = static_cast<DWORD>(platform::QueuedJobCount(printer.name));
     out.PutRecord(index, info);
 }
 
 // The one end of GetPrinterA and EnumPrintersA: the size rule, then the
 // records in order with their texts behind them.
-BOOL AnswerPrinters(std::span<const Answered> list, DWORD level, LPBYTE buffer, DWORD size,
+BOOL AnswerPrinters(std::span<const Printer> list, DWORD level, LPBYTE buffer, DWORD size,
                     LPDWORD needed, LPDWORD returned) {
     std::size_t total = 0;
-    for (const Answered& answered : list) total += InfoSize(*answered.printer, level);
+    for (const Printer& printer : list) total += InfoSize(printer, level);
     return AnswerPacked(buffer, size, total, list.size(), needed, returned, [&] {
         PackedWriter out(buffer, list.size() * RecordSize(level));
         for (std::size_t i = 0; i < list.size(); ++i) PutInfo(out, i, list[i], level);
@@ -227,10 +221,6 @@ const Book& CurrentBook() {
     return *mine;
 }
 
-Answered Live(const Printer& printer) {
-    return {&printer, LastStatusWord(printer.name), static_cast<DWORD>(platform::QueuedJobCount(printer.name))};
-}
-
 // The printer a handle was opened for. Null, with the last error set, for a
 // bad handle or a printer no longer on the machine.
 const Printer* PrinterOfHandle(const Book& book, HANDLE handle) {
@@ -260,8 +250,7 @@ BOOL GetPrinterA(HANDLE printer, DWORD level, LPBYTE buffer, DWORD size, LPDWORD
         return FALSE;
     }
     DWORD returned = 0;
-    const Answered answered = Live(*found);
-    return AnswerPrinters({&answered, 1}, level, buffer, size, needed, &returned);
+    return AnswerPrinters({found, 1}, level, buffer, size, needed, &returned);
 }
 
 BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, DWORD size,
@@ -276,10 +265,7 @@ BOOL EnumPrintersA(DWORD /*flags*/, LPSTR /*name*/, DWORD level, LPBYTE buffer, 
         return FALSE;
     }
     const Book& book = CurrentBook();
-    std::vector<Answered> list;
-    list.reserve(book.printers.size());
-    for (const Printer& printer : book.printers) list.push_back(Live(printer));
-    return AnswerPrinters(list, level, buffer, size, needed, returned);
+    return AnswerPrinters(book.printers, level, buffer, size, needed, returned);
 }
 
 BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYTE buffer,

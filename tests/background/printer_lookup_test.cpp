@@ -86,6 +86,23 @@ TEST_F(PrinterLookupTest, WithoutTheOwnPrintersMonitorTheDefaultOneDecides) {
     EXPECT_EQ(list, nullptr);
 }
 
+// A host of a thousand printers asks the spooler about each on every
+// reconcile of every port: once the machine is read, the spooler answers from
+// what it read, and a printer added since is in the next listing.
+TEST_F(PrinterLookupTest, AListingReadsTheMachineOnceAndAgainOnlyAfterItChanged) {
+    DescribePrinter(Printer, Driver6200, "LPT1", false, OwnMonitor);
+    for (int i = 2; i <= 1000; ++i) {
+        DescribePrinter("Printer " + std::to_string(i), Driver6200, "LPT" + std::to_string(i), false, OwnMonitor);
+    }
+    EXPECT_EQ(Listed(), (Result{1, {"Laser"}}));
+    const std::uint64_t reads = platform::RegistryReadCount();
+    EXPECT_EQ(Listed(), (Result{1, {"Laser"}}));
+    EXPECT_EQ(platform::RegistryReadCount(), reads) << "the second listing read the registry";
+
+    DescribePrinter("Office", Driver6200, "LPT1");
+    EXPECT_EQ(Listed(), (Result{1, {"Laser", "Office"}}));
+}
+
 TEST_F(PrinterLookupTest, EveryAllocationFailureLeavesAnInOrderSubsetAndNoBlock) {
     // The own printer uses the default monitor, so losing its driver record
     // to a failed allocation doesn't change who else qualifies.
