@@ -287,14 +287,28 @@ void ControlServer::Answer(Client& client, const nlohmann::json& message) {
         const auto found = client.handles.find(handle);
         return found == client.handles.end() ? nullptr : &found->second;
     };
-    if (std::holds_alternative<protocol::PrintersRequest>(request)) {
-        protocol::PrintersReply printers{id, {}};
-        for (const HostedPrinter& printer : host_.Printers()) {
+    if (const auto* list = std::get_if<protocol::PrintersRequest>(&request)) {
+        // As many as one reply holds, from where the client asked; the
+        // rest in the replies to its next asks.
+        protocol::PrintersReply printers{id, {}, std::nullopt};
+        const std::vector<HostedPrinter> held = host_.Printers();
+        std::size_t bytes = 0;
+        for (std::size_t i = list->from; i < held.size(); ++i) {
+            const HostedPrinter& printer = held[i];
             const nlohmann::ordered_json view = host_.View(printer.name);
             const auto text = [&](const char* key) {
                 return view.is_object() && view.contains(key) && view[key].is_string() ? view[key].get<std::string>() : "";
             };
-            printers.printers.push_back({printer.name, printer.address, printer.portName, text("state"), text("status")});
+            protocol::PrinterSummary summary{printer.name, printer.address, printer.portName, text("state"), text("status")};
+            bytes += nlohmann::json{{"name", summary.name}, {"address", summary.address}, {"port", summary.port},
+                                    {"state", summary.state}, {"status", summary.status}}
+                         .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)
+                         .size() + 1;
+            if (bytes > protocol::MaxPrinterListBytes && !printers.printers.empty()) {
+                printers.next = static_cast<uint32_t>(i);
+                break;
+            }
+            printers.printers.push_back(std::move(summary));
         }
         reply(printers);
     } else if (const auto* status = std::get_if<protocol::StatusRequest>(&request)) {

@@ -147,6 +147,25 @@ bool StatusClient::Ask(Request request, DaemonMessage* reply, std::string* probl
     return false;
 }
 
+bool StatusClient::AskPrinters(std::vector<PrinterSummary>* printers, std::string* problem, int timeoutMs) {
+    printers->clear();
+    uint32_t from = 0;
+    while (true) {
+        DaemonMessage reply;
+        if (!Ask(PrintersRequest{0, from}, &reply, problem, timeoutMs)) return false;
+        const auto* some = std::get_if<PrintersReply>(&reply);
+        if (some == nullptr) {
+            const auto* error = std::get_if<ErrorReply>(&reply);
+            *problem = "the daemon refused: " + (error != nullptr ? error->message : std::string("it did not list its printers"));
+            return false;
+        }
+        printers->insert(printers->end(), some->printers.begin(), some->printers.end());
+        // Each ask must get further, or the list would never end.
+        if (!some->next || *some->next <= from) return true;
+        from = *some->next;
+    }
+}
+
 bool StatusClient::NextEvent(ChangedEvent* event, int timeoutMs) {
     if (events_.empty()) {
         DaemonMessage message;

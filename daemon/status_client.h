@@ -11,6 +11,7 @@
 #include <atomic>
 #include <deque>
 #include <string>
+#include <vector>
 
 namespace langmon::protocol {
 
@@ -34,6 +35,11 @@ public:
     // answer in time, went away or `stop` was set; an error reply is a reply.
     bool Ask(Request request, DaemonMessage* reply, std::string* problem, int timeoutMs = 5000,
              const std::atomic<bool>* stop = nullptr);
+
+    // Every printer the daemon serves, in as many asks as its replies say
+    // there are more. False, with the reason, when one was not answered,
+    // or refused ("the daemon refused: ...").
+    bool AskPrinters(std::vector<PrinterSummary>* printers, std::string* problem, int timeoutMs = 5000);
 
     // The next event that came, waiting up to `timeoutMs`; false if none.
     bool NextEvent(ChangedEvent* event, int timeoutMs);

@@ -336,8 +336,10 @@ bool ReadHello(Fields& fields, uint32_t id, Request* request) {
     return true;
 }
 
-bool ReadPrinters(Fields&, uint32_t id, Request* request) {
-    *request = PrintersRequest{id};
+bool ReadPrinters(Fields& fields, uint32_t id, Request* request) {
+    PrintersRequest printers{id, 0};
+    if (fields.Has("from") && !fields.Number("from", 0, &printers.from)) return false;
+    *request = printers;
     return true;
 }
 
@@ -519,6 +521,11 @@ bool ReadPrintersReply(Fields& fields, const json&, DaemonMessage* parsed) {
         }
         reply.printers.push_back(std::move(summary));
     }
+    if (fields.Has("next")) {
+        uint32_t next = 0;
+        if (!fields.Number("next", 1, &next)) return false;
+        reply.next = next;
+    }
     *parsed = std::move(reply);
     return true;
 }
@@ -672,7 +679,11 @@ json ToJson(const Request& request) {
             [](const HelloRequest& r) -> json {
                 return {{"type", "hello"}, {"id", r.id}, {"version", r.version}, {"client", r.client}};
             },
-            [](const PrintersRequest& r) -> json { return {{"type", "printers"}, {"id", r.id}}; },
+            [](const PrintersRequest& r) -> json {
+                json message = {{"type", "printers"}, {"id", r.id}};
+                if (r.from != 0) message["from"] = r.from;
+                return message;
+            },
             [](const StatusRequest& r) -> json {
                 return {{"type", "status"}, {"id", r.id}, {"printer", r.printer}};
             },
@@ -717,7 +728,9 @@ json ToJson(const DaemonMessage& message) {
                     printers.push_back({{"name", p.name}, {"address", p.address}, {"port", p.port},
                                         {"state", p.state}, {"status", p.status}});
                 }
-                return {{"type", "printers"}, {"id", r.id}, {"printers", std::move(printers)}};
+                json message = {{"type", "printers"}, {"id", r.id}, {"printers", std::move(printers)}};
+                if (r.next) message["next"] = *r.next;
+                return message;
             },
             [](const StatusReply& r) -> json { return {{"type", "status"}, {"id", r.id}, {"printer", r.printer}}; },
             [](const OpenedReply& r) -> json { return {{"type", "opened"}, {"id", r.id}, {"handle", r.handle}}; },

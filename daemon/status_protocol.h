@@ -52,6 +52,9 @@ inline constexpr std::size_t MaxWatchNames = 64;
 // A job's bytes travel in chunks of at most this many, each answered once
 // the printer has taken it: the daemon holds one chunk per job at most.
 inline constexpr std::size_t MaxDataBytes = MaxValueBytes;
+// What the printers of one "printers" reply may take, in their JSON; a host
+// of hundreds of printers lists them over several replies.
+inline constexpr std::size_t MaxPrinterListBytes = 48 * 1024;
 // Enforced by the daemon, per connection and in all.
 inline constexpr std::size_t MaxHandlesPerClient = 32;
 inline constexpr std::size_t MaxWatchesPerClient = 64;
@@ -132,8 +135,11 @@ struct HelloRequest {
     std::string client;
     bool operator==(const HelloRequest&) const = default;
 };
+// The printers from the `from`-th on (0: the first), as many as a reply
+// holds; the reply's `next` says where the rest begins.
 struct PrintersRequest {
     uint32_t id = 0;
+    uint32_t from = 0;
     bool operator==(const PrintersRequest&) const = default;
 };
 struct StatusRequest {
@@ -239,6 +245,7 @@ struct PrinterSummary {
 struct PrintersReply {
     uint32_t id = 0;
     std::vector<PrinterSummary> printers;
+    std::optional<uint32_t> next;  // the index to ask from for the rest; none when these were the last
     bool operator==(const PrintersReply&) const = default;
 };
 

@@ -305,7 +305,7 @@ std::vector<Seed> ProtocolStreams() {
     };
     const std::vector<protocol::DaemonMessage> replies = {
         protocol::HelloReply{1, protocol::Version, "langmond 0.1", 2},
-        protocol::PrintersReply{2, {{"Quor CL6200", "langmon://127.0.0.1:9100", "IP_127.0.0.1", "ready", "Ready"}}},
+        protocol::PrintersReply{2, {{"Quor CL6200", "langmon://127.0.0.1:9100", "IP_127.0.0.1", "ready", "Ready"}}, 40},
         protocol::StatusReply{3, nlohmann::json::parse(R"({"state":"jam","toner":{"black":40,"cyan":5},"jams":[0,5]})")},
         protocol::OpenedReply{4, 1},
         protocol::ValueReply{5, {0x00, 0x10, 0x00, 0x01}},

@@ -111,6 +111,14 @@ TEST_F(ControlServerTest, AnswersClientsAndLetsGoOfThoseThatMisbehave) {
     EXPECT_EQ(printers["printers"][0],
               (json{{"name", "office"}, {"address", "langmon:/emulator?jam=3"}, {"port", "LPT1:"},
                     {"state", "stopped"}, {"status", "paper jam"}}));
+    // A list asked for from a later printer starts there.
+    std::string problem;
+    ASSERT_TRUE(host_.Add("hall", "langmon:/emulator", "", &problem)) << problem;
+    const json later = Ask(a, {{"type", "printers"}, {"id", 2}, {"from", 1}});
+    ASSERT_EQ(later["printers"].size(), 1u) << later.dump();
+    EXPECT_EQ(later["printers"][0]["name"], "hall");
+    EXPECT_FALSE(later.contains("next")) << later.dump();
+    EXPECT_TRUE(Ask(a, {{"type", "printers"}, {"id", 2}, {"from", 7}})["printers"].empty());
     EXPECT_EQ(Ask(a, {{"type", "status"}, {"id", 3}, {"printer", "office"}})["printer"]["condition"], "paper-jam");
     EXPECT_EQ(Ask(a, {{"type", "open"}, {"id", 4}, {"printer", "attic"}})["code"], "unknown-printer");
 

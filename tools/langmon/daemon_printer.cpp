@@ -33,14 +33,12 @@ std::string DaemonPrinterFor(const std::string& printer, const std::string& sock
     protocol::StatusClient client;
     std::string problem;
     if (!client.Connect(socketPath, "langmon", &problem)) return "";
-    protocol::DaemonMessage reply;
-    if (!client.Ask(protocol::PrintersRequest{}, &reply, &problem, PrintersReplyMs)) return "";
-    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
-    if (printers == nullptr) return "";
-    for (const protocol::PrinterSummary& held : printers->printers) {
+    std::vector<protocol::PrinterSummary> printers;
+    if (!client.AskPrinters(&printers, &problem, PrintersReplyMs)) return "";
+    for (const protocol::PrinterSummary& held : printers) {
         if (held.name == printer) return held.name;
     }
-    for (const protocol::PrinterSummary& held : printers->printers) {
+    for (const protocol::PrinterSummary& held : printers) {
         if (SamePrinter(held.address, printer)) return held.name;
     }
     return "";

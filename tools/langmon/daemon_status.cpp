@@ -59,16 +59,11 @@ nlohmann::ordered_json Document(const std::string& name, const std::string& port
 std::string DaemonProblem(const std::string& path, const std::string& name, std::string* port) {
     protocol::StatusClient client;
     std::string problem;
-    protocol::DaemonMessage reply;
-    if (!client.Connect(path, "langmon status", &problem) || !client.Ask(protocol::PrintersRequest{}, &reply, &problem)) {
+    std::vector<protocol::PrinterSummary> printers;
+    if (!client.Connect(path, "langmon status", &problem) || !client.AskPrinters(&printers, &problem)) {
         return problem;
     }
-    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
-    if (printers == nullptr) {
-        const auto* error = std::get_if<protocol::ErrorReply>(&reply);
-        return "langmond refused: " + (error != nullptr ? error->message : std::string("?"));
-    }
-    for (const protocol::PrinterSummary& printer : printers->printers) {
+    for (const protocol::PrinterSummary& printer : printers) {
         if (printer.name != name) continue;
         *port = printer.port;
         return "";

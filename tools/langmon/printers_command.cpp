@@ -39,20 +39,14 @@ int RunPrinters(const PrintersOptions& options, std::ostream& out, std::ostream&
     const std::string path = options.socket.empty() ? protocol::SocketPath() : options.socket;
     protocol::StatusClient client;
     std::string problem;
-    protocol::DaemonMessage reply;
-    if (!client.Connect(path, "langmon printers", &problem) || !client.Ask(protocol::PrintersRequest{}, &reply, &problem)) {
+    std::vector<protocol::PrinterSummary> printers;
+    if (!client.Connect(path, "langmon printers", &problem) || !client.AskPrinters(&printers, &problem)) {
         err << "langmon printers: " << platform::Printable(problem) << '\n';
-        return 1;
-    }
-    const auto* printers = std::get_if<protocol::PrintersReply>(&reply);
-    if (printers == nullptr) {
-        const auto* refused = std::get_if<protocol::ErrorReply>(&reply);
-        err << "langmon printers: the daemon refused: " << (refused ? platform::Printable(refused->message) : "?") << '\n';
         return 1;
     }
     if (options.prometheus) {
         std::vector<std::pair<std::string, nlohmann::json>> views;
-        for (const protocol::PrinterSummary& printer : printers->printers) {
+        for (const protocol::PrinterSummary& printer : printers) {
             protocol::DaemonMessage status;
             nlohmann::json view;
             if (client.Ask(protocol::StatusRequest{0, printer.name}, &status, &problem)) {
@@ -67,7 +61,7 @@ int RunPrinters(const PrintersOptions& options, std::ostream& out, std::ostream&
         nlohmann::ordered_json document = NewJsonDocument("printers");
         document["socket"] = path;
         document["printers"] = nlohmann::ordered_json::array();
-        for (const protocol::PrinterSummary& printer : printers->printers) {
+        for (const protocol::PrinterSummary& printer : printers) {
             document["printers"].push_back({{"name", printer.name},
                                             {"address", printer.address},
                                             {"port", printer.port},
@@ -77,18 +71,18 @@ int RunPrinters(const PrintersOptions& options, std::ostream& out, std::ostream&
         out << document.dump(2) << '\n';
         return 0;
     }
-    if (printers->printers.empty()) {
+    if (printers.empty()) {
         out << "langmond on " << path << " serves no printers\n";
         return 0;
     }
     std::size_t nameWidth = 4, statusWidth = 6;
-    for (const protocol::PrinterSummary& printer : printers->printers) {
+    for (const protocol::PrinterSummary& printer : printers) {
         nameWidth = std::max(nameWidth, platform::Printable(printer.name).size());
         statusWidth = std::max(statusWidth, platform::Printable(printer.status).size());
     }
     out << std::left << std::setw(static_cast<int>(nameWidth)) << "NAME" << "  " << std::setw(7) << "PORT" << "  "
         << std::setw(static_cast<int>(statusWidth)) << "STATUS" << "  ADDRESS\n";
-    for (const protocol::PrinterSummary& printer : printers->printers) {
+    for (const protocol::PrinterSummary& printer : printers) {
         out << std::setw(static_cast<int>(nameWidth)) << platform::Printable(printer.name) << "  " << std::setw(7)
             << platform::Printable(printer.port) << "  " << std::setw(static_cast<int>(statusWidth))
             << platform::Printable(printer.status.empty() ? "not read yet" : printer.status) << "  "
