@@ -10,8 +10,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,9 +44,13 @@ TEST(DaemonClient, ClientsInOtherProcessesSeeTheDaemonsPrinters) {
     Child watcher = Start({LANGMON_STATUS_CLIENT, LANGMON_KVTRM, "watch", "office", "back", std::to_string(daemon.pid)},
                           true);
 
-    // The first document may come before the daemon's first poll; the
-    // watch shows the printer as the poll read it.
+    // Once the daemon's first poll of the printer is in (a slow build may
+    // take seconds to it), a watch shows the printer as the poll read it.
     std::string out;
+    for (int tries = 0; tries < 40 && out.find("\"model\":\"Laser") == std::string::npos; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        RunToEnd({LANGMON_COMMAND, "status", "back", "--json"}, &out);
+    }
     EXPECT_EQ(RunToEnd({LANGMON_COMMAND, "status", "back", "--json", "--watch", "--for", "3"}, &out), 0) << out;
     const std::string last = out.substr(out.rfind("{\"version\""));
     EXPECT_NE(last.find("\"printer_name\":\"back\",\"port\":\"LPT"), std::string::npos) << out;
