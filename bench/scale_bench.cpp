@@ -71,6 +71,10 @@ struct AnsweringPrinter {
 
 std::vector<std::unique_ptr<AnsweringPrinter>>* printers = nullptr;
 
+// The answering port monitor of the other benchmarks, with a handle of its
+// own for each printer, whose polls are counted before they are answered.
+MONITOR answering{};
+
 BOOL OpenPrinterPort(LPSTR name, PHANDLE handle) {
     // "LPTn:": the n-th printer.
     const unsigned long number = std::strtoul(name + 3, nullptr, 10);
@@ -81,36 +85,17 @@ BOOL OpenPrinterPort(LPSTR name, PHANDLE handle) {
     *handle = (*printers)[number - 1].get();
     return TRUE;
 }
-BOOL StartPrinterDoc(HANDLE, LPSTR, DWORD, DWORD, LPBYTE) { return TRUE; }
-BOOL WritePrinterPort(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
-    *written = length;
-    return TRUE;
-}
-BOOL ReadPrinterPort(HANDLE, LPBYTE, DWORD, LPDWORD read) {
-    *read = 0;
-    return TRUE;
-}
-BOOL EndPrinterDoc(HANDLE) { return TRUE; }
-BOOL ClosePrinterPort(HANDLE) { return TRUE; }
-BOOL AnswerPoll(HANDLE handle, DWORD, LPSTR, LPSTR, DWORD, LPSTR out, DWORD outSize, LPDWORD returned) {
+BOOL AnswerPoll(HANDLE handle, DWORD controlId, LPSTR valueName, LPSTR out, DWORD inSize, LPSTR answer,
+                DWORD outSize, LPDWORD returned) {
     static_cast<AnsweringPrinter*>(handle)->polls.fetch_add(1, std::memory_order_relaxed);
-    const DWORD length = static_cast<DWORD>(std::min<std::size_t>(std::strlen(SinkDeviceId), outSize));
-    std::memcpy(out, SinkDeviceId, length);
-    *returned = length;
-    return TRUE;
+    return answering.GetPrinterDataFromPort(handle, controlId, valueName, out, inSize, answer, outSize, returned);
 }
-BOOL SetPrinterTimeOuts(HANDLE, LPCOMMTIMEOUTS, DWORD) { return TRUE; }
 
 MONITOR PrinterTable() {
-    MONITOR table{};
+    answering = SinkTable();
+    MONITOR table = answering;
     table.OpenPort = OpenPrinterPort;
-    table.StartDocPort = StartPrinterDoc;
-    table.WritePort = WritePrinterPort;
-    table.ReadPort = ReadPrinterPort;
-    table.EndDocPort = EndPrinterDoc;
-    table.ClosePort = ClosePrinterPort;
     table.GetPrinterDataFromPort = AnswerPoll;
-    table.SetPortTimeOuts = SetPrinterTimeOuts;
     return table;
 }
 
