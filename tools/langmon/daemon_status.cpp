@@ -3,6 +3,7 @@
 #include "client_view.h"
 #include "json_document.h"
 #include "printer_view.h"
+#include "watched_view.h"
 
 #include "daemon/status_client.h"
 #include "platform/clock.h"
@@ -33,12 +34,6 @@ public:
 private:
     const ClientStore& store_;
 };
-
-std::string Seconds(DWORD ms) {
-    char text[32];
-    std::snprintf(text, sizeof text, "+%.1f s", ms / 1000.0);
-    return text;
-}
 
 nlohmann::ordered_json Document(const std::string& name, const std::string& port, std::optional<DWORD> atMs,
                                 const nlohmann::ordered_json& printer, const ClientStore& store) {
@@ -111,14 +106,9 @@ int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostrea
         err << "langmon status: the status manager would not tell of changes\n";
         return 1;
     }
-    if (!options.json) {
-        out << "following the printer "
-            << (options.forMs != 0 ? "for " + Seconds(options.forMs).substr(1) : std::string("until interrupted"))
-            << ":\n"
-            << std::flush;
-    }
+    if (!options.json) TellFollowing(out, options.forMs);
+    WatchedView view(std::move(shown), std::move(shownJson));
     const DWORD start = GetTickCount();
-    std::string lastMoment;
     while (!interrupted.load()) {
         const DWORD now = TickAge(GetTickCount(), start);
         if (options.forMs != 0 && now >= options.forMs) break;
@@ -132,19 +122,9 @@ int RunDaemonStatus(const StatusOptions& options, std::ostream& out, std::ostrea
             continue;
         }
         const DWORD at = TickAge(GetTickCount(), start);
-        std::vector<ViewLine> lines = DescribePrinter(facts, ViewScope::Client);
-        if (options.json) {
-            nlohmann::ordered_json printer = PrinterJson(facts, ViewScope::Client);
-            if (printer != shownJson) WriteJsonDocument(out, Document(name, port, at, printer, store));
-            shownJson = std::move(printer);
-        } else if (const std::vector<std::string> changed = ChangedViewLines(shown, lines); !changed.empty()) {
-            // Changes told within the same tenth of a second read as one.
-            if (Seconds(at) != lastMoment) out << Seconds(at) << '\n';
-            lastMoment = Seconds(at);
-            for (const std::string& line : changed) out << line << '\n';
-            out << std::flush;
-        }
-        shown = std::move(lines);
+        view.Show(out, options.json, facts, at, [&](const nlohmann::ordered_json& printer) {
+            return Document(name, port, at, printer, store);
+        });
     }
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include "command_words.h"
 #include "printer_address.h"
+#include "watched_view.h"
 
 #include "emulator/printer_description.h"
 #include "emulator/serve_pty.h"
@@ -33,12 +34,6 @@ std::string DescriptionOf(const std::string& printer) {
         return address.description;
     }
     return printer;
-}
-
-std::string Seconds(DWORD ms) {
-    char text[32];
-    std::snprintf(text, sizeof text, "+%.1f s", ms / 1000.0);
-    return text;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "port_value_request.h"
 #include "printer_target.h"
 #include "printer_view.h"
+#include "watched_view.h"
 
 #include "emulator/printer_description.h"
 #include "framing/job_record.h"
@@ -57,12 +58,6 @@ std::string RefreshOutcome(int32_t result) {
         case -80: return "the printer is of another model than its driver";
         default: return "the monitor had nothing to refresh (" + std::to_string(result) + ")";
     }
-}
-
-std::string Seconds(DWORD ms) {
-    char text[32];
-    std::snprintf(text, sizeof text, "+%.1f s", ms / 1000.0);
-    return text;
 }
 
 // A status application's own port handle: it asks the monitor as the
@@ -176,15 +171,11 @@ public:
         }
         // The status thread polls while "Wake Up" holds it.
         requests_.Ask("Wake Up");
-        if (!options_.json) {
-            out_ << "following the printer "
-                 << (options_.forMs != 0 ? "for " + Seconds(options_.forMs).substr(1) : std::string("until interrupted"))
-                 << ":\n"
-                 << std::flush;
-        }
+        if (!options_.json) TellFollowing(out_, options_.forMs);
+        view_ = WatchedView(std::move(shown), std::move(shownJson));
         const DWORD start = GetTickCount();
         std::size_t next = 0;
-        std::string lastStatus = StatusLine(shown);
+        std::string lastStatus = StatusLine(view_.Lines());
         while (!interrupted.load()) {
             const DWORD now = TickAge(GetTickCount(), start);
             if (options_.forMs != 0 && now >= options_.forMs) break;
@@ -205,29 +196,17 @@ public:
             }
             if (woken != WAIT_OBJECT_0) continue;
             facts_.FollowTrays();
-            std::vector<ViewLine> lines = DescribePrinter(facts_, ViewScope::Client);
-            if (options_.json) {
-                nlohmann::ordered_json printer = PrinterJson(facts_, ViewScope::Client);
-                if (printer != shownJson) {
-                    WriteJsonDocument(out_, StatusDocument(printerName_, options_.portName, "", at, printer, store_));
-                }
-                shownJson = std::move(printer);
-            } else if (const std::vector<std::string> changed = ChangedViewLines(shown, lines); !changed.empty()) {
-                // Changes told within the same tenth of a second read as one.
-                if (Seconds(at) != lastMoment_) out_ << Seconds(at) << '\n';
-                lastMoment_ = Seconds(at);
-                for (const std::string& line : changed) out_ << line << '\n';
-                out_ << std::flush;
-            }
-            shown = std::move(lines);
+            view_.Show(out_, options_.json, facts_, at, [&](const nlohmann::ordered_json& printer) {
+                return StatusDocument(printerName_, options_.portName, "", at, printer, store_);
+            });
             // The panel follows the printer's state, asked for as a client
             // would: the status thread polls but doesn't ask for the panel.
             // During a job the printer reports it of its own accord.
-            if (StatusLine(shown) != lastStatus && job_ == nullptr) {
+            if (StatusLine(view_.Lines()) != lastStatus && job_ == nullptr) {
                 store_.Write("RefreshStatus", PanelList, sizeof PanelList);
                 requests_.Ask("Refresh:" + printerName_);
             }
-            lastStatus = StatusLine(shown);
+            lastStatus = StatusLine(view_.Lines());
         }
         if (job_ != nullptr) {
             const std::string job = "job " + std::to_string(job_->jobId) + " (" + job_->document + ")";
@@ -258,7 +237,7 @@ private:
     void Tell(const std::string& what) { (options_.json ? std::cerr : out_) << what << '\n' << std::flush; }
     void Note(DWORD at, const std::string& what) {
         if (!options_.json) out_ << Seconds(at) << ": " << what << '\n' << std::flush;
-        lastMoment_.clear();
+        view_.ForgetMoment();
     }
     void Make(const TimedChange& change, DWORD at) {
         if (change.words.rfind(PrintWord, 0) == 0) {
@@ -319,7 +298,7 @@ private:
     const std::atomic<bool>* interrupted_ = nullptr;
     std::unique_ptr<WatchedJob> job_;
     DWORD jobs_ = 0;
-    std::string lastMoment_;  // of the last changes shown
+    WatchedView view_{{}, nlohmann::ordered_json()};
 };
 
 }  // namespace
