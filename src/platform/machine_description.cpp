@@ -326,6 +326,8 @@ bool LoadMachineDescriptionFile(const std::string& path, std::string* error) {
     return LoadMachineDescription(text, path, error);
 }
 
+namespace {
+
 void DescribeOrdinaryMachine() {
     // The ports of the local port monitor that every machine lists. A
     // spooler that lists none is one that has not started yet, which the
@@ -337,6 +339,8 @@ void DescribeOrdinaryMachine() {
         RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", "Local Port");
     }
 }
+
+}  // namespace
 
 void LoadMachineFromEnvironmentOnce() {
     static std::once_flag once;

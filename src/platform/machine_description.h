@@ -26,12 +26,10 @@ bool LoadMachineDescriptionFile(const std::string& path, std::string* error);
 
 // Once per process, at the first InitializeMonitorEx: loads the file that
 // LANGMON_REGISTRY names, if it names one; else describes an ordinary
-// machine (DescribeOrdinaryMachine). A file that can't be read or is
-// malformed is reported on standard error and the machine starts empty.
+// machine: the local port monitor's ports (LPT1: to LPT3:, COM1:, COM2:,
+// FILE:). A file that can't be read or is malformed is reported on standard
+// error and the machine starts empty.
 void LoadMachineFromEnvironmentOnce();
-// Adds to the registry what an ordinary machine has without a file: the
-// local port monitor's ports (LPT1: to LPT3:, COM1:, COM2:, FILE:).
-void DescribeOrdinaryMachine();
 
 // What went wrong with the last load, empty when it went well.
 const std::string& MachineDescriptionProblem();

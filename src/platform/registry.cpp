@@ -423,17 +423,6 @@ std::uint64_t RegistryGeneration() { return TheRegistry().generation.load(); }
 
 std::uint64_t RegistryReadCount() { return TheRegistry().reads.load(); }
 
-std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path) {
-    Registry& r = TheRegistry();
-    std::lock_guard lock(r.mutex);
-    ++r.reads;
-    auto from = HostRoot(r, root);
-    if (!from) return std::nullopt;
-    auto node = Walk(from, path);
-    if (!node) return std::nullopt;
-    return node->name;
-}
-
 std::size_t OpenRegistryKeyCount() {
     Registry& r = TheRegistry();
     std::lock_guard lock(r.mutex);

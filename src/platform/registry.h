@@ -88,9 +88,6 @@ bool RegistryKeyExists(HKEY root, std::string_view path);
 std::uint64_t RegistryGeneration();
 // Lookups made in the registry so far, by the Reg calls and the host's.
 std::uint64_t RegistryReadCount();
-// The last key of the path under its own name (as it was made, whatever the
-// case asked for); nothing when the key is missing.
-std::optional<std::string> RegistryKeyName(HKEY root, std::string_view path);
 
 // Keys opened by RegOpenKeyExA and not yet closed, for leak checks.
 std::size_t OpenRegistryKeyCount();

@@ -10,7 +10,6 @@
 #include "platform/sync.h"
 #include "platform/user_input.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <ostream>
 
