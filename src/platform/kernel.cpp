@@ -9,7 +9,8 @@ namespace langmon::platform {
 
 namespace {
 
-thread_local ThreadRecord* currentRecord = nullptr;
+// In the static TLS block, as the last error is: every wait reads it.
+[[gnu::tls_model("initial-exec")]] thread_local ThreadRecord* currentRecord = nullptr;
 
 // A thread that the platform did not make becomes managed at its first call and
 // stops being managed when it ends, through this holder's destructor.

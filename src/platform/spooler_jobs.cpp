@@ -17,11 +17,23 @@ namespace {
 
 struct PrinterHandle {
     std::string name;
+    bool open = false;
+    // Where the printer stood in the book of printers last asked with this
+    // handle, and that book's generation.
+    bool placed = false;
+    std::uint64_t generation = 0;
+    std::size_t index = platform::NoPlace;
 };
 
 struct Queues {
     std::mutex mutex;
+    // Every handle ever made, open or closed: a closed one waits in `spare`
+    // for the next OpenPrinterA, since a host opens and closes each of its
+    // printers on every reconcile of every port. A handle is looked up
+    // here, never read through, so a made-up one is refused.
     std::unordered_set<PrinterHandle*> handles;
+    std::vector<PrinterHandle*> spare;
+    std::size_t openHandles = 0;
     // By printer name, as the spooler compares names.
     std::unordered_map<std::string, std::vector<platform::SpoolerJob>, platform::FoldedNameHash,
                        platform::FoldedNameEqual>
@@ -37,7 +49,7 @@ Queues& TheQueues() {
 // The handle's printer name, or null with ERROR_INVALID_HANDLE. Called with the lock held.
 PrinterHandle* Known(Queues& q, HANDLE printer) {
     auto* handle = static_cast<PrinterHandle*>(printer);
-    if (printer == nullptr || !q.handles.count(handle)) {
+    if (printer == nullptr || !q.handles.contains(handle) || !handle->open) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
@@ -82,8 +94,10 @@ void PutJobInfo(platform::PackedWriter& out, size_t index, const platform::Spool
 }  // namespace
 
 BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
+    std::uint64_t generation = 0;
+    std::size_t index = platform::NoPlace;
     if (printer == nullptr || printerName == nullptr || printerName[0] == '\0' ||
-        !platform::PrinterOnMachine(printerName)) {
+        !platform::PrinterOnMachine(printerName, &generation, &index)) {
         SetLastError(ERROR_INVALID_PRINTER_NAME);
         return FALSE;
     }
@@ -92,8 +106,20 @@ BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
     }
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
-    auto* handle = new PrinterHandle{printerName};
-    q.handles.insert(handle);
+    PrinterHandle* handle = nullptr;
+    if (!q.spare.empty()) {
+        handle = q.spare.back();
+        q.spare.pop_back();
+    } else {
+        handle = new PrinterHandle();
+        q.handles.insert(handle);
+    }
+    handle->name = printerName;
+    handle->open = true;
+    handle->placed = true;
+    handle->generation = generation;
+    handle->index = index;
+    ++q.openHandles;
     *printer = handle;
     return TRUE;
 }
@@ -103,8 +129,9 @@ BOOL ClosePrinter(HANDLE printer) {
     std::lock_guard lock(q.mutex);
     PrinterHandle* handle = Known(q, printer);
     if (!handle) return FALSE;
-    q.handles.erase(handle);
-    delete handle;
+    handle->open = false;
+    --q.openHandles;
+    q.spare.push_back(handle);
     return TRUE;
 }
 
@@ -211,15 +238,21 @@ void ForgetJobs() {
 size_t OpenPrinterHandleCount() {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
-    return q.handles.size();
+    return q.openHandles;
 }
 
-bool PrinterNameOf(HANDLE printer, std::string* name) {
+bool PrinterPlaceOf(HANDLE printer, std::uint64_t generation, PlaceFinder find, const void* book,
+                    std::size_t* index) {
     Queues& q = TheQueues();
     std::lock_guard lock(q.mutex);
     PrinterHandle* handle = Known(q, printer);
     if (!handle) return false;
-    *name = handle->name;
+    if (!handle->placed || handle->generation != generation) {
+        handle->index = find(book, handle->name);
+        handle->generation = generation;
+        handle->placed = true;
+    }
+    *index = handle->index;
     return true;
 }
 

@@ -8,7 +8,10 @@
 
 #include "platform/win32_types.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace langmon {
@@ -60,9 +63,17 @@ std::vector<std::string> JobCommands();
 void ForgetJobs();
 size_t OpenPrinterHandleCount();
 
-// For the spooler's other printer calls: the name a handle was opened with,
-// or false with ERROR_INVALID_HANDLE as the last error.
-bool PrinterNameOf(HANDLE printer, std::string* name);
+// For the spooler's other printer calls: where a handle's printer stands in
+// the spooler's book of printers of `generation` (spooler_printers.cpp). A
+// handle remembers the place its printer had in the last book it was asked
+// about, so that a host asking about one printer over and over finds it by
+// its name once per reading of the book: only for another generation does
+// `find` look the name up in `book` (NoPlace when it is not there). False
+// with ERROR_INVALID_HANDLE as the last error for a handle that isn't open.
+constexpr std::size_t NoPlace = SIZE_MAX;
+using PlaceFinder = std::size_t (*)(const void* book, std::string_view name);
+bool PrinterPlaceOf(HANDLE printer, std::uint64_t generation, PlaceFinder find, const void* book,
+                    std::size_t* index);
 
 }  // namespace platform
 }  // namespace langmon

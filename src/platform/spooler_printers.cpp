@@ -59,11 +59,14 @@ DWORD LastStatusWord(const std::string& printerName) {
 // ---------------------------------------------------------------------------
 // Printers as the machine description has them.
 
+struct Driver;
+
 struct Printer {
     std::string name;  // the key's own name, in its own case
     std::optional<std::string> port;
     std::optional<std::string> driver;
     std::optional<std::string> processor;
+    const Driver* driverRecord = nullptr;  // the book's record of `driver`
 };
 
 
@@ -194,8 +197,13 @@ std::shared_ptr<const Book> ReadBook(std::uint64_t generation) {
         printer.port = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Port");
         printer.driver = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Printer Driver");
         printer.processor = platform::RegistryGetString(HKEY_LOCAL_MACHINE, key, "Print Processor");
-        if (printer.driver && !book->drivers.contains(*printer.driver)) {
-            book->drivers.emplace(*printer.driver, ReadDriver(*printer.driver));
+        if (printer.driver) {
+            auto known = book->drivers.find(*printer.driver);
+            if (known == book->drivers.end()) {
+                known = book->drivers.emplace(*printer.driver, ReadDriver(*printer.driver)).first;
+            }
+            // A map's elements stay where they are as it grows.
+            printer.driverRecord = &known->second;
         }
         book->byName.emplace(keyName, book->printers.size());
         book->printers.push_back(std::move(printer));
@@ -221,17 +229,22 @@ const Book& CurrentBook() {
     return *mine;
 }
 
+std::size_t PlaceInBook(const void* book, std::string_view name) {
+    const auto& byName = static_cast<const Book*>(book)->byName;
+    const auto found = byName.find(name);
+    return found == byName.end() ? platform::NoPlace : found->second;
+}
+
 // The printer a handle was opened for. Null, with the last error set, for a
 // bad handle or a printer no longer on the machine.
 const Printer* PrinterOfHandle(const Book& book, HANDLE handle) {
-    std::string opened;
-    if (!platform::PrinterNameOf(handle, &opened)) return nullptr;
-    const auto found = book.byName.find(opened);
-    if (found == book.byName.end()) {
+    std::size_t index = platform::NoPlace;
+    if (!platform::PrinterPlaceOf(handle, book.generation, PlaceInBook, &book, &index)) return nullptr;
+    if (index == platform::NoPlace) {
         SetLastError(ERROR_PRINTER_DELETED);
         return nullptr;
     }
-    return &book.printers[found->second];
+    return &book.printers[index];
 }
 
 }  // namespace
@@ -282,11 +295,11 @@ BOOL GetPrinterDriverA(HANDLE printer, LPSTR /*environment*/, DWORD level, LPBYT
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     }
-    if (!found->driver) {
+    if (found->driverRecord == nullptr) {
         SetLastError(ERROR_UNKNOWN_PRINTER_DRIVER);
         return FALSE;
     }
-    const Driver& driver = book.drivers.at(*found->driver);
+    const Driver& driver = *found->driverRecord;
     DWORD returned = 0;
     return AnswerPacked(buffer, size, DriverSize(driver), 1, needed, &returned, [&] {
         PackedWriter out(buffer, sizeof(DRIVER_INFO_3));
@@ -346,7 +359,14 @@ void AddPrinterQueue(const std::string& name, const std::string& driver, const s
     }
 }
 
-bool PrinterOnMachine(std::string_view name) { return CurrentBook().byName.contains(name); }
+bool PrinterOnMachine(std::string_view name, std::uint64_t* generation, std::size_t* index) {
+    const Book& book = CurrentBook();
+    const auto found = book.byName.find(name);
+    if (found == book.byName.end()) return false;
+    *generation = book.generation;
+    *index = found->second;
+    return true;
+}
 
 void RemovePrinterQueue(const std::string& name) {
     RegistryDeleteKey(HKEY_LOCAL_MACHINE, std::string(kPrintersKey) + "\\" + name);

@@ -8,6 +8,8 @@
 #include "platform/spooler.h"
 #include "platform/win32_types.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -72,8 +74,10 @@ void AddPrinterQueue(const std::string& name, const std::string& driver, const s
                      bool statusKey, const std::string& monitor = "");
 // The printer queue leaves the machine; its driver stays.
 void RemovePrinterQueue(const std::string& name);
-// Whether the machine has a printer queue of that name (case does not matter).
-bool PrinterOnMachine(std::string_view name);
+// Whether the machine has a printer queue of that name (case does not
+// matter), and where it stands in the spooler's book of printers as it is
+// now: the book's generation and the printer's index (see PrinterPlaceOf).
+bool PrinterOnMachine(std::string_view name, std::uint64_t* generation, std::size_t* index);
 
 }  // namespace platform
 }  // namespace langmon
