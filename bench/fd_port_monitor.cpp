@@ -11,6 +11,7 @@ namespace langmon::bench {
 namespace {
 
 int targetFd = -1;
+std::vector<DWORD>* writeLog = nullptr;
 
 BOOL WriteToFd(HANDLE, LPBYTE data, DWORD length, LPDWORD written) {
     ssize_t taken;
@@ -23,13 +24,17 @@ BOOL WriteToFd(HANDLE, LPBYTE data, DWORD length, LPDWORD written) {
         return FALSE;
     }
     *written = static_cast<DWORD>(taken);
+    if (writeLog != nullptr && writeLog->size() < writeLog->capacity()) {
+        writeLog->push_back(*written);
+    }
     return TRUE;
 }
 
 }  // namespace
 
-MONITOR FdPortTable(int fd) {
+MONITOR FdPortTable(int fd, std::vector<DWORD>* writes) {
     targetFd = fd;
+    writeLog = writes;
     // The device ID and everything else as the sink answers them: a ready,
     // known model, so that the job gets its header and trailer.
     MONITOR table = SinkTable();
