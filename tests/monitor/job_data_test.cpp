@@ -184,26 +184,5 @@ TEST_F(JobDataTest, AUsbDocumentThatWouldNotOpenIsTriedAgainByEachWrite) {
     EXPECT_TRUE(EndDocPort(port));
 }
 
-TEST_F(JobDataTest, EcpPortsTakeAtMost4096BytesACallUsbPortsAllAtOnce) {
-    FixPortMode(PM_ECP);
-    PortContext* ecp = Open("LPT1");
-    PortContext* usb = Open("USB001");
-    std::string job(10000, 'h');
-    for (std::size_t i = 0; i < job.size(); ++i) job[i] = static_cast<char>('a' + i % 26);
-    for (PortContext* port : {ecp, usb}) {
-        ASSERT_TRUE(Start(port));
-        DWORD written = 0;
-        ASSERT_TRUE(Write(port, job, &written));
-        EXPECT_EQ(written, port == ecp ? 4096u : 10000u);
-        // The tail a failed USB write is sent again from: the 80 bytes that
-        // end the first 4096.
-        EXPECT_EQ(std::string(port->dataTail, 80), job.substr(4016, 80));
-    }
-    EXPECT_EQ(ecp->ecpBusy, 1u) << "data moved on an ECP port";
-    EXPECT_EQ(Received("USB001"), job);
-    EXPECT_TRUE(EndDocPort(ecp));
-    EXPECT_TRUE(EndDocPort(usb));
-}
-
 }  // namespace
 }  // namespace langmon

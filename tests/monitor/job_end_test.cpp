@@ -127,6 +127,8 @@ TEST_F(JobRoadTest, ACallThatWaitedTheSemaphoreOutGivesNothingBack) {
     EXPECT_TRUE(EndDocPort(serial));
 }
 
+// A job on a one-way port passes straight through in a document of its own
+// below, and the spooler hears its last page is out.
 TEST_F(JobRoadTest, APassThroughJobTellsTheSpoolerItsLastPageIsOut) {
     platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, "System\\CurrentControlSet\\control\\Print\\Printers\\Laser");
     platform::SpoolerJob queued;
@@ -134,11 +136,26 @@ TEST_F(JobRoadTest, APassThroughJobTellsTheSpoolerItsLastPageIsOut) {
     platform::SubmitJob("Laser", queued);
     PortContext* port = Open("COM1");
     ASSERT_FALSE(port->portKind & PK_BIDI);
+    const DWORD t0 = GetTickCount();
     ASSERT_TRUE(Start(port, 31));
+    EXPECT_TRUE(HasPortFlag(port, PF_JOB_ACTIVE | PF_DOC_OPEN));
     Send(port, PostScriptJob);
     ASSERT_TRUE(EndDocPort(port));
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_ACTIVE | PF_DOC_OPEN));
+    EXPECT_EQ(port->jobOpen, 1u) << "a pass-through job's end leaves it to a port reset";
     EXPECT_EQ(Received("COM1"), PostScriptJob) << "no trailer";
     EXPECT_EQ(platform::JobCommands(), std::vector<std::string>{"31:7"});
+    const auto starts = lower.Port("COM1").Calls(CallKind::StartDocPort);
+    const auto ends = lower.Port("COM1").Calls(CallKind::EndDocPort);
+    ASSERT_EQ(starts.size(), 1u);
+    ASSERT_EQ(ends.size(), 1u);
+    EXPECT_EQ(starts[0].jobId, 31u);
+    EXPECT_EQ(starts[0].level, 1u);
+    EXPECT_EQ(starts[0].docName, "letter");
+    // A serial port gets 100 ms before the document starts and after it ends.
+    EXPECT_EQ(starts[0].tick - t0, 100u);
+    EXPECT_EQ(ends[0].tick - t0, 100u);
+    EXPECT_EQ(GetTickCount() - t0, 200u);
 }
 
 TEST_F(JobRoadTest, AnEcpPortStaysBusyWhileTheSpoolerHasJobsWaiting) {

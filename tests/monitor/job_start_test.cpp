@@ -116,9 +116,46 @@ TEST_F(JobRoadTest, AJobWithAClientIsFollowedOneWithoutIsNot) {
     EXPECT_EQ(Received("LPT1"), job + testing::ExpectedTrailer(port->trailerIdentifier));
 }
 
+// The starts that open no job of their own: the channel form opens nothing
+// below, a second start while a job runs is busy, and a start the port
+// monitor below refuses fails with its reason (on USB the writes open the
+// document instead: see the job's data).
+TEST_F(JobRoadTest, AStartThatOpensNoJobLeavesThePortAsItWas) {
+    PortContext* port = Open("LPT1");
+    auto& below = lower.Port("LPT1");
+    DOC_INFO_2 channel{nullptr, nullptr, nullptr, 0, 0};
+    ASSERT_TRUE(StartDocPort(port, const_cast<LPSTR>(Printer), 12, 2, reinterpret_cast<LPBYTE>(&channel)));
+    EXPECT_TRUE(HasPortFlag(port, PF_CHANNEL_DOC));
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_ACTIVE));
+    EXPECT_TRUE(EndDocPort(port));
+    EXPECT_FALSE(HasPortFlag(port, PF_CHANNEL_DOC));
+    EXPECT_EQ(below.JobDocumentStarts(), 0);
+
+    // Level 1 without a document name is an ordinary job.
+    DOC_INFO_1 unnamed{nullptr, nullptr, nullptr};
+    ASSERT_TRUE(StartDocPort(port, const_cast<LPSTR>(Printer), 1, 1, reinterpret_cast<LPBYTE>(&unnamed)));
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(Start(port, 2));
+    EXPECT_EQ(GetLastError(), ERROR_BUSY);
+    EXPECT_EQ(port->jobId, 1u);
+    EXPECT_TRUE(HasPortFlag(port, PF_JOB_ACTIVE));
+    EXPECT_EQ(below.JobDocumentStarts(), 1);
+    EXPECT_TRUE(EndDocPort(port)) << "the busy start gave the semaphore back";
+
+    below.FailStartDoc(ERROR_ACCESS_DENIED);
+    SetLastError(0xdeadbeef);
+    EXPECT_FALSE(Start(port));
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED) << "the port monitor's reason";
+    EXPECT_FALSE(HasPortFlag(port, PF_JOB_ACTIVE));
+    EXPECT_EQ(port->jobOpen, 0u);
+}
+
 TEST_F(JobRoadTest, TheRegistryRaisesTheSpoolersThreadForTheJobAndTheEndPutsItBack) {
-    char root[] = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
-    InitializeMonitorEx(root, &monitor);
+    const char* root = "System\\CurrentControlSet\\control\\Print\\Monitors\\Quor Language Monitor";
+    // The monitor keeps a copy of the root: the spooler's string is its own.
+    std::string spoolers = root;
+    ASSERT_TRUE(InitializeMonitorEx(spoolers.data(), &monitor));
+    spoolers.assign(spoolers.size(), 'x');
     PortContext* port = Open("LPT1");
     HANDLE self = GetCurrentThread();
     SetThreadPriority(self, 0);
