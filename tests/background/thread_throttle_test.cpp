@@ -42,68 +42,64 @@ void Finish(HANDLE thread) {
     CloseHandle(thread);
 }
 
-TEST_F(ThreadThrottleTest, FirstUseWritesTheDefaultsWhereTheKeyIsAndHoldsTheThreadForTheInterval) {
+// The first start writes the defaults where the key is and holds the new
+// thread for the interval; what the registry then says is read once per
+// process, except a flag of all ones, which is read again at each start.
+TEST_F(ThreadThrottleTest, SettingsComeFromTheRegistryOncePerProcessOrDefault) {
     DWORD startedAt = 0;
     HANDLE thread = StartNoted(&startedAt);
     EXPECT_EQ(Elapsed(), 50u) << "the caller is held up for the interval";
     Finish(thread);
     EXPECT_EQ(startedAt, TestStartTick + 50) << "created suspended, resumed after the sleep";
-    EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval"),
-              50u);
+    EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval"), 50u);
     EXPECT_EQ(platform::RegistryGetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag"), 3u);
+
+    // Read once: a changed value waits for the next process.
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 200);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0);
+    DWORD now = GetTickCount();
+    Finish(StartNoted(&startedAt));
+    EXPECT_EQ(GetTickCount(), now + 50) << "the value read first stands";
+    ForgetThrottleSettings();
+    now = GetTickCount();
+    thread = StartNoted(&startedAt);
+    EXPECT_EQ(startedAt, now) << "CTIFlag 0: the thread runs at once";
+    EXPECT_EQ(GetTickCount(), now + 200) << "and the caller still sleeps the interval";
+    Finish(thread);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 0);
+    ForgetThrottleSettings();
+    now = GetTickCount();
+    Finish(StartNoted(&startedAt));
+    EXPECT_EQ(GetTickCount(), now) << "interval 0: Sleep(0)";
+
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 20);
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0xFFFFFFFFu);
+    ForgetThrottleSettings();
+    now = GetTickCount();
+    Finish(StartNoted(&startedAt));
+    EXPECT_EQ(startedAt, now + 20) << "all bits: started suspended";
+    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0);
+    now = GetTickCount();
+    Finish(StartNoted(&startedAt));
+    EXPECT_EQ(startedAt, now) << "read again: now the thread runs at once";
 
     // Without the key: the same defaults, and the key is not created.
     platform::ClearRegistry();
     ForgetThrottleSettings();
-    const DWORD now = GetTickCount();
+    now = GetTickCount();
     Finish(StartNoted(&startedAt));
     EXPECT_EQ(startedAt, now + 50);
     EXPECT_EQ(GetTickCount(), now + 50);
     EXPECT_FALSE(platform::RegistryKeyExists(HKEY_LOCAL_MACHINE, ThrottleKey));
-}
 
-TEST_F(ThreadThrottleTest, SettingsComeFromTheRegistryOncePerProcess) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 200);
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0);
-    DWORD startedAt = 0;
-    HANDLE thread = StartNoted(&startedAt);
-    EXPECT_EQ(startedAt, TestStartTick) << "CTIFlag 0: the thread runs at once";
-    EXPECT_EQ(Elapsed(), 200u) << "and the caller still sleeps the interval";
-    Finish(thread);
-
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 0);
-    thread = StartNoted(&startedAt);
-    EXPECT_EQ(Elapsed(), 400u) << "the value read first stands";
-    Finish(thread);
-
-    ForgetThrottleSettings();
-    thread = StartNoted(&startedAt);
-    EXPECT_EQ(Elapsed(), 400u) << "interval 0: Sleep(0)";
-    Finish(thread);
-}
-
-TEST_F(ThreadThrottleTest, AStoredValueOfAllOnesIsReadAgainAtEachStart) {
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CreateThreadInterval", 20);
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0xFFFFFFFFu);
-    DWORD startedAt = 0;
-    Finish(StartNoted(&startedAt));
-    EXPECT_EQ(startedAt, TestStartTick + 20) << "all bits: started suspended";
-
-    platform::RegistrySetDword(HKEY_LOCAL_MACHINE, ThrottleKey, "CTIFlag", 0);
-    const DWORD now = GetTickCount();
-    Finish(StartNoted(&startedAt));
-    EXPECT_EQ(startedAt, now) << "read again: now the thread runs at once";
-}
-
-TEST_F(ThreadThrottleTest, ACallerThatAsksForASuspendedThreadResumesItItself) {
-    DWORD startedAt = 0;
-    HANDLE thread = StartNoted(&startedAt, CREATE_SUSPENDED);
+    // A caller that asks for a suspended thread resumes it itself.
+    now = GetTickCount();
+    thread = StartNoted(&startedAt, CREATE_SUSPENDED);
     Sleep(1000);
-    EXPECT_EQ(startedAt, 0u);
     EXPECT_EQ(WaitForSingleObject(thread, 0), WAIT_TIMEOUT);
     EXPECT_EQ(ResumeThread(thread), 1u);
     Finish(thread);
-    EXPECT_EQ(startedAt, TestStartTick + 1050);
+    EXPECT_EQ(startedAt, now + 1050);
 }
 
 struct Starter {

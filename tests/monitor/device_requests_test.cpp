@@ -97,21 +97,6 @@ TEST_F(DeviceRequestsTest, APrinterNotYetSeenHasItsResetPassedBelowAndAnEcpPortF
     EXPECT_TRUE(HasPortFlag(port, PF_DOC_OPEN)) << "the document stays open behind the request";
 }
 
-TEST_F(DeviceRequestsTest, OtherCodesGoBelowAndAPortMonitorWithoutTheEntryGivesZero) {
-    PortContext* port = Open("LPT1");
-    lower.Port("LPT1").SetControlAnswer(99, "answer");
-    DWORD returned = 0;
-    EXPECT_TRUE(Control(port, 99, &returned));
-    EXPECT_EQ(returned, 6u);
-    EXPECT_EQ(ControlCalls("LPT1", 99), 1);
-
-    lower.RemoveGetPrinterDataFromPort();
-    PortContext* other = Open("USB001");
-    EXPECT_FALSE(Control(other, 99));
-    EXPECT_EQ(WaitForSingleObject(other->serialSemaphore, 0), WAIT_OBJECT_0) << "the semaphore was given back";
-    ReleaseSemaphore(other->serialSemaphore, 1, nullptr);
-}
-
 // A job on USB whose printer's client is bound to a status manager, so that
 // the client's own copy of JobStatus shows what a reset tells it.
 class StuckUsbResetTest : public DeviceRequestsTest {
@@ -224,9 +209,12 @@ TEST_F(DeviceRequestsTest, ReadPortReadsInADocumentOfItsOwn) {
     EXPECT_EQ(lower.Port("LPT1").Count(CallKind::EndDocPort), lower.Port("LPT1").Count(CallKind::StartDocPort));
     EXPECT_FALSE(HasPortFlag(port, PF_DOC_OPEN));
 
+    // A read the port monitor fails, fails with its reason.
+    lower.Port("LPT1").QueueRead(testing::ReadAnswer::Fail(31));
     SetLastError(0xdeadbeef);
-    EXPECT_FALSE(ReadPort(nullptr, reinterpret_cast<LPBYTE>(buffer), sizeof buffer, &read));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    EXPECT_FALSE(ReadPort(port, reinterpret_cast<LPBYTE>(buffer), sizeof buffer, &read));
+    EXPECT_EQ(GetLastError(), 31u);
+    EXPECT_FALSE(HasPortFlag(port, PF_DOC_OPEN));
 }
 
 }  // namespace

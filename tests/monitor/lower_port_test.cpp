@@ -278,22 +278,6 @@ TEST_F(LowerPortTest, AWriteRecordsWhatItsOutcomeMeansForThePort) {
     }
 }
 
-TEST_F(LowerPortTest, ReadsComeAsThePortGivesThem) {
-    testing::ScriptedPort& below = Below(lpt);
-    below.QueueRead("@PJL INFO");
-    below.QueueRead(testing::ReadAnswer::Fail(Gen));
-    char buffer[8] = {};
-    DWORD read = 0;
-    EXPECT_EQ(LowerRead(lpt, buffer, 4, &read), 1);
-    EXPECT_EQ(std::string(buffer, read), "@PJL");
-    EXPECT_EQ(LowerRead(lpt, buffer, sizeof buffer, &read), 1);
-    EXPECT_EQ(std::string(buffer, read), " INFO");
-    SetLastError(Unset);
-    EXPECT_EQ(LowerRead(lpt, buffer, sizeof buffer, &read), 0);
-    EXPECT_EQ(GetLastError(), Gen);
-    EXPECT_EQ(below.Count(CallKind::ReadPort), 3);
-}
-
 // ---- Requests for the port monitor ------------------------------------------
 
 TEST_F(LowerPortTest, RequestsGoDownExceptWhereTheMonitorAnswersThemItself) {
