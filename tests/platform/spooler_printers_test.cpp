@@ -223,6 +223,18 @@ TEST_F(SpoolerPrintersTest, GatesBadHandlesLevelsAndCommandsRefuse) {
     refused(SetPrinterA(laser, 0, nullptr, 1), ERROR_NOT_SUPPORTED);
     EXPECT_EQ(platform::PrinterStatusWords("Quor CL6300"), Words{3});
 
+    // Printers come and go under open handles, so that the others stand
+    // elsewhere in the spooler's list: each handle still answers for its own.
+    platform::RemovePrinterQueue("Quor CL6300");
+    platform::AddPrinterQueue("Quor CL6300", "Quor Laser Printer 6300tx PCL6", "LPT1:", false);
+    platform::AddPrinterQueue("A First", "Quor Laser Printer 6300tx PCL6", "LPT2:", false);
+    for (const auto& [handle, name] : {std::pair{draft, "Draft"}, std::pair{laser, "Quor CL6300"}}) {
+        ASSERT_TRUE(GetPrinterA(handle, 5, buffer, sizeof buffer, &needed));
+        PRINTER_INFO_5 info;
+        std::memcpy(&info, buffer, sizeof info);
+        EXPECT_STREQ(info.pPrinterName, name);
+    }
+
     // A printer taken off the machine while its handle is open, then closed.
     platform::ClearRegistry();
     refused(GetPrinterA(laser, 2, buffer, sizeof buffer, &needed), ERROR_PRINTER_DELETED);
