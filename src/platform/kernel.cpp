@@ -12,6 +12,14 @@ namespace {
 // In the static TLS block, as the last error is: every wait reads it.
 [[gnu::tls_model("initial-exec")]] thread_local ThreadRecord* currentRecord = nullptr;
 
+// The object this thread last found live under the lock, and the count of
+// destroyed objects then.
+struct CheckedObject {
+    const KernelObject* object = nullptr;
+    uint64_t destroyed = 0;
+};
+[[gnu::tls_model("initial-exec")]] thread_local CheckedObject lastChecked;
+
 // A thread that the platform did not make becomes managed at its first call and
 // stops being managed when it ends, through this holder's destructor.
 struct ForeignThreadHolder {
@@ -141,6 +149,7 @@ void Kernel::Complete(Waiter& waiter, DWORD result) {
     for (DWORD i = 0; i < waiter.count; ++i) {
         auto& list = waiter.objects[i]->waiters;
         list.erase(std::remove(list.begin(), list.end(), &waiter), list.end());
+        waiter.objects[i]->waiting.fetch_sub(1);
     }
     // A woken thread counts as running from this moment, before it runs: the
     // clock must not move on while it has work to do.
@@ -238,30 +247,31 @@ std::vector<std::string> Kernel::EndMadeThreads(std::unique_lock<std::mutex>& lo
     return abandoned;
 }
 
-bool Kernel::IsSignalled(const KernelObject* object, const ThreadRecord* thread) {
-    switch (object->kind) {
-        case ObjectKind::Semaphore: return object->count > 0;
-        case ObjectKind::Event: return object->signalled;
-        case ObjectKind::Mutex: return object->owner == nullptr || object->owner == thread;
-        case ObjectKind::Thread: return object->signalled;
+bool Kernel::TryTakeSemaphore(KernelObject* object) {
+    LONG count = object->count.load();
+    while (count > 0) {
+        if (object->count.compare_exchange_weak(count, count - 1)) return true;
     }
     return false;
 }
 
-void Kernel::Acquire(KernelObject* object, ThreadRecord* thread) {
+bool Kernel::TryAcquire(KernelObject* object, ThreadRecord* thread) {
     switch (object->kind) {
-        case ObjectKind::Semaphore: --object->count; break;
+        case ObjectKind::Semaphore: return TryTakeSemaphore(object);
         case ObjectKind::Event:
+            if (!object->signalled) return false;
             if (!object->manualReset) {
                 object->signalled = false;
             }
-            break;
+            return true;
         case ObjectKind::Mutex:
+            if (object->owner != nullptr && object->owner != thread) return false;
             object->owner = thread;
             ++object->recursion;
-            break;
-        case ObjectKind::Thread: break;
+            return true;
+        case ObjectKind::Thread: return object->signalled;
     }
+    return false;
 }
 
 void Kernel::WakeWaiters(KernelObject* object) {
@@ -274,15 +284,27 @@ void Kernel::WakeWaiters(KernelObject* object) {
         if (waiter->done) {
             continue;
         }
-        if (!IsSignalled(object, waiter->thread)) {
+        if (!TryAcquire(object, waiter->thread)) {
             break;
         }
-        Acquire(object, waiter->thread);
         Complete(*waiter, WAIT_OBJECT_0 + IndexOf(*waiter, object));
     }
 }
 
 bool Kernel::IsLive(const KernelObject* object) { return Get().live.count(object) != 0; }
+
+bool Kernel::CheckedBefore(const KernelObject* object) {
+    return object != nullptr && object == lastChecked.object && lastChecked.destroyed == Get().destroyed_.load() &&
+           currentRecord != nullptr;
+}
+
+void Kernel::NoteChecked(const KernelObject* object) { lastChecked = {object, Get().destroyed_.load()}; }
+
+void Kernel::Destroy(KernelObject* object) {
+    live.erase(object);
+    destroyed_.fetch_add(1);
+    delete object;
+}
 
 KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
     auto* object = static_cast<KernelObject*>(handle);
@@ -290,6 +312,7 @@ KernelObject* Kernel::ObjectOf(HANDLE handle, ObjectKind kind) {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }
+    NoteChecked(object);
     return object;
 }
 
@@ -302,8 +325,7 @@ KernelObject* Kernel::NewObject(ObjectKind kind) {
 void Kernel::Unpin(KernelObject* object) {
     --object->pins;
     if (object->handles == 0 && object->pins == 0) {
-        live.erase(object);
-        delete object;
+        Destroy(object);
     }
 }
 
@@ -319,8 +341,7 @@ void Kernel::CloseObject(KernelObject* object) {
         }
     }
     if (object->pins == 0) {
-        live.erase(object);
-        delete object;
+        Destroy(object);
     }
 }
 

@@ -59,8 +59,13 @@ struct KernelObject {
     int pins = 0;     // blocked calls that still look at the object
     std::string name;
     std::vector<Waiter*> waiters;  // first come, first served
-    // Semaphore.
-    LONG count = 0;
+    // Blocked calls on the object, and calls about to look whether they
+    // must block: a semaphore's release that finds none wakes nobody and
+    // takes no lock (see sync.cpp).
+    std::atomic<int> waiting{0};
+    // Semaphore. The count changes without the lock on the fast paths, so
+    // it changes by compare-and-swap everywhere; the maximum is fixed.
+    std::atomic<LONG> count{0};
     LONG maximum = 0;
     // Event; for a thread, "has ended".
     bool manualReset = false;
@@ -101,9 +106,11 @@ public:
     // Ends a blocked call with `result` and lets its thread run. Lock held.
     void Complete(Waiter& waiter, DWORD result);
 
-    // Objects: signal state, taking, waking the waiters a change lets through.
-    static bool IsSignalled(const KernelObject* object, const ThreadRecord* thread);
-    static void Acquire(KernelObject* object, ThreadRecord* thread);
+    // Objects: taking one if it is signalled, waking the waiters a change
+    // lets through. A semaphore is taken without the lock as well, so its
+    // test and its take are one step.
+    static bool TryAcquire(KernelObject* object, ThreadRecord* thread);
+    static bool TryTakeSemaphore(KernelObject* object);
     void WakeWaiters(KernelObject* object);
     void Unpin(KernelObject* object);
     void CloseObject(KernelObject* object);
@@ -116,6 +123,14 @@ public:
     static KernelObject* ObjectOf(HANDLE handle, ObjectKind kind);
     // A new object with one handle, counted as live. Lock held.
     KernelObject* NewObject(ObjectKind kind);
+
+    // The fast check of a handle, without the lock: whether `object` is the
+    // one this thread last found live (NoteChecked) and no object has been
+    // destroyed since. A handle closed while another thread still uses it
+    // is the caller's fault, as it is on Windows.
+    static bool CheckedBefore(const KernelObject* object);
+    // Notes `object`, just found live under the lock, for CheckedBefore.
+    static void NoteChecked(const KernelObject* object);
 
     // Named objects, one table for the process.
     std::unordered_map<std::string, KernelObject*> names;
@@ -163,6 +178,10 @@ private:
     std::vector<std::thread> endedWorkers_;
     std::atomic<bool> virtual_{false};
     std::atomic<uint64_t> virtualNow_{0};
+    // Objects destroyed so far: a change tells CheckedBefore that a handle
+    // found live before may be gone.
+    std::atomic<uint64_t> destroyed_{0};
+    void Destroy(KernelObject* object);
     std::vector<ThreadRecord*> threads_;
     int running_ = 0;  // managed threads that can run, woken ones included
     DWORD nextThreadId_ = 1000;

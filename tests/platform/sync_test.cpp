@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <thread>
 
 namespace langmon {
 namespace {
@@ -28,6 +29,52 @@ TEST_F(SyncTest, SemaphoreReleasePastItsMaximumFailsQuietly) {
     EXPECT_EQ(WaitForSingleObject(semaphore, 30000), WAIT_TIMEOUT);
     EXPECT_EQ(Elapsed(), 30000u);
     LONG previous = -1;
+    EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(previous, 0);
+    CloseHandle(semaphore);
+}
+
+// A port's semaphore is taken and given back on every block without the
+// kernel's lock while nobody waits. Threads that fight over it must still
+// hold it one at a time, and one that blocks must be woken by the release
+// that comes while it waits: a lost wake-up leaves every thread waiting with
+// no deadline, which the virtual clock reports as a deadlock.
+struct Contender {
+    HANDLE semaphore;
+    std::atomic<int>* inside;
+    int overlaps = 0;
+};
+
+DWORD TakeAndGiveBack(LPVOID argument) {
+    auto* contender = static_cast<Contender*>(argument);
+    for (int i = 0; i < 5000; ++i) {
+        if (WaitForSingleObject(contender->semaphore, INFINITE) != WAIT_OBJECT_0) return 1;
+        if (contender->inside->fetch_add(1) != 0) ++contender->overlaps;
+        std::this_thread::yield();  // so that the others come and wait
+        contender->inside->fetch_sub(1);
+        if (!ReleaseSemaphore(contender->semaphore, 1, nullptr)) return 2;
+    }
+    return 0;
+}
+
+TEST_F(SyncTest, ASemaphoreFoughtOverIsHeldByOneAtATimeAndEveryWaiterIsWoken) {
+    HANDLE semaphore = CreateSemaphoreA(nullptr, 1, 1, nullptr);
+    std::atomic<int> inside{0};
+    Contender contenders[4] = {{semaphore, &inside}, {semaphore, &inside}, {semaphore, &inside}, {semaphore, &inside}};
+    HANDLE threads[4];
+    for (int i = 0; i < 4; ++i) threads[i] = CreateThread(nullptr, 0, TakeAndGiveBack, &contenders[i], 0, nullptr);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(WaitForSingleObject(threads[i], INFINITE), WAIT_OBJECT_0);
+        DWORD exitCode = 9;
+        GetExitCodeThread(threads[i], &exitCode);
+        EXPECT_EQ(exitCode, 0u);
+        EXPECT_EQ(contenders[i].overlaps, 0);
+        CloseHandle(threads[i]);
+    }
+    LONG previous = -1;
+    EXPECT_FALSE(ReleaseSemaphore(semaphore, 1, &previous));
+    EXPECT_EQ(GetLastError(), ERROR_TOO_MANY_POSTS);
+    EXPECT_EQ(WaitForSingleObject(semaphore, 0), WAIT_OBJECT_0);
     EXPECT_TRUE(ReleaseSemaphore(semaphore, 1, &previous));
     EXPECT_EQ(previous, 0);
     CloseHandle(semaphore);
