@@ -88,6 +88,11 @@ TEST_F(StatusRecordTest, OneConditionWinsAndBecomesPrinterStatus) {
         EXPECT_EQ(Words("PrinterStatus", 3), (std::vector<uint32_t>{0, c.word1, c.word2}));
         EXPECT_EQ(Word("IconState"), c.icon);
     }
+    // Idle 39 shows in the supply flags.
+    StatusRecord idle = ReadyRecord();
+    idle.StatusCode = 0x0E0F;
+    Apply(idle);
+    EXPECT_EQ(Word("ErrSupplies"), 0x40000000u);
     // Every class and low byte, codes the emulator never sends included; a
     // code with bits above the low 16 is none.
     for (uint32_t code = 0; code <= 0x10FF; ++code) {

@@ -77,6 +77,9 @@ TEST_F(CommandLineTest, EachLineGivesItsAnswerOnItsStreamWithItsExitCode) {
          "langmon status: --at covers=front,tpo: bad value \"tpo\" for covers (front, top, right, rear, duplex, "
          "fuser, toner, cassette, or none alone); see 'langmon status --help'"},
         {{"decode", "--json=1", "MFG:x;"}, 2, "", "langmon decode: --json takes no value; see 'langmon decode --help'"},
+        {{"decode"}, 2, "", "langmon decode: no DEVICE_ID given; see 'langmon decode --help'"},
+        {{"decode", "MFG:x;", "MDL:y;"}, 2, "",
+         "langmon decode: one device ID at a time (quote it: it holds blanks and ';'); see 'langmon decode --help'"},
         {{"print", "a", "b"}, 2, "", "langmon print: one job file at a time; see 'langmon print --help'"},
         {{"print", "a", "--block-size", "0"}, 2, "",
          "langmon print: --block-size takes a number of bytes from 1 to 16777216; see 'langmon print --help'"},
