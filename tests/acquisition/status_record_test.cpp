@@ -238,7 +238,7 @@ TEST_F(StatusRecordTest, AFailedAllocationLeavesEachVariableOldOrNew) {
     StatusRecord record = ReadyRecord();
     record.SupplyWord[2] = 0x3C20;  // an empty toner: the level override runs too
     auto start = [&] {
-        PortContext* p = Open("LPT2");
+        PortContext* p = Open("USB001");
         if (p != nullptr) AddJobRecord(1, p);
         return p;
     };
