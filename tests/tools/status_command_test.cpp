@@ -118,14 +118,5 @@ TEST_F(StatusCommandTest, WatchFollowsACoverAJamAndAJobInTheOrderTheyHappen) {
     std::remove(job.c_str());
 }
 
-TEST_F(StatusCommandTest, AnInterruptedWatchStopsAtOnceAndClosesThePort) {
-    int code = -1;
-    const DWORD start = GetTickCount();
-    const std::string text = Run({"--watch"}, &code, true);
-    EXPECT_EQ(code, 0) << text;
-    EXPECT_NE(Find(text, "following the printer until interrupted:\n"), std::string::npos) << text;
-    EXPECT_LT(GetTickCount() - start, 30000u) << text;
-}
-
 }  // namespace
 }  // namespace langmon::tool
