@@ -8,12 +8,9 @@
 #include "framing/job_record.h"
 #include "monitor/monitor_entry.h"
 #include "monitor/port_context.h"
-#include "platform/registry.h"
-#include "support/platform_fixture.h"
-#include "support/scripted_port_monitor.h"
+#include "support/job_road_fixture.h"
 #include "variables/status_variable.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -35,40 +32,25 @@ inline StatusRecord ReadyRecord() {
     return r;
 }
 
-class AcquisitionTest : public MonitorTest {
+class AcquisitionTest : public JobRoadTest {
 protected:
     void SetUp() override {
-        MonitorTest::SetUp();
-        for (const std::string name : {"LPT1", "LPT2"}) {
-            const std::string key =
-                "System\\CurrentControlSet\\control\\Print\\Monitors\\Local Port\\Ports\\" + name;
-            platform::RegistryCreateKey(HKEY_LOCAL_MACHINE, key);
-            platform::RegistrySetString(HKEY_LOCAL_MACHINE, key, "Description", "Printer Port");
-        }
+        JobRoadTest::SetUp();
         port = Open("LPT1");
         ASSERT_NE(port, nullptr);
-    }
-    void TearDown() override {
-        while (!opened_.empty()) Close(opened_.back());
-        MonitorTest::TearDown();
     }
 
     // A port as a poll leaves it once the device ID named a 6200tx.
     PortContext* Open(const char* name) {
-        HANDLE handle = nullptr;
-        if (!OpenPortEx(const_cast<LPSTR>(name), const_cast<LPSTR>("Laser"), &handle,
-                        lower.Table())) {
-            return nullptr;
-        }
-        opened_.push_back(static_cast<PortContext*>(handle));
-        opened_.back()->modelMask = ModelMask6200;
-        return opened_.back();
+        PortContext* opened = JobRoadTest::Open(name);
+        if (opened != nullptr) opened->modelMask = ModelMask6200;
+        return opened;
     }
+    // Nobody waits for the printer to report the port's jobs.
     void Close(PortContext* p) {
-        opened_.erase(std::remove(opened_.begin(), opened_.end(), p), opened_.end());
         ClearPortFlag(p, PF_JOB_ACTIVE);
-        FreeJobRecords(p);  // nobody waits for the printer to report them
-        EXPECT_TRUE(ClosePort(p));
+        FreeJobRecords(p);
+        EXPECT_TRUE(JobRoadTest::Close(p));
     }
 
     int Apply(StatusRecord record, PortContext* p = nullptr) {
@@ -99,11 +81,7 @@ protected:
         for (StatusVariable* row = port->variables; row->Name != nullptr; ++row) row->Dirty = 0;
     }
 
-    ScriptedPortMonitor lower;
     PortContext* port = nullptr;
-
-private:
-    std::vector<PortContext*> opened_;
 };
 
 }  // namespace langmon::testing

@@ -60,60 +60,46 @@ TEST_F(DeviceIdTest, TheModelFieldDecidesWhetherThePrinterIsKnown) {
     }
 }
 
-TEST_F(DeviceIdTest, AKnownPrintersFieldsReachTheVariables) {
-    std::string text = KnownPrinterId;
-    ApplyDeviceId(text.data(), port);
-    EXPECT_EQ(text, KnownPrinterId);  // every ';' put back
-    EXPECT_EQ(Text("PrinterManufacturer"), "Quor");
-    EXPECT_EQ(Text("PrinterModel"), "Laser Printer 6200tx");
-    EXPECT_EQ(SysName(), std::string("Laser Printer 6200tx") + std::string(12, '\0'));
-    EXPECT_EQ(Words("EmulationInfo", 3), (std::vector<uint32_t>{2, 0, 5}));
-    EXPECT_EQ(Word("PrinterMemory"), 131072u);
-    EXPECT_EQ(Words("PrinterStatus", 3), (std::vector<uint32_t>{0, 0, 1}));
-    EXPECT_EQ(Word("PrinterBinConfig"), 2u);
-
+// What a known printer's fields leave is the round-trip scenarios'; these are
+// the other keys, the foreign reading, and a value stored once.
+TEST_F(DeviceIdTest, FieldsUnderTheirOtherKeysAndUnchangedValuesAreNotSentAgain) {
     std::string maker = "MANUFACTURER:Quor Co;MDL:Laser Printer 6200tx;";
     ApplyDeviceId(maker.data(), port);
     EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
     // The languages end with their field: names behind its ';' are not read.
+    std::string known = KnownPrinterId;
+    ApplyDeviceId(known.data(), port);
     StoreEmulations("NMPS,NPD;NPDL", port);
     EXPECT_EQ(Words("EmulationInfo", 1), (std::vector<uint32_t>{0}));
-}
 
-TEST_F(DeviceIdTest, OnlyAForeignPrinterIsReadUnderModel) {
+    // A known model named under MODEL is known, but its name is not read.
     std::string text = "MODEL:Laser Printer 6300tx;CMD:NPDL;";
     std::string copy = text;
     ASSERT_EQ(IdentifyPrinter(port, copy.data()), 1);
     ApplyDeviceId(text.data(), port);
-    EXPECT_EQ(Text("PrinterModel"), "(none)");
-    EXPECT_EQ(SysName(), std::string(32, '\0'));
+    EXPECT_EQ(Text("PrinterModel"), "Laser Printer 6200tx");
+    EXPECT_EQ(SysName(), std::string("Laser Printer 6200tx") + std::string(12, '\0'));
     EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));
-
+    // Only a foreign printer is; its languages are not.
     std::string foreign = "MFG:Other;CMD:PCL,NMPS-C;MODEL:Office Jet 12;";
     ApplyForeignDeviceId(foreign.data(), port);
-    EXPECT_EQ(foreign, "MFG:Other;CMD:PCL,NMPS-C;MODEL:Office Jet 12;");
+    EXPECT_EQ(foreign, "MFG:Other;CMD:PCL,NMPS-C;MODEL:Office Jet 12;") << "every ';' put back";
     EXPECT_EQ(Text("PrinterManufacturer"), "Other");
     EXPECT_EQ(Text("PrinterModel"), "Office Jet 12");
-    EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));  // languages are not read
-}
+    EXPECT_EQ(Words("EmulationInfo", 2), (std::vector<uint32_t>{1, 0}));
 
-TEST_F(DeviceIdTest, AnUnchangedValueIsNotSentAgain) {
     EXPECT_EQ(StoreManufacturer("Quor", port), 1);
     EXPECT_EQ(StoreEmulations("PJL,NPDL,NMPS-C;", port), 1);
     ClearDirty();
     EXPECT_EQ(StoreManufacturer("Quor", port), 0);
     EXPECT_EQ(StoreEmulations("NMPS-C,NPDL;", port), 0);
-    EXPECT_EQ(Var("PrinterManufacturer")->Dirty, 0u);
-    EXPECT_EQ(Var("EmulationInfo")->Dirty, 0u);
-    EXPECT_EQ(StoreManufacturer("Quor Co", port), 1);
-    EXPECT_EQ(Var("PrinterManufacturer")->Dirty, 1u);
-
+    EXPECT_EQ(Var("PrinterManufacturer")->Dirty + Var("EmulationInfo")->Dirty, 0u);
     // A value that can't be had leaves the last one.
     platform::FailAllocation(1, true);
     EXPECT_EQ(StoreManufacturer("Other", port), 0);
     EXPECT_EQ(StoreEmulations("NPDL;", port), 0);
     platform::StopFailingAllocations();
-    EXPECT_EQ(Text("PrinterManufacturer"), "Quor Co");
+    EXPECT_EQ(Text("PrinterManufacturer"), "Quor");
     EXPECT_EQ(Words("EmulationInfo", 3), (std::vector<uint32_t>{2, 0, 5}));
 }
 

@@ -94,8 +94,6 @@ TEST(PrinterDescriptionTest, AListGoesOnUpToTheNextSettingOrFaultWord) {
     EXPECT_EQ(state.openCovers, CoverFront);
 
     const std::pair<const char*, const char*> wrong[] = {
-        {"covers=front,tpo,jam=3", "bad value \"tpo\" for covers (front, top, right, rear, duplex, fuser, toner, "
-                                   "cassette, or none alone)"},
         {"covers=none,front", "bad value \"none\" for covers (front, top, right, rear, duplex, fuser, toner, "
                               "cassette, or none alone)"},
         {"options=duplex,fax", "bad value \"fax\" for options (duplex, ramdisk, outtray2, option7001, "

@@ -1,4 +1,6 @@
-// The "STS:" field of the device ID, decoded the way the host decodes it.
+// The status code of the "STS:" field as the printer's state and activity give
+// it; the rest of the block is checked against the monitor by the round-trip
+// scenarios.
 
 #include "emulator/status_block.h"
 #include "emulator_test_support.h"
@@ -6,36 +8,8 @@
 namespace langmon::emulator::emutest {
 namespace {
 
-// Four toners fitted at 90, 75, 60 and 45, a full unit, an idle printer of
-// 128 MB with a duplex unit, ten sheets of A4 plain in the multi-purpose
-// tray, 250 of 500 in cassette 1, which feeds.
-PrinterState WholeFieldState() {
-    PrinterState state = PrinterState::Default();
-    state.toners = {Toner{.level = 90}, Toner{.level = 75}, Toner{.level = 60}, Toner{.level = 45}};
-    state.unit.level = 100;
-    state.wasteState = SupplyState::Ok;
-    state.trays[0] = Tray{TrayKind::Manual, false, 10, 100, 2, 1};
-    state.trays[1] = Tray{TrayKind::Normal, false, 250, 500, 2, 1};
-    state.trays[2] = Tray{};
-    state.feedSlot = 1;
-    state.duplex = true;
-    state.memoryMB = 128;
-    return state;
-}
-
 Block BlockOf(const PrinterState& state, Activity activity = Activity::Idle) {
     return StsOf(BuildDeviceId(state, EvaluateCondition(state, activity)));
-}
-
-// The whole field byte for byte: code 0x0F01, 4 x 32 MB, covers closed
-// (0x027F), toners 0x5A23.. fitted with nothing to report, the unit 0x6403,
-// the MP tray 0x5082 (low), cassette 0x8082 (some paper), feed 0x4102, duplex.
-TEST(StatusBlockTest, WholeFieldOfAnIdlePrinter) {
-    const std::string id = BuildDeviceId(WholeFieldState(), EvaluateCondition(WholeFieldState(), Activity::Idle));
-    EXPECT_NE(id.find("STS:AAAPAQAAAAAABAJ/WiNLIzwjLSNkAwADUIKAggAAQQIAAQAAAAAAAAAA;"), std::string::npos) << id;
-    EXPECT_NE(id.find("MDL:Laser Printer 6200tx;"), std::string::npos) << id;
-    EXPECT_NE(id.find("CMD:PJL,NPDL,NMPS-C;"), std::string::npos) << id;
-    EXPECT_EQ(id.back(), ';');
 }
 
 TEST(StatusBlockTest, StatusCodeFollowsTheState) {

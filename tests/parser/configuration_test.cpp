@@ -128,12 +128,6 @@ TEST_F(ConfigurationTest,
     EXPECT_EQ(Word("OppPaperSort"), std::nullopt);
     EXPECT_EQ(Feed({"\f"}), std::vector<int>{0});
     EXPECT_EQ(Word("OppPaperSort"), 1u);
-    // One that never gets it is given up on the third attempt, unread.
-    EXPECT_EQ(Feed({"@PJL INQUIRE PAPERSORT\r\nOFF\r\n", "", ""}), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(Tail(), "");
-    EXPECT_EQ(port->parser->SkippingToFormFeed, 1u);
-    EXPECT_EQ(Feed({"\f@PJL INQUIRE ECONOMODE\r\nON\r\n\f"}), std::vector<int>{0});
-    EXPECT_EQ(Word("OppPaperSort"), 1u);
 }
 
 TEST_F(ConfigurationTest, APageCountIsDirtyEvenWhenUnchangedAndOneWithTwoLinesIsGivenUp) {

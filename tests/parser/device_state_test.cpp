@@ -151,18 +151,5 @@ TEST_F(DeviceStateTest, AValueWithoutItsClosingQuoteEndsWithItsLine) {
     EXPECT_TRUE(Shown().empty());
 }
 
-TEST_F(DeviceStateTest, AResponseSplitAnywhereIntoTwoReadsShowsTheSameText) {
-    const std::string response = Device("PRINTING        PAGE 2 ÄÖ");
-    for (std::size_t cut = 0; cut <= response.size(); ++cut) {
-        SCOPED_TRACE("cut at " + std::to_string(cut));
-        Feed(Device("READY"));
-        Shown();
-        Feed(response.substr(0, cut));
-        Feed(response.substr(cut));
-        EXPECT_EQ(Shown(), std::vector{Panel(u"PRINTING        PAGE 2 ÄÖ")});
-        EXPECT_EQ(port->responseTail, nullptr);
-    }
-}
-
 }  // namespace
 }  // namespace langmon

@@ -68,6 +68,8 @@ TEST_F(OperatorPanelTest, EachValueWordBecomesItsNumberInEitherReply) {
         {"COPIES", "999", "OppCopies", 999},
         {"COPIES", "1000", "OppCopies", 999},
         {"COPIES", "0", "OppCopies", 999},
+        {"COPIES", " 5", "OppCopies", 999},         // a number begins at once
+        {"COPIES", "4294967297", "OppCopies", 1},   // and wraps at 32 bits
         {"ORIENTATION", "LANDSCAPE", "OppOrientation", 1},
         {"ORIENTATION", "PORTLAIT", "OppOrientation", 0},
         {"PAPERTYPE", "RECYCLE", "OppPaperType", 16},

@@ -1,7 +1,6 @@
 // The response state machine as the reader drives it: blocks in, results and
 // the rest it keeps for the next block out, whatever the printer sends.
 
-#include "parser/pjl_text.h"
 #include "parser/reply_fixture.h"
 
 #include <string>
@@ -17,18 +16,6 @@ class ResponseParserTest : public testing::ReplyTest {
 protected:
     bool Between() const { return port->parser->LastResult == 5 && port->parser->SkippingToFormFeed == 0; }
 };
-
-TEST_F(ResponseParserTest, ResponsesEndAtTheirFormFeedWhereverTheReadsSplitThem) {
-    for (const std::string& text : {Page + Job, Job + Page, std::string("\f") + Page}) {
-        for (std::size_t cut = 0; cut <= text.size(); ++cut) {
-            SCOPED_TRACE(::testing::PrintToString(text) + " cut at " + std::to_string(cut));
-            const std::vector<int> results = Feed({text.substr(0, cut), text.substr(cut)});
-            EXPECT_EQ(results.back(), 0) << "the last response ended";
-            EXPECT_EQ(Tail(), "");
-            EXPECT_TRUE(Between());
-        }
-    }
-}
 
 TEST_F(ResponseParserTest, APartlyArrivedFirstLineWaitsAndAStuckRestFallsOnItsThirdAttempt) {
     // The first line, cut: all of it waits for the next block.
@@ -59,24 +46,6 @@ TEST_F(ResponseParserTest, GarbageIsSkippedToItsFormFeedAndAByteOtherThanAnAtBeh
     EXPECT_TRUE(Between());
     // An unknown response, a known one behind it in the same block.
     EXPECT_EQ(Feed({"@PJL ECHO hello\r\n\f" + Page}), std::vector<int>{0});
-}
-
-TEST_F(ResponseParserTest, TextPrimitivesStopAtTheEndOfTheBlock) {
-    const char* cursor = nullptr;
-    const char entry[] = "A=1\n\tB\n\tC\nD\n";
-    EXPECT_EQ(SkipEntry(entry, &cursor), 1);
-    EXPECT_STREQ(cursor, "D\n");
-    EXPECT_EQ(SkipEntry("A=1\n\tB\n", &cursor), 0) << "the byte behind the last LF decides";
-    EXPECT_EQ(SkipLine("no end", &cursor), 0);
-    EXPECT_STREQ(cursor, "no end");
-    EXPECT_EQ(ParseDecimal("4294967297x"), 1u) << "wraps";
-    EXPECT_EQ(ParseDecimal(" 7"), 0u);
-    for (const ResponseRow* row = ResponseTable; row->Keyword != nullptr; ++row) {
-        for (const ResponseRow* other = ResponseTable; other->Keyword != nullptr; ++other) {
-            EXPECT_TRUE(row == other || !StartsWith(other->Keyword, row->Keyword))
-                << row->Keyword << " would hide " << other->Keyword;
-        }
-    }
 }
 
 }  // namespace

@@ -77,6 +77,22 @@ TEST_F(CommandLineTest, EachLineGivesItsAnswerOnItsStreamWithItsExitCode) {
          "langmon status: --at covers=front,tpo: bad value \"tpo\" for covers (front, top, right, rear, duplex, "
          "fuser, toner, cassette, or none alone); see 'langmon status --help'"},
         {{"decode", "--json=1", "MFG:x;"}, 2, "", "langmon decode: --json takes no value; see 'langmon decode --help'"},
+        {{"decode"}, 2, "", "langmon decode: no DEVICE_ID given; see 'langmon decode --help'"},
+        {{"decode", "MFG:x;", "MDL:y;"}, 2, "",
+         "langmon decode: one device ID at a time (quote it: it holds blanks and ';'); see 'langmon decode --help'"},
+        {{"print", "a", "b"}, 2, "", "langmon print: one job file at a time; see 'langmon print --help'"},
+        {{"print", "a", "--block-size", "0"}, 2, "",
+         "langmon print: --block-size takes a number of bytes from 1 to 16777216; see 'langmon print --help'"},
+        {{"status", "--printer", "lpt:1"}, 2, "",
+         "langmon status: --printer lpt:1: not a printer address (emulator[:DESCRIPTION], file:PATH, "
+         "langmon:/dev/TTY[?baud=N], langmon:/emulator[?DESCRIPTION], langmon:/dev/usb/lpN or "
+         "langmon://HOST[:PORT][?snmp=PORT][&community=NAME]); see 'langmon status --help'"},
+        {{"status", "--for", "10"}, 2, "", "langmon status: --for and --at go with --watch; see 'langmon status --help'"},
+        {{"status", "--watch", "--at", "-1:jam"}, 2, "",
+         "langmon status: --at takes SECONDS:CHANGE, e.g. --at 5:cover-open or --at 20:print=job.ps; see 'langmon "
+         "status --help'"},
+        {{"status", "--watch", "--printer", "file:/tmp/x", "--at", "3:jam"}, 2, "",
+         "langmon status: --at jam: only the emulated printer can be changed; see 'langmon status --help'"},
         // What the line echoes is made safe for the terminal.
         {{"\x9B" "31m"}, 2, "", "langmon: unknown command \\x9B31m; see 'langmon --help'"},
         {{"print", "job", "--\x1B[2Jcolour"}, 2, "",
@@ -90,6 +106,7 @@ TEST_F(CommandLineTest, EachLineGivesItsAnswerOnItsStreamWithItsExitCode) {
          "langmon status: --at print=/: /: cannot be read (Is a directory); see 'langmon status --help'"},
         {{"decode", "-\x1B"}, 2, "", "langmon decode: unknown option -\\x1B; see 'langmon decode --help'"},
         // Run-time failures: the line was right, values after '=' included.
+        {{"print", "/"}, 1, "", "langmon print: /: cannot be read (Is a directory)"},
         {{"print", "/nonexistent/\x1B[2J", "--document=d"}, 1, "",
          "langmon print: /nonexistent/\\x1B[2J: cannot be read (No such file or directory)"},
         {{"print", job, "--block-size=7", "--printer=file:/nonexistent/dir/out"}, 1,

@@ -50,8 +50,11 @@ protected:
         return Keep(out.str());
     }
     json Decode(const std::string& text) {
+        DecodeOptions options;
+        std::string error;
+        EXPECT_TRUE(ParseDecodeOptions({"--json", text}, &options, &error)) << error;
         std::ostringstream out, err;
-        EXPECT_EQ(RunDecode(DecodeOptions{text, true, false}, out, err), 0) << err.str();
+        EXPECT_EQ(RunDecode(options, out, err), 0) << err.str();
         return Keep(out.str()).at(0);
     }
     json Print(const std::vector<std::string>& words, int exitCode = 0) {

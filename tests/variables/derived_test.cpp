@@ -105,48 +105,6 @@ TEST_F(DerivedTest, AnUnreadablePrinterShowsUnknownsAndSendsThemEachTime) {
     }
 }
 
-TEST_F(DerivedTest, TheJobBitChangesPrinterStatusOnlyWhenItChanges) {
-    PortContext* port = OpenWithClient();
-    SetWords(port, "PrinterStatus", {0, 0, 0x1});
-    SetPrinterJobBit(port, 1);
-    EXPECT_EQ(Word(port, "PrinterStatus", 2), 0x9u);
-    EXPECT_EQ(Handed("PrinterStatus", 2), 0x9u);
-    SetPrinterJobBit(port, 1);
-    EXPECT_EQ(manager.HandedTo(Printer, "PrinterStatus").size(), 1u) << "nothing changed, nothing to send";
-    SetPrinterJobBit(port, 0);
-    EXPECT_EQ(Handed("PrinterStatus", 2), 0x1u);
-    EXPECT_EQ(manager.HandedTo(Printer, "PrinterStatus").size(), 2u);
-}
-
-// The client's copy of JobStatus, as the status manager would hold it.
-uint32_t clientJobStatus = 0;
-int32_t ReadClientJobStatus(uint32_t, const char* name, void* buffer, DWORD size, DWORD* needed) {
-    *needed = 4;
-    if (std::strcmp(name, "JobStatus") != 0 || size < 4) return -33;
-    std::memcpy(buffer, &clientJobStatus, 4);
-    return 0;
-}
-
-TEST_F(DerivedTest, JobStatusChangesFromTheClientsCopyAndOnlyWithAClient) {
-    PortContext* port = Open("LPT1");
-    Row(port, "JobStatus");
-    EXPECT_EQ(UpdateJobStatus(port, JobCancelling, 1), 0) << "no client for the job";
-
-    ManagerLink client{};
-    client.managerHandle = 5;
-    client.GetPrinterStatusA = ReadClientJobStatus;
-    port->jobManager = &client;
-    clientJobStatus = JobRunning;
-    EXPECT_EQ(UpdateJobStatus(port, JobCancelling, 1), 1);
-    clientJobStatus = JobRunning | JobCancelling;
-    EXPECT_EQ(UpdateJobStatus(port, JobCancelling, 1), 0) << "already so for the client";
-    EXPECT_EQ(UpdateJobStatus(port, 0x107, 0), 1);
-    EXPECT_EQ(Word(port, "JobStatus"), 0u) << "the row keeps its own value";
-    client.managerHandle = 0;
-    EXPECT_EQ(UpdateJobStatus(port, 0x107, 0), 0) << "a client that isn't bound";
-    port->jobManager = nullptr;
-}
-
 TEST_F(DerivedTest, TheSendingJobCarriesTheSpoolersNamesCutToTheirFields) {
     platform::SpoolerJob job;
     job.jobId = 12;

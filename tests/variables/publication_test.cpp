@@ -316,50 +316,25 @@ TEST_F(PublicationTest, TheQueueGoesOnceToEachClientWithAJobAndWaitsForAJobWitho
     EXPECT_NE(queue->Value, nullptr);
 }
 
-// A job the printer never started in the chain; the chain's own ends are
-// in the next test.
-TEST_F(PublicationTest, AFinishedJobGivesItsFiguresThenTheEmptyRecordAndGoes) {
+// A finished job gives its figures, then the empty record, and goes; the next
+// job of the chain moves up and is shown as a fresh job.
+TEST_F(PublicationTest, AFinishedJobGivesItsFiguresAndTheNextOfTheChainMovesUp) {
     ManagerLink* laser = Client("Laser");
     Timed(laser);
-    StatusVariable* row = RowOf(port, "PrintingJobInfo2");
     SetPrinterStatus(port, 0, 0, JobOnPortBit);
-    PublishVariables(port);
-    manager.ForgetHanded();
-    ReportJob(8, 1, VarJobOpen | VarJobClosing);
-    PageStatistics(2, 2, {30, 41, 10, 90});  // yellow, magenta, cyan, black
-    // No record of the job yet: the value waits for it.
-    PublishVariables(port);
-    EXPECT_TRUE(JobInfoHanded().empty());
-    EXPECT_EQ(row->Dirty, 1u);
-
-    AddJob(8, laser);
-    PublishVariables(port);
-    EXPECT_EQ(JobInfoHanded(), (Seen{{"Laser", JobInfo({8, 4, 2, 2, 15, 20, 5, 22})},
-                                     {"Laser", JobInfo({0, 0, 2, 2, 15, 20, 5, 22})}}));
-    ASSERT_EQ(jobInfoTicks.size(), 2u);
-    EXPECT_EQ(jobInfoTicks[1] - jobInfoTicks[0], JobEndSpacingMs);
-    EXPECT_TRUE(JobIds().empty());
-    EXPECT_EQ(port->jobInfoChain, nullptr);
-    EXPECT_EQ(row->Value, nullptr);
-    EXPECT_EQ(row->Dirty, 0u);
-    EXPECT_EQ(row->Attributes, 0u);
-    // The port's last job is gone: the printer shows no job any more.
-    const auto status = manager.HandedTo("Laser", "PrinterStatus");
-    ASSERT_EQ(status.size(), 1u);
-    EXPECT_EQ(status[0].Word(8) & JobOnPortBit, 0u);
-}
-
-TEST_F(PublicationTest, TheNextJobOfTheChainMovesUpAndIsShownAsAFreshJob) {
-    ManagerLink* laser = Client("Laser");
-    Timed(laser);
-    AddJob(7, laser);
-    AddJob(8, laser);
     ReportJob(7, 1, VarJobOpen | VarJobClosing);
     ChainJob(7, VarKeepValue | VarJobOpen);
     ChainJob(8, VarKeepValue | VarJobOpen);
     PageStatistics(1, 1, {40, 40, 40, 60});
+    PublishVariables(port);
     manager.ForgetHanded();
+    // No record of the job yet: the value waits for it.
+    PublishVariables(port);
+    EXPECT_TRUE(JobInfoHanded().empty());
+    EXPECT_EQ(RowOf(port, "PrintingJobInfo2")->Dirty, 1u);
 
+    AddJob(7, laser);
+    AddJob(8, laser);
     PublishVariables(port);
     EXPECT_EQ(JobInfoHanded(), (Seen{{"Laser", JobInfo({7, 2, 1, 1, 40, 40, 40, 30})},
                                      {"Laser", JobInfo({0, 0, 1, 1, 40, 40, 40, 30})},
@@ -389,6 +364,12 @@ TEST_F(PublicationTest, TheNextJobOfTheChainMovesUpAndIsShownAsAFreshJob) {
     EXPECT_TRUE(JobIds().empty());
     EXPECT_EQ(port->jobInfoChain, nullptr);
     EXPECT_EQ(row->Value, nullptr);
+    EXPECT_EQ(row->Dirty, 0u);
+    EXPECT_EQ(row->Attributes, 0u);
+    // The port's last job is gone: the printer shows no job any more.
+    const auto status = manager.HandedTo("Laser", "PrinterStatus");
+    ASSERT_EQ(status.size(), 1u);
+    EXPECT_EQ(status[0].Word(8) & JobOnPortBit, 0u);
 }
 
 TEST_F(PublicationTest, JobsThePrinterPassedOverEndTowardsTheirClientsFirst) {
