@@ -113,6 +113,9 @@ BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
     } else {
         handle = new PrinterHandle();
         q.handles.insert(handle);
+        // Room for every handle to be spare, so that closing one never
+        // allocates.
+        q.spare.reserve(q.handles.size());
     }
     handle->name = printerName;
     handle->open = true;
