@@ -19,8 +19,7 @@ struct PrinterHandle {
     std::string name;
     bool open = false;
     // Where the printer stood in the book of printers last asked with this
-    // handle, and that book's generation.
-    bool placed = false;
+    // handle, and that book's generation; OpenPrinterA places every handle.
     std::uint64_t generation = 0;
     std::size_t index = platform::NoPlace;
 };
@@ -119,7 +118,6 @@ BOOL OpenPrinterA(LPSTR printerName, HANDLE* printer, void* /*defaults*/) {
     }
     handle->name = printerName;
     handle->open = true;
-    handle->placed = true;
     handle->generation = generation;
     handle->index = index;
     ++q.openHandles;
@@ -250,10 +248,9 @@ bool PrinterPlaceOf(HANDLE printer, std::uint64_t generation, PlaceFinder find, 
     std::lock_guard lock(q.mutex);
     PrinterHandle* handle = Known(q, printer);
     if (!handle) return false;
-    if (!handle->placed || handle->generation != generation) {
+    if (handle->generation != generation) {
         handle->index = find(book, handle->name);
         handle->generation = generation;
-        handle->placed = true;
     }
     *index = handle->index;
     return true;
